@@ -1,0 +1,250 @@
+#include "core/connection.h"
+
+#include <cstring>
+#include <memory>
+
+#include "core/format.h"
+#include "platform/code_page.h"
+#include "platform/monitor_channel.h"
+
+namespace scadastore {
+namespace {
+
+constexpr SQLULEN kLoginTimeoutSeconds = 7;
+constexpr SQLSMALLINT kDescribeNameLength = 64;
+// The backtick dialect's driver delivers UTF-8; its texts are read whole into
+// a buffer this many times the caller's capacity before conversion.
+constexpr int kUtf8Expansion = 6;
+
+}  // namespace
+
+DbConnection::DbConnection() : DbConnection(Settings().kind) {}
+
+DbConnection::DbConnection(DbKind kind) : kind_(kind) {}
+
+void DbConnection::ClearErrorText() { std::memset(error_text_, 0, sizeof error_text_); }
+
+bool DbConnection::AllocateEnvironmentAndConnection() {
+  if (!environment_.Allocate(SQL_NULL_HANDLE)) return false;
+  if (!SQL_SUCCEEDED(SQLSetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
+                                   reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0)) ||
+      !connection_.Allocate(environment_.get()) ||
+      !SQL_SUCCEEDED(SQLSetConnectAttr(connection_.get(), SQL_ATTR_LOGIN_TIMEOUT,
+                                       reinterpret_cast<SQLPOINTER>(kLoginTimeoutSeconds), 0))) {
+    connection_.Free();
+    environment_.Free();
+    return false;
+  }
+  return true;
+}
+
+int DbConnection::Open(const char* dsn, const char* user, const char* password) {
+  if (!AllocateEnvironmentAndConnection()) return 0;
+  ClearErrorText();
+  SQLRETURN rc = SQLConnect(connection_.get(), (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
+                            (SQLCHAR*)password, SQL_NTS);
+  if (SQL_SUCCEEDED(rc)) return 1;
+  CaptureDiagnostic(SQL_HANDLE_DBC, connection_.get(), DiagnosticForm::Plain, rc);
+  connection_.Free();
+  environment_.Free();
+  return 0;
+}
+
+int DbConnection::Open() {
+  const ConnectionSettings& settings = Settings();
+  return Open(settings.dsn, settings.user, settings.password);
+}
+
+void DbConnection::Close() {
+  statement_.Free();
+  replaced_statements_.clear();
+  result_columns_ = -1;
+  if (connection_) SQLDisconnect(connection_.get());
+  connection_.Free();
+  environment_.Free();
+}
+
+int DbConnection::TableExists(const char* dsn, const char* user, const char* password,
+                              const char* tableName) {
+  if (!AllocateEnvironmentAndConnection()) return 0;
+  int found = 0;
+  if (SQL_SUCCEEDED(SQLConnect(connection_.get(), (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
+                               (SQLCHAR*)password, SQL_NTS))) {
+    OdbcHandle tables(SQL_HANDLE_STMT);
+    if (tables.Allocate(connection_.get()) &&
+        SQL_SUCCEEDED(SQLTables(tables.get(), nullptr, SQL_NTS, nullptr, SQL_NTS, nullptr,
+                                SQL_NTS, (SQLCHAR*)"'TABLE'", SQL_NTS))) {
+      char name[256];
+      while (!found && SQL_SUCCEEDED(SQLFetch(tables.get()))) {
+        std::memset(name, 0, sizeof name);
+        SQLLEN indicator = 0;
+        SQLGetData(tables.get(), 3, SQL_C_CHAR, name, sizeof name, &indicator);
+        found = std::strcmp(name, tableName) == 0;
+      }
+    }
+    tables.Free();
+    SQLDisconnect(connection_.get());
+  }
+  connection_.Free();
+  environment_.Free();
+  return found;
+}
+
+int DbConnection::OpenQuery(const char* sql) {
+  if (statement_) replaced_statements_.push_back(std::move(statement_));
+  statement_ = OdbcHandle(SQL_HANDLE_STMT);
+  result_columns_ = -1;
+  statement_.Allocate(connection_.get());
+  SQLSetStmtAttr(statement_.get(), SQL_ATTR_CURSOR_TYPE,
+                 reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), SQL_IS_INTEGER);
+  SQLSetStmtAttr(statement_.get(), SQL_ATTR_CURSOR_SCROLLABLE,
+                 reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
+  ClearErrorText();
+  SQLRETURN rc = SQLExecDirect(statement_.get(), (SQLCHAR*)sql, SQL_NTS);
+  if (SQL_SUCCEEDED(rc)) return 1;
+  CaptureDiagnostic(SQL_HANDLE_STMT, statement_.get(), DiagnosticForm::Plain, rc);
+  return 0;
+}
+
+int DbConnection::Execute(const char* sql) {
+  ClearErrorText();
+  OdbcHandle statement(SQL_HANDLE_STMT);
+  statement.Allocate(connection_.get());
+  SQLRETURN rc = SQLExecDirect(statement.get(), (SQLCHAR*)sql, SQL_NTS);
+  if (SQL_SUCCEEDED(rc)) return 1;
+  CaptureDiagnostic(SQL_HANDLE_STMT, statement.get(), DiagnosticForm::WithReturnCode, rc);
+  return 0;
+}
+
+int DbConnection::MoveFirst() {
+  if (!SQL_SUCCEEDED(SQLFetchScroll(statement_.get(), SQL_FETCH_FIRST, 0))) return 0;
+  end_flag_ = 0;
+  return 1;
+}
+
+int DbConnection::MoveNext() {
+  if (!SQL_SUCCEEDED(SQLFetchScroll(statement_.get(), SQL_FETCH_NEXT, 0))) {
+    end_flag_ = 1;
+    return 0;
+  }
+  end_flag_ = 0;
+  return 1;
+}
+
+uint32_t DbConnection::CountRows() {
+  if (!MoveToFirstRow()) return 0;
+  uint32_t count = 1;
+  MoveNext();
+  while (end_flag_ == 0) {
+    ++count;
+    MoveNext();
+  }
+  return count;
+}
+
+int DbConnection::ColumnCount() {
+  SQLSMALLINT count = 0;
+  if (!SQL_SUCCEEDED(SQLNumResultCols(statement_.get(), &count))) count = 0;
+  return count;
+}
+
+bool DbConnection::ColumnExists(uint16_t column) {
+  // Some drivers crash when asked for a column past the end of the result.
+  if (result_columns_ < 0) result_columns_ = ColumnCount();
+  return column >= 1 && column <= result_columns_;
+}
+
+int DbConnection::ReadFailedWithoutDriver(uint16_t column) {
+  FormatBounded(error_text_, sizeof error_text_, "column %u is not in the result (%d columns)",
+                column, result_columns_);
+  return 0;
+}
+
+int DbConnection::DescribeColumn(uint16_t column, char* name, int32_t* type, int32_t* length) {
+  SQLSMALLINT nameLength = 0, dataType = 0, decimalDigits = 0, nullable = 0;
+  SQLULEN columnSize = 0;
+  SQLRETURN rc;
+  if (dialect() == SqlDialect::Backtick) {
+    size_t bufferSize = std::max<size_t>(2 * static_cast<size_t>(std::max(*length, 0)), 64);
+    std::unique_ptr<char[]> utf8(new (std::nothrow) char[bufferSize]());
+    if (!utf8) return 0;
+    rc = SQLDescribeCol(statement_.get(), column, (SQLCHAR*)utf8.get(), kDescribeNameLength,
+                        &nameLength, &dataType, &columnSize, &decimalDigits, &nullable);
+    ToAnsi(utf8.get(), name, *length);
+  } else {
+    rc = SQLDescribeCol(statement_.get(), column, (SQLCHAR*)name, kDescribeNameLength,
+                        &nameLength, &dataType, &columnSize, &decimalDigits, &nullable);
+  }
+  *type = dataType;
+  *length = nameLength;
+  return SQL_SUCCEEDED(rc) ? 1 : 0;
+}
+
+int DbConnection::ReadFixed(uint16_t column, SQLSMALLINT cType, void* target, int32_t size,
+                            int32_t valueSize) {
+  ClearErrorText();
+  if (!ColumnExists(column)) return ReadFailedWithoutDriver(column);
+  unsigned char value[8] = {};
+  SQLLEN indicator = 0;
+  SQLRETURN rc = SQLGetData(statement_.get(), column, cType, value, valueSize, &indicator);
+  if (!SQL_SUCCEEDED(rc)) {
+    CaptureDiagnostic(SQL_HANDLE_STMT, statement_.get(), DiagnosticForm::Plain, rc);
+    return 0;
+  }
+  if (indicator != SQL_NULL_DATA && size > 0)
+    std::memcpy(target, value, static_cast<size_t>(std::min(size, valueSize)));
+  return 1;
+}
+
+int DbConnection::GetInteger(uint16_t column, void* target, int32_t size) {
+  return ReadFixed(column, SQL_C_ULONG, target, size, sizeof(SQLUINTEGER));
+}
+
+int DbConnection::GetDouble(uint16_t column, void* target, int32_t size) {
+  return ReadFixed(column, SQL_C_DOUBLE, target, size, sizeof(double));
+}
+
+int DbConnection::GetString(uint16_t column, char* target, int32_t capacity) {
+  if (capacity <= 0) return 0;
+  if (!ColumnExists(column)) {
+    ClearErrorText();
+    return ReadFailedWithoutDriver(column);
+  }
+  const bool utf8 = dialect() == SqlDialect::Backtick;
+  const size_t bufferSize = static_cast<size_t>(capacity) * (utf8 ? kUtf8Expansion : 1);
+  std::unique_ptr<char[]> value(new (std::nothrow) char[bufferSize]());
+  if (!value) return 0;
+  SQLLEN indicator = 0;
+  SQLRETURN rc = SQLGetData(statement_.get(), column, SQL_C_CHAR, value.get(),
+                            static_cast<SQLLEN>(bufferSize), &indicator);
+  ClearErrorText();
+  if (!SQL_SUCCEEDED(rc)) {
+    CaptureDiagnostic(SQL_HANDLE_STMT, statement_.get(), DiagnosticForm::Plain, rc);
+    return 0;
+  }
+  if (utf8) {
+    // A NULL leaves the buffer empty, which converts to an empty text.
+    if (indicator == SQL_NULL_DATA) value[0] = '\0';
+    ToAnsi(value.get(), target, capacity);
+  } else if (indicator != SQL_NULL_DATA) {
+    std::memcpy(target, value.get(), std::strlen(value.get()) + 1);
+  }
+  return 1;
+}
+
+void DbConnection::CaptureDiagnostic(SQLSMALLINT handleType, SQLHANDLE handle,
+                                     DiagnosticForm form, SQLRETURN returnCode) {
+  SQLCHAR state[8] = {};
+  SQLINTEGER nativeError = 0;
+  SQLCHAR message[256] = {};
+  SQLSMALLINT textLength = 0;
+  SQLGetDiagRec(handleType, handle, 1, state, &nativeError, message, sizeof message, &textLength);
+  const char* text = reinterpret_cast<const char*>(message);
+  if (form == DiagnosticForm::Plain)
+    FormatBounded(error_text_, sizeof error_text_, "%s", text);
+  else
+    FormatBounded(error_text_, sizeof error_text_, "ret: %d, msg: %s", returnCode, text);
+  if (text[0] != '\0') NotifyMonitorWindow(error_text_);
+}
+
+}  // namespace scadastore

@@ -1,0 +1,77 @@
+// One connection per exported call: open, run statements, walk one result
+// set, read columns, close. Failures of the driver land in ErrorText() and are
+// announced to the monitor channel.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "core/odbc_handle.h"
+#include "core/settings.h"
+
+namespace scadastore {
+
+class DbConnection {
+ public:
+  static constexpr unsigned kErrorTextSize = 256;
+
+  // Captures the kind (fetch rule, dialect) in force at construction.
+  DbConnection();
+  explicit DbConnection(DbKind kind);
+  ~DbConnection() { Close(); }
+  DbConnection(const DbConnection&) = delete;
+  DbConnection& operator=(const DbConnection&) = delete;
+
+  // 1 connected, 0 failed (the driver's message is in ErrorText()).
+  int Open(const char* dsn, const char* user, const char* password);
+  // Opens with the settings in force.
+  int Open();
+  void Close();
+  // Looks the table up with a connection of its own; exact, case-sensitive.
+  int TableExists(const char* dsn, const char* user, const char* password,
+                  const char* tableName);
+  const char* ErrorText() const { return error_text_; }
+
+  int OpenQuery(const char* sql);
+  int Execute(const char* sql);
+  uint32_t CountRows();
+  int MoveFirst();
+  int MoveNext();
+  int IsEOF() const { return end_flag_; }
+  int ColumnCount();
+  // `length` is the capacity of `name` on the way in and the name's length out.
+  int DescribeColumn(uint16_t column, char* name, int32_t* type, int32_t* length);
+
+  // The readers leave `target` untouched when the value is NULL.
+  int GetInteger(uint16_t column, void* target, int32_t size);
+  int GetDouble(uint16_t column, void* target, int32_t size);
+  int GetString(uint16_t column, char* target, int32_t capacity);
+
+  // First row of the current result: NEXT under kind 4, FIRST otherwise.
+  int MoveToFirstRow() { return FirstRowByNext(kind_) ? MoveNext() : MoveFirst(); }
+  DbKind kind() const { return kind_; }
+  SqlDialect dialect() const { return DialectOf(kind_); }
+
+ private:
+  enum class DiagnosticForm { Plain, WithReturnCode };
+  void CaptureDiagnostic(SQLSMALLINT handleType, SQLHANDLE handle, DiagnosticForm form,
+                         SQLRETURN returnCode);
+  bool AllocateEnvironmentAndConnection();
+  void ClearErrorText();
+  bool ColumnExists(uint16_t column);
+  int ReadFailedWithoutDriver(uint16_t column);
+  int ReadFixed(uint16_t column, SQLSMALLINT cType, void* target, int32_t size,
+                int32_t valueSize);
+
+  DbKind kind_;
+  OdbcHandle environment_{SQL_HANDLE_ENV};
+  OdbcHandle connection_{SQL_HANDLE_DBC};
+  OdbcHandle statement_{SQL_HANDLE_STMT};
+  // Result sets replaced by a later OpenQuery; released by Close.
+  std::vector<OdbcHandle> replaced_statements_;
+  int32_t result_columns_ = -1;  // column count of the current result, -1 unknown
+  int end_flag_ = 0;
+  char error_text_[kErrorTextSize] = {};
+};
+
+}  // namespace scadastore

@@ -1,0 +1,51 @@
+// The db* exports: configuration, last error, table lookup and removal.
+#include "scadastore.h"
+
+#include "core/connection.h"
+#include "core/export_call.h"
+#include "core/format.h"
+#include "core/last_error.h"
+#include "core/settings.h"
+#include "core/sql_text.h"
+
+using namespace scadastore;
+
+extern "C" {
+
+uint32_t dbInitialize(const char* config) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    if (!ParseSettings(config, Settings())) return 1;
+    DbConnection probe;
+    if (!probe.Open()) return 1;
+    probe.Close();
+    return 0;
+  });
+}
+
+uint32_t dbUninitialize(void) { return 0; }
+
+const char* dbGetLastError(void) { return LastErrorText(); }
+
+unsigned char dbIsTableExist(CallerToken token, const char* tableName) {
+  return Guarded<unsigned char>(0, [&]() -> unsigned char {
+    if (token == nullptr || tableName == nullptr) return 0;
+    const ConnectionSettings& settings = Settings();
+    DbConnection db;
+    return db.TableExists(settings.dsn, settings.user, settings.password, tableName) ? 1 : 0;
+  });
+}
+
+uint32_t dbRemoveTable(CallerToken token, const char* tableName, char* errorText,
+                       uint32_t errorTextSize) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    if (token == nullptr || tableName == nullptr) return 1;
+    DbConnection db;
+    if (!db.Open()) return 1;
+    std::string sql = FormatStatement(db.dialect(), 256, "drop table `%s`", tableName);
+    if (db.Execute(sql.c_str())) return 0;
+    if (errorText != nullptr) FormatBounded(errorText, errorTextSize, "%s", db.ErrorText());
+    return 1;
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,50 @@
+#include "core/sql_text.h"
+
+#include <cstdarg>
+#include <cstring>
+#include <vector>
+
+#include "core/format.h"
+
+namespace scadastore {
+
+std::string DialectTemplate(SqlDialect dialect, const char* backtickTemplate) {
+  std::string converted(backtickTemplate);
+  if (dialect == SqlDialect::Backtick) return converted;
+  bool opening = true;
+  for (char& c : converted) {
+    if (c != '`') continue;
+    c = opening ? OpenQuote(dialect) : CloseQuote(dialect);
+    opening = !opening;
+  }
+  return converted;
+}
+
+std::string FormatStatement(SqlDialect dialect, uint32_t bufferSize,
+                            const char* backtickTemplate, ...) {
+  std::string format = DialectTemplate(dialect, backtickTemplate);
+  std::vector<char> buffer(bufferSize, '\0');
+  va_list args;
+  va_start(args, backtickTemplate);
+  FormatBoundedV(buffer.data(), bufferSize, format.c_str(), args);
+  va_end(args);
+  return std::string(buffer.data());
+}
+
+std::string EscapeText(SqlDialect dialect, std::string_view text) {
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (char c : text) {
+    escaped += c;
+    if (c == '\'' || (c == '\\' && dialect == SqlDialect::Backtick)) escaped += c;
+  }
+  return escaped;
+}
+
+std::string_view FieldText(const void* field, size_t width) {
+  const char* text = static_cast<const char*>(field);
+  const void* end = std::memchr(text, '\0', width);
+  return std::string_view(text, end ? static_cast<const char*>(end) - text : width);
+}
+
+}  // namespace scadastore

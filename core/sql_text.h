@@ -1,0 +1,31 @@
+// Statement text: templates, identifier quoting and text literals.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "core/settings.h"
+
+namespace scadastore {
+
+// Formats a statement written in the backtick dialect into a zeroed buffer of
+// `bufferSize` bytes with FormatBounded, each backtick of the template replaced
+// by the dialect's opening or closing quote (alternately). Arguments are never
+// rewritten, so a table name is used exactly as given. The result is the text
+// as the bounded buffer holds it (cut at bufferSize - 1 characters).
+std::string FormatStatement(SqlDialect dialect, uint32_t bufferSize,
+                            const char* backtickTemplate, ...)
+    __attribute__((format(printf, 3, 4)));
+
+// The template converted to the dialect (exposed for builders that append pieces).
+std::string DialectTemplate(SqlDialect dialect, const char* backtickTemplate);
+
+// A caller text as it stands between single quotes: a quote is doubled, and in
+// the backtick dialect a backslash too.
+std::string EscapeText(SqlDialect dialect, std::string_view text);
+
+// The text of a fixed-width field: up to its NUL, never beyond `width` bytes.
+std::string_view FieldText(const void* field, size_t width);
+
+}  // namespace scadastore

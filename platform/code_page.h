@@ -1,0 +1,12 @@
+// Conversion of driver UTF-8 into the process's narrow character set.
+#pragma once
+
+namespace scadastore {
+
+// Converts NUL-terminated UTF-8 into `target` in the LC_CTYPE character set
+// (UTF-8 under the C locale). Missing or invalid characters become '?'. At
+// most capacity - 1 bytes are written, never splitting a character, and the
+// text is terminated. False with `target` untouched when nothing converts.
+bool ToAnsi(const char* source, char* target, int capacity);
+
+}  // namespace scadastore

@@ -1,0 +1,10 @@
+#include "platform/local_time.h"
+
+namespace scadastore {
+
+bool ToLocalTime(int64_t seconds, std::tm& out) {
+  std::time_t t = static_cast<std::time_t>(seconds);
+  return localtime_r(&t, &out) != nullptr;
+}
+
+}  // namespace scadastore

@@ -1,0 +1,27 @@
+// Delivery of database error texts to a monitor process, if one listens.
+//
+// The monitor publishes a receiver id (uint64, host order) in the first 8
+// bytes of the POSIX shared-memory object "/message_mem" and listens on the
+// SOCK_SEQPACKET socket "/tmp/message_mem.<id>". A delivery is one packet:
+// uint32 message 6119, uint32 wParam 21, then the text and its NUL; the
+// receiver answers one byte. Anything missing means silence.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace scadastore {
+
+constexpr const char* kMonitorBlockName = "/message_mem";
+constexpr uint32_t kMonitorBlockSize = 32768;
+constexpr uint32_t kMonitorMessage = 6119;
+constexpr uint32_t kMonitorWParam = 21;
+
+// Sends the text and waits up to 5 seconds for the receiver's answer.
+void NotifyMonitorWindow(const char* text);
+
+inline std::string MonitorSocketPath(uint64_t receiverId) {
+  return "/tmp/message_mem." + std::to_string(receiverId);
+}
+
+}  // namespace scadastore

@@ -1,0 +1,44 @@
+// The databases every integration test runs against, and per-test helpers.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "scadastore.h"
+
+namespace scadastore::testing {
+
+struct Database {
+  std::string name;     // "Sqlite1", "Postgres5", "Mariadb2": the ctest filter keys on it
+  std::string envVar;   // holds "DSN;user;password" when the server runs
+  int kind;
+  std::string Config() const;  // "DSN;user;password;kind", empty when unavailable
+};
+
+// SQLite under the given kinds, PostgreSQL under 5, MariaDB under 2.
+std::vector<Database> Databases(std::vector<int> sqliteKinds = {1, 4, 6});
+
+std::string DatabaseName(const ::testing::TestParamInfo<Database>& info);
+
+// A table name unique to this process and call: prefix_<pid>_<counter>.
+std::string UniqueTableName(const std::string& prefix);
+
+inline CallerToken Token() { return reinterpret_cast<CallerToken>(0x1); }
+
+// Connects the library to the test's database; skips the test when the
+// database is not configured (fails instead under CI=true). Drops the tables
+// registered with DropAtEnd() afterwards.
+class DatabaseTest : public ::testing::TestWithParam<Database> {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  std::string DropAtEnd(const std::string& table);
+  int kind() const { return GetParam().kind; }
+
+ private:
+  std::vector<std::string> tables_;
+};
+
+}  // namespace scadastore::testing
