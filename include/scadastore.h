@@ -184,9 +184,14 @@ SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, batch) == 236, "batch");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, alarmlevel) == 300, "alarmlevel");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, reserved) == 304, "reserved");
 SCADASTORE_STATIC_ASSERT(sizeof(AlarmQuery) == 32, "AlarmQuery head size");
+SCADASTORE_STATIC_ASSERT(offsetof(AlarmQuery, endTime) == 4, "endTime");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmQuery, filter) == 12, "filter");
+SCADASTORE_STATIC_ASSERT(offsetof(AlarmQuery, typeCount) == 16, "typeCount");
+SCADASTORE_STATIC_ASSERT(offsetof(AlarmQuery, stationCount) == 20, "stationCount");
+SCADASTORE_STATIC_ASSERT(offsetof(AlarmQuery, tagCount) == 24, "tagCount");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmQuery, pointCount) == 28, "pointCount");
 SCADASTORE_STATIC_ASSERT(sizeof(PointKey) == 66, "PointKey size");
+SCADASTORE_STATIC_ASSERT(offsetof(PointKey, tag) == 32, "PointKey tag");
 SCADASTORE_STATIC_ASSERT(offsetof(PointKey, tagtype) == 64, "PointKey tagtype");
 SCADASTORE_STATIC_ASSERT(sizeof(LogRecord) == 914, "LogRecord size");
 SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, source) == 16, "source");
@@ -259,8 +264,9 @@ SCADASTORE_API uint32_t almGetLastID(CallerToken token, const char* table);
 SCADASTORE_API uint32_t almGetAllAlarm(CallerToken token, const char* table,
                                        AlarmRecord* records, uint32_t size);
 
-/* The alarms that the query selects, in a malloc block the caller frees;
- * *size is in bytes (364 per record). */
+/* The alarms that the query selects, in id order, in a malloc block the
+ * caller frees; *size is in bytes (364 per record). No match: *records null
+ * and *size 0. records and size must not be null. */
 SCADASTORE_API uint32_t almGetAlarmByQuery(CallerToken token, const char* table,
                                            const AlarmQuery* query,
                                            AlarmRecord** records, uint32_t* size);
