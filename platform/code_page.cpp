@@ -67,8 +67,11 @@ class Converter {
 }  // namespace
 
 bool ToAnsi(const char* source, char* target, int capacity) {
+  return ConvertFromUtf8(source, TargetCharset(), target, capacity);
+}
+
+bool ConvertFromUtf8(const char* source, const char* charset, char* target, int capacity) {
   if (source == nullptr || target == nullptr || capacity <= 0) return false;
-  const char* charset = TargetCharset();
   Converter converter(charset);
   const bool passThrough = std::strcmp(charset, "UTF-8") == 0;
   if (!passThrough && !converter.valid()) return false;

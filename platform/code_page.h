@@ -9,4 +9,7 @@ namespace scadastore {
 // text is terminated. False with `target` untouched when nothing converts.
 bool ToAnsi(const char* source, char* target, int capacity);
 
+// The same into an explicit iconv character set.
+bool ConvertFromUtf8(const char* source, const char* charset, char* target, int capacity);
+
 }  // namespace scadastore

@@ -1,0 +1,81 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "core/settings.h"
+#include "core/sql_text.h"
+
+namespace scadastore {
+namespace {
+
+ConnectionSettings Parsed(const char* text, bool expectAccepted = true) {
+  ConnectionSettings settings;
+  std::strcpy(settings.dsn, "before");
+  settings.kind = 3;
+  EXPECT_EQ(ParseSettings(text, settings), expectAccepted) << (text ? text : "null");
+  return settings;
+}
+
+TEST(ParseSettings, AcceptsFourFields) {
+  ConnectionSettings s = Parsed("plant;operator;secret;2");
+  EXPECT_STREQ(s.dsn, "plant");
+  EXPECT_STREQ(s.user, "operator");
+  EXPECT_STREQ(s.password, "secret");
+  EXPECT_EQ(s.kind, 2);
+
+  s = Parsed("plant;;;3");
+  EXPECT_STREQ(s.user, "");
+  EXPECT_STREQ(s.password, "");
+}
+
+TEST(ParseSettings, KindFollowsAtoi) {
+  EXPECT_EQ(Parsed("d;u;p; 4xyz").kind, 4);
+  EXPECT_EQ(Parsed("d;u;p;4;5").kind, 4);
+  EXPECT_EQ(Parsed("d;u;p;+6").kind, 6);
+}
+
+TEST(ParseSettings, RejectedTextLeavesSettingsUnchanged) {
+  for (const char* text : {";u;p;1", "d;u;p;", "d;u;p;7", "d;u;p;0", "d;u;p;x", "d;u;p",
+                           "d;u", "dsn", ""}) {
+    ConnectionSettings s = Parsed(text, false);
+    EXPECT_STREQ(s.dsn, "before") << text;
+    EXPECT_EQ(s.kind, 3) << text;
+  }
+  Parsed(nullptr, false);
+}
+
+TEST(ParseSettings, LongFieldsAreCutTo63) {
+  std::string hundred(100, 'a');
+  std::string text = hundred + ";" + hundred + ";" + hundred + ";1";
+  ConnectionSettings s = Parsed(text.c_str());
+  EXPECT_EQ(std::string(s.dsn), std::string(63, 'a'));
+  EXPECT_EQ(std::string(s.user), std::string(63, 'a'));
+  EXPECT_EQ(std::string(s.password), std::string(63, 'a'));
+}
+
+TEST(Dialects, KindsSelectTheirQuoting) {
+  const char* expected[] = {"drop table [t]", "drop table `t`", "drop table [t]",
+                            "drop table \"t\"", "drop table \"t\"", "drop table [t]"};
+  for (int kind = 1; kind <= 6; ++kind)
+    EXPECT_EQ(FormatStatement(DialectOf(kind), 256, "drop table `%s`", "t"), expected[kind - 1])
+        << "kind " << kind;
+}
+
+TEST(Dialects, NamesAreNeverRewritten) {
+  EXPECT_EQ(FormatStatement(SqlDialect::Bracket, 256, "select `a` from `%s`", "x]`y"),
+            "select [a] from [x]`y]");
+  EXPECT_EQ(FormatStatement(SqlDialect::DoubleQuote, 16, "select `%s`", "abcdefghijklmnop"),
+            "select \"abcdefg");
+}
+
+TEST(Dialects, TextLiteralsDoubleQuotesAndBacktickBackslashes) {
+  EXPECT_EQ(EscapeText(SqlDialect::Bracket, "it's a\\b"), "it''s a\\b");
+  EXPECT_EQ(EscapeText(SqlDialect::Backtick, "it's a\\b"), "it''s a\\\\b");
+  EXPECT_EQ(EscapeText(SqlDialect::DoubleQuote, "plain"), "plain");
+  char field[4] = {'a', 'b', 'c', 'd'};
+  EXPECT_EQ(FieldText(field, sizeof field), "abcd");
+}
+
+}  // namespace
+}  // namespace scadastore
