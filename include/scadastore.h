@@ -205,12 +205,18 @@ SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, batch) == 718, "log batch");
 SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, rsvd) == 782, "rsvd");
 SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, reserved) == 910, "log reserved");
 SCADASTORE_STATIC_ASSERT(sizeof(ColumnInfo) == 100, "ColumnInfo size");
+SCADASTORE_STATIC_ASSERT(offsetof(ColumnInfo, type) == 0, "column type");
 SCADASTORE_STATIC_ASSERT(offsetof(ColumnInfo, name) == 68, "column name");
 SCADASTORE_STATIC_ASSERT(offsetof(DataTableInfo, statMode) == 436, "statMode");
 SCADASTORE_STATIC_ASSERT(offsetof(DataTableInfo, recordSize) == 444, "recordSize");
 SCADASTORE_STATIC_ASSERT(offsetof(DataTableInfo, columnCount) == 452, "columnCount");
 SCADASTORE_STATIC_ASSERT(offsetof(DataTableInfo, columns) == 456, "columns");
+SCADASTORE_STATIC_ASSERT(sizeof(DataTableInfo) == 456, "DataTableInfo head size");
+SCADASTORE_STATIC_ASSERT(offsetof(DataRecord, time) == 4, "DataRecord time");
+SCADASTORE_STATIC_ASSERT(offsetof(DataRecord, ms) == 8, "DataRecord ms");
+SCADASTORE_STATIC_ASSERT(offsetof(DataRecord, modify) == 12, "DataRecord modify");
 SCADASTORE_STATIC_ASSERT(offsetof(DataRecord, values) == 16, "DataRecord values");
+SCADASTORE_STATIC_ASSERT(sizeof(DataRecord) == 16, "DataRecord head size");
 
 /* ---- Configuration and tables ------------------------------------------ */
 
