@@ -362,25 +362,25 @@ SCADASTORE_API uint32_t sgGetRecordCount(CallerToken token, const DataTableInfo*
  * 2 min, 3 avg, 4 sum, anything else the table's statMode. */
 SCADASTORE_API uint32_t sgGetRecordStatValueOfInterval(CallerToken token,
                                                        const DataTableInfo* table,
-                                                       int32_t statKind, int32_t startTime,
+                                                       uint32_t statKind, int32_t startTime,
                                                        int32_t endTime, DataRecord* record,
                                                        uint32_t size);
 
 /* 24 hourly slots from startTime; size = 24 * recordSize. */
 SCADASTORE_API uint32_t sgGetRecord_Day(CallerToken token, const DataTableInfo* table,
-                                        int32_t unused1, int32_t startTime, int32_t unused2,
-                                        int32_t unused3, int32_t unused4, void* slots,
+                                        uint32_t unused1, uint32_t startTime, uint32_t unused2,
+                                        uint32_t unused3, uint32_t unused4, void* slots,
                                         uint32_t size);
 
 /* One slot per day from startTime; size = days * recordSize. */
 SCADASTORE_API uint32_t sgGetRecord_Month(CallerToken token, const DataTableInfo* table,
-                                          int32_t unused1, int32_t startTime, int32_t unused2,
-                                          int32_t unused3, int32_t days, void* slots,
+                                          uint32_t unused1, uint32_t startTime, uint32_t unused2,
+                                          uint32_t unused3, int32_t days, void* slots,
                                           uint32_t size);
 
 /* 12 monthly slots from startTime, month lengths of year; size = 12 * recordSize. */
 SCADASTORE_API uint32_t sgGetRecord_Year(CallerToken token, const DataTableInfo* table,
-                                         int32_t unused1, int32_t startTime, int32_t year,
+                                         uint32_t unused1, uint32_t startTime, int32_t year,
                                          void* slots, uint32_t size);
 
 /* Any select as a text table: offsets[r * fieldCount + f] locates field f of
