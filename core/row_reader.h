@@ -9,6 +9,14 @@
 
 namespace scadastore {
 
+// Reads column 1 of the first row of a one-row result (count, max id) into
+// `value`, which a NULL leaves as it was; the first row is taken with NEXT
+// under kind 4. False when the column cannot be read.
+inline bool ReadSingleInteger(DbConnection& db, uint32_t& value) {
+  db.MoveToFirstRow();
+  return db.GetInteger(1, &value, sizeof value) != 0;
+}
+
 // From the first row, calls readRow(i) for i = 0.. while rows remain and
 // i < limit, moving to the next row between calls. Returns the rows read.
 // readRow returns false to stop early (a failed read).
