@@ -56,12 +56,22 @@ bool MonitorReceiver::Start(uint64_t id, std::string& error) {
   return true;
 }
 
-bool MonitorReceiver::Receive(int timeoutMs, MonitorDelivery& delivery, bool answer) {
+void MonitorReceiver::CloseSilentPeer() {
+  if (silent_peer_ >= 0) close(silent_peer_);
+  silent_peer_ = -1;
+}
+
+bool MonitorReceiver::Receive(int timeoutMs, MonitorDelivery& delivery, Reply reply) {
+  CloseSilentPeer();
   if (listener_ < 0) return false;
   pollfd ready{listener_, POLLIN, 0};
   if (poll(&ready, 1, timeoutMs) <= 0) return false;
   int peer = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
   if (peer < 0) return false;
+  if (reply == Reply::HangUp) {
+    close(peer);
+    return true;
+  }
   std::vector<char> packet(64 * 1024);
   pollfd incoming{peer, POLLIN, 0};
   ssize_t length = poll(&incoming, 1, 1000) > 0 ? recv(peer, packet.data(), packet.size(), 0) : -1;
@@ -70,13 +80,17 @@ bool MonitorReceiver::Receive(int timeoutMs, MonitorDelivery& delivery, bool ans
     std::memcpy(&delivery.message, packet.data(), 4);
     std::memcpy(&delivery.wParam, packet.data() + 4, 4);
     delivery.text.assign(packet.data() + 8, strnlen(packet.data() + 8, length - 8));
-    if (answer) send(peer, "", 1, MSG_NOSIGNAL);
+    if (reply == Reply::Answer) send(peer, "", 1, MSG_NOSIGNAL);
   }
-  close(peer);
+  if (received && reply == Reply::Silent)
+    silent_peer_ = peer;
+  else
+    close(peer);
   return received;
 }
 
 void MonitorReceiver::Stop() {
+  CloseSilentPeer();
   if (id_ != 0) {
     PublishId(0, false);
     shm_unlink(kMonitorBlockName);

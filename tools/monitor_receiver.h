@@ -22,14 +22,21 @@ class MonitorReceiver {
 
   // Creates the block (mode 0600, 32768 bytes), listens and publishes `id`.
   bool Start(uint64_t id, std::string& error);
-  // Waits up to timeoutMs for one delivery. With answer false the sender is
-  // left waiting for its answer (until it gives up).
-  bool Receive(int timeoutMs, MonitorDelivery& delivery, bool answer = true);
+  enum class Reply {
+    Answer,   // copy the text, then answer: the normal receiver
+    Silent,   // copy the text, never answer; the sender gives up after its time-out
+    HangUp,   // close the connection before reading anything
+  };
+  // Waits up to timeoutMs for one delivery.
+  bool Receive(int timeoutMs, MonitorDelivery& delivery, Reply reply = Reply::Answer);
   // Publishes 0 and removes the block and the socket.
   void Stop();
 
  private:
+  void CloseSilentPeer();
+
   int listener_ = -1;
+  int silent_peer_ = -1;  // a connection held open without an answer
   uint64_t id_ = 0;
   std::string socket_path_;
 };

@@ -1,0 +1,228 @@
+// The connection core against every database: cursor rules, readers, Execute
+// answers, table lookup and removal.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "core/connection.h"
+#include "core/sql_text.h"
+#include "support/databases.h"
+
+namespace scadastore::testing {
+namespace {
+
+class ConnectionTest : public DatabaseTest {
+ protected:
+  void SetUp() override {
+    DatabaseTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    ASSERT_EQ(db.Open(), 1) << db.ErrorText();
+  }
+
+  std::string Sql(const char* backtickTemplate, const std::string& table) {
+    return FormatStatement(db.dialect(), 1024, backtickTemplate, table.c_str());
+  }
+
+  // A table (id integer, name varchar(300), amount float) with `rows` rows;
+  // row 2 holds NULLs.
+  std::string MakeTable(int rows) {
+    std::string table = DropAtEnd(UniqueTableName("conn"));
+    EXPECT_EQ(db.Execute(Sql("create table `%s` (`id` integer, `name` varchar(300), "
+                             "`amount` float)", table).c_str()), 1) << db.ErrorText();
+    for (int i = 1; i <= rows; ++i) {
+      std::string values = i == 2 ? "2, NULL, NULL" : std::to_string(i) + ", 'row" +
+                                                        std::to_string(i) + "', " +
+                                                        std::to_string(i) + ".5";
+      EXPECT_EQ(db.Execute((Sql("insert into `%s` values (", table) + values + ")").c_str()), 1)
+          << db.ErrorText();
+    }
+    return table;
+  }
+
+  bool IsMariadb() const { return GetParam().name.rfind("Mariadb", 0) == 0; }
+  bool IsSqlite() const { return GetParam().name.rfind("Sqlite", 0) == 0; }
+
+  DbConnection db{GetParam().kind};
+};
+
+TEST_P(ConnectionTest, CursorOverEmptyAndThreeRowResults) {
+  std::string table = MakeTable(0);
+  ASSERT_EQ(db.OpenQuery(Sql("select * from `%s`", table).c_str()), 1) << db.ErrorText();
+  EXPECT_EQ(db.CountRows(), 0u);
+  EXPECT_EQ(db.IsEOF(), kind() == 4 ? 1 : 0);  // kind 4 fetched with NEXT
+  EXPECT_EQ(db.MoveFirst(), 0);
+
+  table = MakeTable(3);
+  ASSERT_EQ(db.OpenQuery(Sql("select `id` from `%s` order by `id`", table).c_str()), 1);
+  EXPECT_EQ(db.CountRows(), 3u);
+  EXPECT_EQ(db.IsEOF(), 1);
+  ASSERT_EQ(db.MoveFirst(), 1);
+  EXPECT_EQ(db.IsEOF(), 0);
+  for (uint32_t expected = 1; expected <= 3; ++expected) {
+    uint32_t id = 0;
+    EXPECT_EQ(db.GetInteger(1, &id, 4), 1);
+    EXPECT_EQ(id, expected);
+    EXPECT_EQ(db.MoveNext(), expected < 3 ? 1 : 0);
+  }
+  EXPECT_EQ(db.IsEOF(), 1);
+}
+
+TEST_P(ConnectionTest, ReadersLeaveTargetsUntouchedOnNull) {
+  std::string table = MakeTable(3);
+  ASSERT_EQ(db.OpenQuery(Sql("select `name`, `amount`, `id` from `%s` where `id` = 2", table)
+                             .c_str()), 1);
+  ASSERT_EQ(db.MoveToFirstRow(), 1);
+  char name[8] = "keep";
+  double amount = -7.25;
+  EXPECT_EQ(db.GetString(1, name, sizeof name), 1);
+  EXPECT_EQ(db.GetDouble(2, &amount, 8), 1);
+  // The backtick dialect converts through an empty buffer: NULL reads as "".
+  EXPECT_STREQ(name, IsMariadb() ? "" : "keep");
+  EXPECT_EQ(amount, -7.25);
+  uint32_t id = 0;
+  EXPECT_EQ(db.GetInteger(3, &id, 4), 1);
+  EXPECT_EQ(id, 2u);
+  EXPECT_EQ(db.GetInteger(4, &id, 4), 0) << "a column past the result must fail";
+}
+
+TEST_P(ConnectionTest, LongTextIsCutToTheBuffer) {
+  std::string table = MakeTable(0);
+  std::string text(300, 'x');
+  ASSERT_EQ(db.Execute((Sql("insert into `%s` values (1, '", table) + text + "', 0)").c_str()), 1)
+      << db.ErrorText();
+  ASSERT_EQ(db.OpenQuery(Sql("select `name` from `%s`", table).c_str()), 1);
+  ASSERT_EQ(db.MoveToFirstRow(), 1);
+  char value[256];
+  EXPECT_EQ(db.GetString(1, value, sizeof value), 1);
+  EXPECT_EQ(std::string(value), std::string(255, 'x'));
+}
+
+TEST_P(ConnectionTest, DoubleFromTextPerDriver) {
+  std::string table = MakeTable(0);
+  ASSERT_EQ(db.Execute(Sql("insert into `%s` values (1, 'abc', 0)", table).c_str()), 1);
+  ASSERT_EQ(db.OpenQuery(Sql("select `name` from `%s`", table).c_str()), 1);
+  ASSERT_EQ(db.MoveToFirstRow(), 1);
+  double value = 42;
+  // No driver here refuses the conversion: SQLite reports NULL (target kept),
+  // the servers deliver 0.0.
+  EXPECT_EQ(db.GetDouble(1, &value, 8), 1) << db.ErrorText();
+  EXPECT_EQ(value, IsSqlite() ? 42.0 : 0.0);
+}
+
+TEST_P(ConnectionTest, ExecuteReportsReturnCodes) {
+  std::string table = MakeTable(1);
+  int updated = db.Execute(Sql("update `%s` set `id` = 5 where `id` = 99", table).c_str());
+  if (IsMariadb()) {
+    EXPECT_EQ(updated, 1);  // MariaDB answers success for an update matching nothing
+  } else {
+    EXPECT_EQ(updated, 0);
+    EXPECT_STREQ(db.ErrorText(), "ret: 100, msg: ");
+  }
+
+  EXPECT_EQ(db.Execute("selec nothing from nowhere"), 0);
+  std::string error = db.ErrorText();
+  EXPECT_EQ(error.rfind("ret: -1, msg: ", 0), 0u) << error;
+  EXPECT_GT(error.size(), std::strlen("ret: -1, msg: "));
+
+  std::string longName(300, 'q');
+  EXPECT_EQ(db.Execute(("select " + longName + " fro").c_str()), 0);
+  EXPECT_LE(std::strlen(db.ErrorText()), 255u);
+}
+
+TEST_P(ConnectionTest, ExecuteKeepsTheOpenResultSet) {
+  std::string table = MakeTable(3);
+  ASSERT_EQ(db.OpenQuery(Sql("select `id` from `%s` order by `id`", table).c_str()), 1);
+  ASSERT_EQ(db.CountRows(), 3u);
+  ASSERT_EQ(db.MoveFirst(), 1);
+  EXPECT_EQ(db.Execute(Sql("insert into `%s` values (4, 'four', 4)", table).c_str()), 1)
+      << db.ErrorText();
+  uint32_t id = 0;
+  ASSERT_EQ(db.MoveNext(), 1);
+  EXPECT_EQ(db.GetInteger(1, &id, 4), 1);
+  EXPECT_EQ(id, 2u);
+}
+
+TEST_P(ConnectionTest, TableLookupIsExact) {
+  std::string table = MakeTable(0);
+  EXPECT_EQ(dbIsTableExist(Token(), table.c_str()), 1);
+  std::string upper = table;
+  for (char& c : upper) c = static_cast<char>(std::toupper(c));
+  EXPECT_EQ(dbIsTableExist(Token(), upper.c_str()), 0);
+  EXPECT_EQ(dbIsTableExist(nullptr, table.c_str()), 0);
+  EXPECT_EQ(dbIsTableExist(Token(), nullptr), 0);
+}
+
+TEST_P(ConnectionTest, RemoveTableReportsTheStatementError) {
+  std::string table = MakeTable(0);
+  db.Close();
+  EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), nullptr, 0), 0);
+  EXPECT_EQ(dbIsTableExist(Token(), table.c_str()), 0);
+
+  char error[256] = "untouched";
+  EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), error, 0), 1);
+  EXPECT_STREQ(error, "untouched");
+  EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), nullptr, 100), 1);
+  EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), error, sizeof error), 1);
+  EXPECT_EQ(std::string(error).rfind("ret: -1, msg: ", 0), 0u) << error;
+  EXPECT_EQ(dbRemoveTable(nullptr, table.c_str(), error, sizeof error), 1);
+  EXPECT_EQ(dbRemoveTable(Token(), nullptr, error, sizeof error), 1);
+}
+
+TEST_P(ConnectionTest, LastErrorSurvivesSuccess) {
+  std::string before = dbGetLastError();
+  EXPECT_EQ(dbInitialize(GetParam().Config().c_str()), 0);
+  EXPECT_EQ(before, dbGetLastError()) << "dbInitialize never writes the last error";
+}
+
+INSTANTIATE_TEST_SUITE_P(Databases, ConnectionTest, ::testing::ValuesIn(Databases({1, 4, 6})),
+                         DatabaseName);
+
+// Server-only behaviour: passwords, schemas, UTF-8 from the backtick dialect.
+class ServerConnectionTest : public ConnectionTest {};
+
+TEST_P(ServerConnectionTest, WrongPasswordFailsWithTheDriverText) {
+  std::string config = GetParam().Config();
+  std::string dsn = config.substr(0, config.find(';'));
+  std::string user = config.substr(dsn.size() + 1, config.find(';', dsn.size() + 1) - dsn.size() - 1);
+  DbConnection refused;
+  EXPECT_EQ(refused.Open(dsn.c_str(), user.c_str(), "wrong-password"), 0);
+  EXPECT_STRNE(refused.ErrorText(), "");
+  EXPECT_EQ(dbInitialize((dsn + ";" + user + ";wrong-password;" + std::to_string(kind())).c_str()),
+            1u);
+  // Later calls use the stored (wrong) settings and fail at their connect step.
+  EXPECT_EQ(dbIsTableExist(Token(), "anything"), 0);
+  EXPECT_EQ(dbInitialize(config.c_str()), 0u);
+}
+
+TEST_P(ServerConnectionTest, TableInAnotherSchemaIsFound) {
+  if (kind() != 5) GTEST_SKIP() << "schemas are a PostgreSQL matter here";
+  std::string schema = UniqueTableName("schema");
+  ASSERT_EQ(db.Execute(("create schema " + schema).c_str()), 1) << db.ErrorText();
+  std::string table = UniqueTableName("inner");
+  ASSERT_EQ(db.Execute(("create table " + schema + "." + table + " (id integer)").c_str()), 1);
+  EXPECT_EQ(dbIsTableExist(Token(), table.c_str()), 1);
+  EXPECT_EQ(db.Execute(("drop schema " + schema + " cascade").c_str()), 1);
+}
+
+TEST_P(ServerConnectionTest, Utf8TextArrivesInTheProcessCharacterSet) {
+  std::string table = MakeTable(0);
+  const std::string text = "caf\xC3\xA9 \xE4\xB8\xAD\xE6\x96\x87";  // café 中文
+  ASSERT_EQ(db.Execute((Sql("insert into `%s` values (1, '", table) + text + "', 0)").c_str()), 1)
+      << db.ErrorText();
+  ASSERT_EQ(db.OpenQuery(Sql("select `name` from `%s`", table).c_str()), 1);
+  ASSERT_EQ(db.MoveToFirstRow(), 1);
+  char value[64] = {};
+  EXPECT_EQ(db.GetString(1, value, sizeof value), 1);
+  EXPECT_EQ(std::string(value), text);
+  char cut[8] = {};
+  ASSERT_EQ(db.MoveFirst(), 1);
+  EXPECT_EQ(db.GetString(1, cut, sizeof cut), 1);
+  EXPECT_EQ(std::string(cut), kind() == 2 ? "caf\xC3\xA9 " : std::string(text, 0, 7));
+}
+
+INSTANTIATE_TEST_SUITE_P(Databases, ServerConnectionTest, ::testing::ValuesIn(Databases({})),
+                         DatabaseName);
+
+}  // namespace
+}  // namespace scadastore::testing
