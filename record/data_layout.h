@@ -1,16 +1,26 @@
-// Where each value of a data table lives in a DataRecord. The packing rule
-// (values back to back, no alignment) is written here only.
+// The record codec of data tables: where each value lives in a DataRecord,
+// how a value is written into SQL text and how a result row is read back.
+// The packing rule (values back to back, no alignment) is written here only.
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "core/settings.h"
 #include "scadastore.h"
+
+namespace scadastore {
+class DbConnection;
+}
 
 namespace scadastore::record {
 
 constexpr uint32_t kRecordHeadSize = 16;
+// A value's SQL text holds at most this many characters.
+constexpr size_t kValueTextLimit = 255;
 
 // Bytes a value of this type takes in a record: 8, 4, 256, or 0 for other codes.
 uint32_t ValueWidth(uint32_t type);
@@ -30,5 +40,50 @@ std::vector<ColumnLayout> Layout(const DataTableInfo& table);
 
 // 16 plus the widths of all values: the least recordSize that holds them.
 uint32_t PackedRecordSize(const std::vector<ColumnLayout>& layout);
+
+// A data table as the record functions use it, read once per call.
+struct TableLayout {
+  std::string name;
+  std::vector<ColumnLayout> columns;
+  uint32_t recordSize;
+
+  // False when recordSize is too small for the values: such records would be
+  // read or written past their end.
+  bool HoldsValues() const { return PackedRecordSize(columns) <= recordSize; }
+};
+
+TableLayout DescribeTable(const DataTableInfo& table);
+
+struct RecordHead {
+  uint32_t id;
+  uint32_t time;
+  uint32_t ms;
+  uint32_t modify;
+};
+
+RecordHead LoadHead(const void* record);
+
+// Appends the SQL text of one value of `record`: "%.17g" for a double, 1 or 0
+// for an integer, a quoted text (cut at kValueTextLimit characters, which may
+// cost the closing quote) and nothing for other codes.
+void AppendValueText(std::string& out, SqlDialect dialect, const ColumnLayout& column,
+                     const void* record);
+
+// The part of a record a failed read was filling, in the order of the
+// readers' "failed to get field" serials.
+enum class RecordPart { Id, Time, Ms, Modify, Float, Integer, Text };
+
+struct ReadFailure {
+  RecordPart part;
+  int column;  // result column, from 1
+};
+
+// Reads the current row of `db` into `record`: result columns 1 to 4 into the
+// head, then column 5 + i for value column i. Other codes read nothing, but
+// keep their result column so that later values come from their own columns.
+// A NULL leaves the record's bytes as they were, except that a NULL integer
+// value reads as 0. Stops at the first failed read.
+std::optional<ReadFailure> ReadRecord(DbConnection& db, const std::vector<ColumnLayout>& columns,
+                                      void* record);
 
 }  // namespace scadastore::record
