@@ -1,0 +1,123 @@
+// The log* exports: each a short sequence of connection operations around the
+// statement builders, in the frame of ExportCall.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "core/export_call.h"
+#include "core/row_reader.h"
+#include "log/log_record.h"
+#include "log/log_statements.h"
+#include "scadastore.h"
+
+using namespace scadastore;
+using namespace scadastore::log;
+
+extern "C" {
+
+uint32_t logEnsureTableExist(CallerToken token, const char* table) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    if (!token || !table) return 1;
+    const ConnectionSettings& settings = Settings();
+    DbConnection db;
+    if (db.TableExists(settings.dsn, settings.user, settings.password, table)) return 0;
+    if (!db.Open()) return 1;
+    const std::string create = CreateTableStatement(db.dialect(), table);
+    const std::string index = CreateIndexStatement(db.dialect(), table);
+    // Not reported: a table that another caller created meanwhile is fine.
+    if (db.Execute(create.c_str()) && CreatesIndex(db.kind())) db.Execute(index.c_str());
+    return 0;
+  });
+}
+
+uint32_t logSetLog(CallerToken token, const char* table, const LogRecord* records,
+                   uint32_t size) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("log", 1);
+    if (!token || !table || !records || size < kLogRecordSize) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    if (!call.Query(3, MaxIdStatement(call.dialect(), table, kLongBufferSize))) return 1;
+    uint32_t id = 0;
+    // Without a known highest id nothing is written, and that is no failure.
+    if (!ReadSingleInteger(call.db(), id)) return 0;
+    for (uint32_t k = 0; k < size / kLogRecordSize; ++k) {
+      if (!call.Execute(4, InsertStatement(call.dialect(), table, ++id, records + k))) return 1;
+    }
+    return 0;
+  });
+}
+
+uint32_t logGetAllLog(CallerToken token, const char* table, LogRecord* buffer, uint32_t size) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("log", 2);
+    if (!token || !table || !buffer || size < kLogRecordSize) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    if (!call.Query(3, AllEntriesStatement(call.dialect(), table))) return 1;
+    DbConnection& db = call.db();
+    const uint32_t rows = std::min(db.CountRows(), size / kLogRecordSize);
+    // Cleared only now: a failed call leaves the caller's buffer as it was.
+    std::memset(buffer, 0, size);
+    ReadRows(db, rows, [&](uint32_t k) {
+      ReadLogRecord(db, buffer + k);
+      return true;
+    });
+    return 0;
+  });
+}
+
+uint32_t logGetLogByTime(CallerToken token, const char* table, uint32_t startTime,
+                         uint32_t endTime, LogRecord** records, uint32_t* size) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("log", 3);
+    if (!token || !table || !records || !size || startTime >= endTime)
+      return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    if (!call.Query(3, TimeRangeStatement(call.dialect(), table, startTime, endTime))) return 1;
+    DbConnection& db = call.db();
+    RowBlock result = ReadRowBlock(db, kLogRecordSize, [&](unsigned char* record, uint32_t) {
+      ReadLogRecord(db, reinterpret_cast<LogRecord*>(record));
+      return true;
+    });
+    // The size goes out in bytes, so a block beyond 4 GiB cannot be handed out.
+    if (result.status == RowBlock::Status::NoMemory || result.rows > UINT32_MAX / kLogRecordSize)
+      return call.Fail(4, "failed to alloc memory"), 1;
+    *records = reinterpret_cast<LogRecord*>(result.block.release());
+    *size = result.rows * kLogRecordSize;
+    return 0;
+  });
+}
+
+uint32_t logGetLogCount(CallerToken token, const char* table) {
+  return Guarded<uint32_t>(0, [&]() -> uint32_t {
+    ExportCall call("log", 4);
+    if (!token || !table) return call.InvalidParameter(), 0;
+    if (!call.Open()) return 0;
+    if (!call.Query(3, CountStatement(call.dialect(), table))) return 0;
+    uint32_t count = 0;
+    ReadSingleInteger(call.db(), count);
+    return count;
+  });
+}
+
+uint32_t logGetLastID(CallerToken token, const char* table) {
+  return Guarded<uint32_t>(0, [&]() -> uint32_t {
+    ExportCall call("log", 5);
+    if (!token || !table) return call.InvalidParameter(), 0;
+    if (!call.Open()) return 0;
+    if (!call.Query(3, MaxIdStatement(call.dialect(), table, kShortBufferSize))) return 0;
+    uint32_t lastId = 0;
+    if (!ReadSingleInteger(call.db(), lastId)) return call.Fail(4, "failed to get field %d", 1), 0;
+    return lastId;
+  });
+}
+
+uint32_t logDeleteLog(CallerToken token, const char* table, const char* sql) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("log", 6);
+    if (!token || !table || !sql) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    return call.Execute(3, sql) ? 0 : 1;
+  });
+}
+
+}  // extern "C"
