@@ -194,6 +194,9 @@ SCADASTORE_STATIC_ASSERT(sizeof(PointKey) == 66, "PointKey size");
 SCADASTORE_STATIC_ASSERT(offsetof(PointKey, tag) == 32, "PointKey tag");
 SCADASTORE_STATIC_ASSERT(offsetof(PointKey, tagtype) == 64, "PointKey tagtype");
 SCADASTORE_STATIC_ASSERT(sizeof(LogRecord) == 914, "LogRecord size");
+SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, logtime) == 4, "logtime");
+SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, millisecond) == 8, "log millisecond");
+SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, logtype) == 12, "logtype");
 SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, source) == 16, "source");
 SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, loginfo) == 80, "loginfo");
 SCADASTORE_STATIC_ASSERT(offsetof(LogRecord, operator_) == 330, "operator");
@@ -282,25 +285,35 @@ SCADASTORE_API uint32_t almGetAlarmCount(CallerToken token, const char* table);
 
 /* ---- Logs ------------------------------------------------------------------ */
 
+/* Creates the log table and its index when missing. 0: existed or
+ * creation tried; 1: null argument or no connection. */
 SCADASTORE_API uint32_t logEnsureTableExist(CallerToken token, const char* table);
 
-/* Stores size / 914 records under consecutive new ids. */
+/* Stores size / 914 records under consecutive new ids, one statement each;
+ * a rejected record stops the call and keeps those before it. Texts
+ * (quotes doubled) must fit a 1023-character statement. */
 SCADASTORE_API uint32_t logSetLog(CallerToken token, const char* table,
                                   const LogRecord* records, uint32_t size);
 
+/* Fills the buffer with the entries of lowest id; records after the last
+ * one filled are zero. */
 SCADASTORE_API uint32_t logGetAllLog(CallerToken token, const char* table,
                                      LogRecord* buffer, uint32_t size);
 
-/* Entries with startTime <= logtime <= endTime (startTime < endTime), in a
- * malloc block the caller frees; *size in bytes. */
+/* Entries with startTime <= logtime <= endTime (startTime < endTime), in id
+ * order, in a malloc block the caller frees; *size in bytes (914 per record).
+ * No match: *records null and *size 0. records and size must not be null. */
 SCADASTORE_API uint32_t logGetLogByTime(CallerToken token, const char* table,
                                         uint32_t startTime, uint32_t endTime,
                                         LogRecord** records, uint32_t* size);
 
+/* The number of entries; 0 on failure. */
 SCADASTORE_API uint32_t logGetLogCount(CallerToken token, const char* table);
 
+/* The largest id; 0 for an empty table and on failure. */
 SCADASTORE_API uint32_t logGetLastID(CallerToken token, const char* table);
 
+/* Runs the caller's statement as given. */
 SCADASTORE_API uint32_t logDeleteLog(CallerToken token, const char* table, const char* sql);
 
 /* ---- Data records ----------------------------------------------------------- */
