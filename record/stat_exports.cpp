@@ -1,0 +1,125 @@
+// The interval statistics exports: one aggregate statement per slot, all
+// slots of a call on one connection. Their error serials are shared:
+// 01 invalid parameter, 02 open, 03 open table, 04 read, 05 build.
+#include <utility>
+#include <vector>
+
+#include "core/bytes.h"
+#include "core/export_call.h"
+#include "record/data_layout.h"
+#include "record/stat_statements.h"
+#include "scadastore.h"
+
+using namespace scadastore;
+using namespace scadastore::record;
+
+namespace {
+
+constexpr uint32_t kSecondsPerHour = 3600;
+constexpr uint32_t kSecondsPerDay = 86400;
+// No statKind of the caller: the table's statMode decides.
+constexpr uint32_t kTableStatistic = 0;
+
+using Interval = std::pair<uint32_t, uint32_t>;
+
+// Writes the slot's head, then the statistic of every float column over the
+// interval into its value place. An interval without rows reads NULLs, which
+// leave the caller's bytes in place.
+bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<ColumnLayout>& layout,
+              Statistic statistic, unsigned char* slot, Interval interval) {
+  StoreField<uint32_t>(slot, 0, 0);
+  StoreField<uint32_t>(slot, 4, interval.first);
+  StoreField<uint32_t>(slot, 8, 0);
+  StoreField<uint32_t>(slot, 12, 0);
+  StatStatement statement =
+      StatementBuilder(call.dialect(), table, statistic, interval.first, interval.second);
+  if (!statement.complete) {
+    call.Fail(5, "failed to create sql: %s", statement.text.c_str());
+    return false;
+  }
+  if (!call.Query(3, statement.text)) return false;
+  DbConnection& db = call.db();
+  db.MoveToFirstRow();
+  uint16_t resultColumn = 1;
+  for (const ColumnLayout& column : layout) {
+    if (column.type != SCADASTORE_VALUE_FLOAT) continue;
+    if (!db.GetDouble(resultColumn, BytesAt(slot, column.offset), sizeof(double))) {
+      call.Fail(4, "failed to get field %d", resultColumn);
+      return false;
+    }
+    ++resultColumn;
+  }
+  return true;
+}
+
+// The body of all four exports: `slotCount` slots of recordSize bytes back to
+// back in `buffer`, slot k over intervalOf(k). `argumentsValid` is the
+// export's own check of its further arguments.
+template <class IntervalOf>
+uint32_t FillSlots(int number, CallerToken token, const DataTableInfo* table, uint32_t statKind,
+                   bool argumentsValid, void* buffer, uint32_t size, int64_t slotCount,
+                   IntervalOf&& intervalOf) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("rcd", number);
+    if (!token || !table || !buffer || !argumentsValid || slotCount < 0 ||
+        slotCount * int64_t{table->recordSize} != int64_t{size})
+      return call.InvalidParameter(), 1;
+    std::vector<ColumnLayout> layout = Layout(*table);
+    // A recordSize too small for the values would overrun the caller's buffer.
+    if (table->recordSize < PackedRecordSize(layout)) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    Statistic statistic = ResolveStatistic(statKind, table->statMode);
+    auto* slot = static_cast<unsigned char*>(buffer);
+    for (int64_t k = 0; k < slotCount; ++k, slot += table->recordSize)
+      if (!FillSlot(call, *table, layout, statistic, slot, intervalOf(k))) return 1;
+    return 0;
+  });
+}
+
+// Slots of fixed length from startTime; times wrap as unsigned 32-bit seconds.
+auto FixedSlots(uint32_t startTime, uint32_t seconds) {
+  return [=](int64_t k) {
+    return Interval(startTime + seconds * static_cast<uint32_t>(k),
+                    startTime + seconds * static_cast<uint32_t>(k + 1));
+  };
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t sgGetRecordStatValueOfInterval(CallerToken token, const DataTableInfo* table,
+                                        uint32_t statKind, int32_t startTime, int32_t endTime,
+                                        DataRecord* record, uint32_t size) {
+  Interval interval(static_cast<uint32_t>(startTime), static_cast<uint32_t>(endTime));
+  return FillSlots(14, token, table, statKind, startTime <= endTime, record, size, 1,
+                   [&](int64_t) { return interval; });
+}
+
+uint32_t sgGetRecord_Day(CallerToken token, const DataTableInfo* table, uint32_t, uint32_t startTime,
+                         uint32_t, uint32_t, uint32_t, void* slots, uint32_t size) {
+  return FillSlots(5, token, table, kTableStatistic, true, slots, size, 24,
+                   FixedSlots(startTime, kSecondsPerHour));
+}
+
+uint32_t sgGetRecord_Month(CallerToken token, const DataTableInfo* table, uint32_t,
+                           uint32_t startTime, uint32_t, uint32_t, int32_t days, void* slots,
+                           uint32_t size) {
+  return FillSlots(6, token, table, kTableStatistic, true, slots, size, days,
+                   FixedSlots(startTime, kSecondsPerDay));
+}
+
+uint32_t sgGetRecord_Year(CallerToken token, const DataTableInfo* table, uint32_t,
+                          uint32_t startTime, int32_t year, void* slots, uint32_t size) {
+  auto dayOfMonthStart = [year](int64_t month) {
+    uint32_t days = 0;
+    for (int m = 1; m <= month; ++m) days += DaysInMonth(year, m);
+    return days;
+  };
+  return FillSlots(7, token, table, kTableStatistic, true, slots, size, 12, [&](int64_t k) {
+    return Interval(startTime + kSecondsPerDay * dayOfMonthStart(k),
+                    startTime + kSecondsPerDay * dayOfMonthStart(k + 1));
+  });
+}
+
+}  // extern "C"
