@@ -1,0 +1,44 @@
+// Connection, table management and the tool's own conventions.
+#include "tool_runner.h"
+
+namespace scadastore::tooltest {
+namespace {
+
+using ::testing::HasSubstr;
+
+class Tables : public ToolTest {};
+
+TEST_F(Tables, ExistsAndDropReportMissingTables) {
+  ToolRun missing = Run({"exists", "nothing_here"});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.out, "no\n");
+
+  ToolRun drop = Run({"drop", "nothing_here"});
+  EXPECT_EQ(drop.status, 1);
+  EXPECT_THAT(drop.err, HasSubstr("no such table: nothing_here"));
+}
+
+TEST_F(Tables, WrongDataSourceFailsWithNonZeroExit) {
+  ToolRun run = RunBare({"--config", "no_such_dsn;;;3", "exists", "t"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.err, HasSubstr("no_such_dsn"));
+  EXPECT_TRUE(run.out.empty());
+}
+
+TEST_F(Tables, UsageErrorsAndHelp) {
+  EXPECT_EQ(RunBare({}).status, 2);
+  EXPECT_EQ(RunBare({"--sqlite", Path("x.db"), "exists"}).status, 2);  // no table
+  EXPECT_EQ(RunBare({"--sqlite", Path("x.db"), "--kind", "9", "exists", "t"}).status, 2);
+  ToolRun help = RunBare({"--help"});
+  ASSERT_EQ(help.status, 0);
+  // Every command's help carries an example.
+  for (const char* command : {"ensure", "drop", "exists", "monitor"}) {
+    ToolRun run = RunBare({command, "--help"});
+    EXPECT_EQ(run.status, 0) << command;
+    EXPECT_THAT(run.out, HasSubstr("Example:\n  scadastore")) << command;
+    EXPECT_THAT(help.out, HasSubstr(command));
+  }
+}
+
+}  // namespace
+}  // namespace scadastore::tooltest

@@ -1,0 +1,50 @@
+// The command families of the tool; each adds its subcommands to the app.
+#pragma once
+
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/cli/output.h"
+#include "tools/cli/session.h"
+
+namespace scadastore::cli {
+
+struct Context {
+  Session session;
+  std::string formatName;  // empty: table on a terminal, CSV otherwise
+  bool epoch = false;
+  int exitCode = 0;
+
+  OutputOptions Output() const {
+    return {formatName.empty() ? DefaultFormat() : ParseFormat(formatName), epoch};
+  }
+  void Print(const ResultTable& table) const { cli::Print(table, Output(), std::cout); }
+};
+
+// `ensure KIND TABLE` creates a table of one family; the families register
+// their kinds so that the command knows only those that are built in.
+using EnsureFunction = std::function<void(Context&, const std::string& table,
+                                          const std::string& columns)>;
+std::map<std::string, EnsureFunction>& EnsureKinds();
+
+// A subcommand with its one-line description and an example in its help.
+CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::string& description,
+                     const std::string& example);
+
+// Checks that a table of this name exists now; throws with `detail` if not.
+void RequireTable(Context& context, const std::string& table, const std::string& detail);
+
+void AddTableCommands(CLI::App& app, Context& context);
+void AddAlarmCommands(CLI::App& app, Context& context);
+void AddLogCommands(CLI::App& app, Context& context);
+void AddRecordCommands(CLI::App& app, Context& context);
+void AddStatCommands(CLI::App& app, Context& context);
+void AddSqlCommand(CLI::App& app, Context& context);
+void AddMonitorCommand(CLI::App& app, Context& context);
+void AddDemoCommand(CLI::App& app, Context& context);
+
+}  // namespace scadastore::cli

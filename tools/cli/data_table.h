@@ -1,0 +1,73 @@
+// A data table as the library sees it: the DataTableInfo built from
+// --columns, and the packed values of its DataRecords.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "scadastore.h"
+#include "tools/cli/output.h"
+
+namespace scadastore::cli {
+
+struct Column {
+  std::string name;
+  uint32_t type;  // SCADASTORE_VALUE_FLOAT, _INTEGER or _TEXT
+};
+
+// "a:float,b:int,c:text"; a name without a type is a float column.
+std::vector<Column> ParseColumns(const std::string& spec);
+
+// Statistic codes of the library: 1 max, 2 min, 3 avg, 4 sum.
+uint32_t ParseStatistic(const std::string& name);
+
+class DataTable {
+ public:
+  DataTable(const std::string& name, std::vector<Column> columns, uint32_t statMode = 3);
+
+  const DataTableInfo* info() const {
+    return reinterpret_cast<const DataTableInfo*>(info_.data());
+  }
+  const std::string& name() const { return name_; }
+  const std::vector<Column>& columns() const { return columns_; }
+  uint32_t recordSize() const { return recordSize_; }
+
+  // A record of this table with every value zero (texts empty).
+  std::vector<uint8_t> EmptyRecord() const { return std::vector<uint8_t>(recordSize_, 0); }
+
+  // Value of column c of the record at `record`; a float NaN is null.
+  Cell Value(const uint8_t* record, size_t c) const;
+  // Stores a float, an integer or a text; throws a CommandError when the
+  // text is not a value of the column's type.
+  void SetValue(uint8_t* record, size_t c, const std::string& text) const;
+  void SetFloat(uint8_t* record, size_t c, double value) const;
+
+  // "id", "time", "ms", "modify", then the column names.
+  std::vector<std::string> RecordHeaders() const;
+  std::vector<Cell> RecordCells(const uint8_t* record, const OutputOptions& options) const;
+
+ private:
+  std::string name_;
+  std::vector<Column> columns_;
+  std::vector<uint32_t> offsets_;  // of each value within a record
+  uint32_t recordSize_ = 16;
+  std::vector<uint8_t> info_;
+};
+
+uint32_t ValueWidth(uint32_t type);
+
+// Reads one field of a packed record without alignment.
+template <typename T>
+T LoadAt(const uint8_t* bytes, size_t offset) {
+  T value;
+  std::memcpy(&value, bytes + offset, sizeof value);
+  return value;
+}
+template <typename T>
+void StoreAt(uint8_t* bytes, size_t offset, T value) {
+  std::memcpy(bytes + offset, &value, sizeof value);
+}
+
+}  // namespace scadastore::cli
