@@ -1,6 +1,13 @@
 // The connection core against every database: cursor rules, readers, Execute
 // answers, table lookup and removal.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
 
 #include <cstring>
 #include <string>
@@ -219,6 +226,49 @@ TEST_P(ServerConnectionTest, Utf8TextArrivesInTheProcessCharacterSet) {
   ASSERT_EQ(db.MoveFirst(), 1);
   EXPECT_EQ(db.GetString(1, cut, sizeof cut), 1);
   EXPECT_EQ(std::string(cut), kind() == 2 ? "caf\xC3\xA9 " : std::string(text, 0, 7));
+}
+
+// A server that accepts connections and never answers.
+class SilentServer {
+ public:
+  explicit SilentServer(int port) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    int on = 1;
+    setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    listening_ = bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+                 listen(fd_, 8) == 0;
+  }
+  ~SilentServer() { close(fd_); }
+  bool listening() const { return listening_; }
+
+ private:
+  int fd_;
+  bool listening_ = false;
+};
+
+TEST_P(ServerConnectionTest, UnansweredLoginGivesUp) {
+  const bool postgres = kind() == 5;
+  const char* port = std::getenv(postgres ? "SCADASTORE_TEST_BLACKHOLE_PORT"
+                                          : "SCADASTORE_TEST_MARIA_BLACKHOLE_PORT");
+  if (port == nullptr) GTEST_SKIP() << "no silent-server data source is declared";
+  SilentServer server(std::atoi(port));
+  ASSERT_TRUE(server.listening());
+  auto start = std::chrono::steady_clock::now();
+  std::string config = std::string(postgres ? "scadastore_blackhole" : "scadastore_maria_blackhole") +
+                       ";nobody;nothing;" + std::to_string(kind());
+  EXPECT_EQ(dbInitialize(config.c_str()), 1u);
+  double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  // PostgreSQL honours the 7-second login time-out; MariaDB's driver needs the
+  // data source's own CONN_TIMEOUT.
+  EXPECT_LT(seconds, 15.0);
+  if (postgres) {
+    EXPECT_GE(seconds, 6.0);
+  }
+  EXPECT_EQ(dbInitialize(GetParam().Config().c_str()), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, ServerConnectionTest, ::testing::ValuesIn(Databases({})),
