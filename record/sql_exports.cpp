@@ -1,0 +1,106 @@
+// sgGetRecordBySQL: any select as a text table.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/export_call.h"
+#include "record/text_table.h"
+#include "scadastore.h"
+
+using namespace scadastore;
+using namespace scadastore::record;
+
+namespace {
+
+// Every column name and cell passes through one buffer of this size.
+constexpr int32_t kCellBuffer = 256;
+
+std::vector<std::string> ResultColumnNames(DbConnection& db, int columns) {
+  std::vector<std::string> names;
+  char name[kCellBuffer];
+  for (int c = 1; c <= columns; ++c) {
+    std::memset(name, 0, sizeof name);
+    int32_t type = 0, length = kCellBuffer;
+    db.DescribeColumn(static_cast<uint16_t>(c), name, &type, &length);
+    names.emplace_back(name);
+  }
+  return names;
+}
+
+// A date-time cell, else whatever a second read of the column gives (the
+// number on drivers that allow it, nothing on the others).
+void ReadDateTimeCell(DbConnection& db, uint16_t column, char* cell) {
+  uint32_t seconds = 0;
+  db.GetInteger(column, &seconds, sizeof seconds);
+  if (!FormatDateTimeCell(seconds, cell, kCellBuffer)) db.GetString(column, cell, kCellBuffer);
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
+                          const char* timeColumns, uint32_t* rowCount, uint32_t* fieldCount,
+                          uint32_t** offsets, char** text, uint32_t* textLength) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("rcd", 15);
+    if (!token || !table || !sql) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    if (!call.Query(3, sql)) return 1;
+    DbConnection& db = call.db();
+    int columns = db.ColumnCount();
+    uint32_t rows = db.CountRows();
+    if (columns == 0 || rows == 0) {
+      *text = nullptr;
+      *textLength = 0;
+      return 0;
+    }
+
+    TextTableBuilder builder;
+    if (!builder.AllocateOffsets(rows, static_cast<uint32_t>(columns)))
+      return call.Fail(4, "failed to alloc memory"), 1;
+    if (!builder.AllocateText(rows)) return call.Fail(5, "failed to alloc memory"), 1;
+    // Serial of a failed append: the first when doubling is not enough, the
+    // second when the allocation is refused.
+    auto appended = [&](std::string_view piece, int tooLargeSerial) {
+      TextTableBuilder::AppendResult result = builder.Append(piece);
+      if (result == TextTableBuilder::AppendResult::Appended) return true;
+      bool tooLarge = result == TextTableBuilder::AppendResult::TooLarge;
+      call.Fail(tooLarge ? tooLargeSerial : tooLargeSerial + 1, "failed to alloc memory");
+      return false;
+    };
+
+    std::vector<std::string> names = ResultColumnNames(db, columns);
+    std::vector<CellKind> kinds = ClassifyColumns(names, CutTimeColumnList(timeColumns));
+    uint32_t kept = 0;
+    for (int c = 0; c < columns; ++c) {
+      if (kinds[c] == CellKind::Skipped) continue;
+      if (!appended(names[c], 6)) return 1;
+      ++kept;
+    }
+
+    char cell[kCellBuffer];
+    db.MoveFirst();
+    for (uint32_t row = 0; row < rows && !db.IsEOF(); ++row, db.MoveNext()) {
+      for (int c = 0; c < columns; ++c) {
+        if (kinds[c] == CellKind::Skipped) continue;
+        std::memset(cell, 0, sizeof cell);
+        uint16_t column = static_cast<uint16_t>(c + 1);
+        if (kinds[c] == CellKind::DateTime)
+          ReadDateTimeCell(db, column, cell);
+        else
+          db.GetString(column, cell, kCellBuffer);
+        if (!appended(cell, 8)) return 1;
+      }
+    }
+
+    *rowCount = rows;
+    *fieldCount = kept;
+    *offsets = builder.ReleaseOffsets();
+    *textLength = builder.text_length();
+    *text = builder.ReleaseText();
+    return 0;
+  });
+}
+
+}  // extern "C"
