@@ -1,6 +1,7 @@
 // The interval statistics exports: one aggregate statement per slot, all
 // slots of a call on one connection. Their error serials are shared:
 // 01 invalid parameter, 02 open, 03 open table, 04 read, 05 build.
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -35,6 +36,15 @@ bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<Co
       StatementBuilder(call.dialect(), table, statistic, interval.first, interval.second);
   if (!statement.complete) {
     call.Fail(5, "failed to create sql: %s", statement.text.c_str());
+    return false;
+  }
+  // Most databases reject the empty select list of a table without float
+  // columns, but PostgreSQL runs it as a select of no columns: refuse it alike.
+  bool hasFloat = std::any_of(layout.begin(), layout.end(), [](const ColumnLayout& column) {
+    return column.type == SCADASTORE_VALUE_FLOAT;
+  });
+  if (!hasFloat) {
+    call.Fail(3, "failed to open table: %s", statement.text.c_str());
     return false;
   }
   if (!call.Query(3, statement.text)) return false;
