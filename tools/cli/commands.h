@@ -1,6 +1,7 @@
 // The command families of the tool; each adds its subcommands to the app.
 #pragma once
 
+#include <cstring>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -34,6 +35,16 @@ std::map<std::string, EnsureFunction>& EnsureKinds();
 // A subcommand with its one-line description and an example in its help.
 CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::string& description,
                      const std::string& example);
+
+// Copies a text into a fixed field, refusing what would not fit.
+template <size_t N>
+void CopyText(char (&field)[N], const std::string& text, const char* what) {
+  if (text.size() >= N)
+    throw CommandError(what + std::string(" '") + text + "' is longer than " +
+                       std::to_string(N - 1) + " bytes");
+  std::memcpy(field, text.data(), text.size());
+  field[text.size()] = '\0';
+}
 
 // Checks that a table of this name exists now; throws with `detail` if not.
 void RequireTable(Context& context, const std::string& table, const std::string& detail);

@@ -98,9 +98,9 @@ void Print(const ResultTable& table, const OutputOptions& options, std::ostream&
       WriteCsv(table, out);
       break;
     case Format::Json: {
-      nlohmann::json rows = nlohmann::json::array();
+      nlohmann::ordered_json rows = nlohmann::ordered_json::array();
       for (const auto& row : table.rows) {
-        nlohmann::json object = nlohmann::json::object();
+        nlohmann::ordered_json object = nlohmann::ordered_json::object();
         for (size_t c = 0; c < row.size() && c < table.headers.size(); ++c)
           object[table.headers[c]] = row[c];
         rows.push_back(std::move(object));

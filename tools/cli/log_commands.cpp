@@ -1,0 +1,114 @@
+// logs: list, add and count the entries of a log table.
+#include <ctime>
+#include <memory>
+
+#include <fmt/format.h>
+
+#include "tools/cli/commands.h"
+#include "tools/cli/times.h"
+
+namespace scadastore::cli {
+namespace {
+
+ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions& options) {
+  ResultTable table{{"id", "time", "ms", "type", "source", "info", "operator", "monitor",
+                     "verify", "ip", "ackinfo", "batch"},
+                    {}};
+  for (size_t i = 0; i < count; ++i) {
+    LogRecord record;
+    std::memcpy(&record, records + i, sizeof record);
+    table.rows.push_back({record.id, TimeCell(record.logtime, options), record.millisecond,
+                          record.logtype, record.source, record.loginfo, record.operator_,
+                          record.monitor, record.logverify, record.ip, record.ackinfo,
+                          record.batch});
+  }
+  return table;
+}
+
+struct AddArguments {
+  std::string table, time, source, info, operator_, monitor, verify, ack, batch;
+  uint32_t type = 0, ms = 0, ip = 0;
+};
+
+}  // namespace
+
+void AddLogCommands(CLI::App& app, Context& context) {
+  EnsureKinds()["log"] = [](Context& context, const std::string& table, const std::string&) {
+    logEnsureTableExist(context.session.token(), table.c_str());
+    RequireTable(context, table, "the database refused to create it");
+  };
+
+  struct ListArguments {
+    std::string table, from, to;
+  };
+  auto list = std::make_shared<ListArguments>();
+  CLI::App* logs = AddCommand(app, "logs",
+                              "List the entries of a log table, or those of a time range",
+                              "scadastore --sqlite plant.db logs plant_log --from "
+                              "'2024-05-01 14:00' --to '2024-05-01 15:00'");
+  logs->add_option("table", list->table, "log table");
+  logs->add_option("--from", list->from, "earliest time: local date-time or epoch seconds");
+  logs->add_option("--to", list->to, "latest time (included)");
+  logs->callback([&context, logs, list] {
+    if (!logs->get_subcommands().empty()) return;
+    if (list->table.empty()) throw CommandError("logs: name the log table");
+    uint32_t from = list->from.empty() ? 0 : ParseTime(list->from, "--from");
+    uint32_t to = list->to.empty() ? UINT32_MAX : ParseTime(list->to, "--to");
+    if (from >= to) throw CommandError("logs: --from must be before --to");
+    context.session.Connect();
+    LogRecord* records = nullptr;
+    uint32_t size = 0;
+    Check(logGetLogByTime(context.session.token(), list->table.c_str(), from, to, &records,
+                          &size),
+          "logs");
+    std::unique_ptr<LogRecord, decltype(&std::free)> owner(records, &std::free);
+    context.Print(LogTable(records, size / sizeof(LogRecord), context.Output()));
+  });
+
+  auto add = std::make_shared<AddArguments>();
+  CLI::App* adding = AddCommand(*logs, "add", "Store one log entry under a new id and print the id",
+                                "scadastore --sqlite plant.db logs add plant_log --type 2 "
+                                "--source console --info 'pump 3 started' --operator anna");
+  adding->add_option("table", add->table, "log table")->required();
+  adding->add_option("--type", add->type, "entry type")->required();
+  adding->add_option("--source", add->source, "where the entry comes from")->required();
+  adding->add_option("--info", add->info, "the entry's text")->required();
+  adding->add_option("--operator", add->operator_, "operator");
+  adding->add_option("--monitor", add->monitor, "monitor");
+  adding->add_option("--verify", add->verify, "verification");
+  adding->add_option("--ack", add->ack, "acknowledgement text");
+  adding->add_option("--batch", add->batch, "batch");
+  adding->add_option("--ip", add->ip, "IP address in numeric form");
+  adding->add_option("--time", add->time, "time of the entry (default: now)");
+  adding->add_option("--ms", add->ms, "milliseconds of the time");
+  adding->callback([&context, add] {
+    LogRecord record{};
+    record.logtime = add->time.empty() ? static_cast<uint32_t>(std::time(nullptr))
+                                       : ParseTime(add->time, "--time");
+    record.millisecond = add->ms;
+    record.logtype = add->type;
+    record.ip = add->ip;
+    CopyText(record.source, add->source, "--source");
+    CopyText(record.loginfo, add->info, "--info");
+    CopyText(record.operator_, add->operator_, "--operator");
+    CopyText(record.monitor, add->monitor, "--monitor");
+    CopyText(record.logverify, add->verify, "--verify");
+    CopyText(record.ackinfo, add->ack, "--ack");
+    CopyText(record.batch, add->batch, "--batch");
+    context.session.Connect();
+    Check(logSetLog(context.session.token(), add->table.c_str(), &record, sizeof record),
+          "logs add");
+    std::cout << logGetLastID(context.session.token(), add->table.c_str()) << '\n';
+  });
+
+  CLI::App* count = AddCommand(*logs, "count", "Print the number of log entries",
+                               "scadastore --sqlite plant.db logs count plant_log");
+  count->add_option("table", add->table, "log table")->required();
+  count->callback([&context, add] {
+    context.session.Connect();
+    RequireTable(context, add->table, "");
+    std::cout << logGetLogCount(context.session.token(), add->table.c_str()) << '\n';
+  });
+}
+
+}  // namespace scadastore::cli
