@@ -41,6 +41,8 @@ int main(int argc, char** argv) {
 
   AddTableCommands(app, context);
   AddLogCommands(app, context);
+  AddStatCommands(app, context);
+  AddSqlCommand(app, context);
   AddMonitorCommand(app, context);
 
   try {

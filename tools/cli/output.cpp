@@ -90,6 +90,7 @@ void WriteCsv(const ResultTable& table, std::ostream& out) {
 }
 
 void Print(const ResultTable& table, const OutputOptions& options, std::ostream& out) {
+  if (table.headers.empty() && options.format != Format::Json) return;  // nothing selected
   switch (options.format) {
     case Format::Table:
       PrintAligned(table, out);
