@@ -1,0 +1,167 @@
+// The alm* exports: each a short sequence of connection operations around
+// the statement builders, in the frame of ExportCall.
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "alarm/alarm_record.h"
+#include "alarm/alarm_statements.h"
+#include "core/export_call.h"
+#include "core/row_reader.h"
+#include "scadastore.h"
+
+using namespace scadastore;
+using namespace scadastore::alarm;
+
+namespace {
+
+// Reads the largest id of the open max(id) result; false when column 1
+// cannot be read. An empty table gives 0.
+bool ReadLargestId(DbConnection& db, uint32_t& largest) {
+  largest = 0;
+  db.MoveToFirstRow();
+  return db.GetInteger(1, &largest, sizeof largest) != 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t almEnsureTableExist(CallerToken token, const char* table) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    if (!token || !table) return 1;
+    const ConnectionSettings& settings = Settings();
+    DbConnection db;
+    if (db.TableExists(settings.dsn, settings.user, settings.password, table)) return 0;
+    if (!db.Open()) return 1;
+    const std::string create = CreateTableStatement(db.dialect(), table);
+    const std::string index = CreateIndexStatement(db.dialect(), table);
+    // The outcome is not reported: a table another caller created first is fine.
+    if (db.Execute(create.c_str()) && CreatesIndex(db.kind())) db.Execute(index.c_str());
+    return 0;
+  });
+}
+
+uint32_t almSetAlarm(CallerToken token, const char* table, const AlarmRecord* records,
+                     uint32_t size) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("alm", 1);
+    if (!token || !table || !records || size < kRecordSize) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    // The max(id) result stays open beside the inserts.
+    if (!call.Query(3, LargestIdStatement(call.dialect(), table, kWriteBufferSize))) return 1;
+    uint32_t nextId = 0;
+    if (!ReadLargestId(call.db(), nextId)) return 0;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(records);
+    for (uint32_t k = 0; k < size / kRecordSize; ++k) {
+      const std::string insert =
+          InsertStatement(call.dialect(), table, ++nextId, bytes + size_t{k} * kRecordSize);
+      if (!call.Execute(4, insert)) return 1;
+    }
+    return 0;
+  });
+}
+
+uint32_t almConfirmAlarm(CallerToken token, const char* table, uint32_t id, uint32_t status) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("alm", 5);
+    if (!token || !table || id == 0) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    return call.Execute(3, ConfirmStatement(call.dialect(), table, status, id)) ? 0 : 1;
+  });
+}
+
+uint32_t almSetRecoverAlarm(CallerToken token, const char* table, uint32_t id,
+                            uint32_t recovertime) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("alm", 8);
+    if (!token || !table || id == 0) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    return call.Execute(3, RecoverStatement(call.dialect(), table, recovertime, id)) ? 0 : 1;
+  });
+}
+
+uint32_t almDeleteAlarm(CallerToken token, const char* table, const char* sql) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("alm", 6);
+    if (!token || !table || !sql) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    return call.Execute(3, sql) ? 0 : 1;
+  });
+}
+
+uint32_t almGetLastID(CallerToken token, const char* table) {
+  return Guarded<uint32_t>(0, [&]() -> uint32_t {
+    ExportCall call("alm", 7);
+    if (!token || !table) return call.InvalidParameter(), 0;
+    if (!call.Open()) return 0;
+    if (!call.Query(3, LargestIdStatement(call.dialect(), table, kBufferSize))) return 0;
+    uint32_t largest = 0;
+    if (!ReadLargestId(call.db(), largest)) return call.Fail(4, "failed to get field %d", 1), 0;
+    return largest;
+  });
+}
+
+uint32_t almGetAllAlarm(CallerToken token, const char* table, AlarmRecord* records,
+                        uint32_t size) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("alm", 2);
+    if (!token || !table || !records || size < kRecordSize) return call.InvalidParameter(), 1;
+    if (!call.Open()) return 1;
+    if (!call.Query(3, SelectAllStatement(call.dialect(), table))) return 1;
+    DbConnection& db = call.db();
+    const uint32_t rows = std::min(db.CountRows(), size / kRecordSize);
+    // Cleared only now: a failed call leaves the caller's buffer as it was.
+    std::memset(records, 0, size);
+    auto* bytes = reinterpret_cast<unsigned char*>(records);
+    double value = 0.0;
+    ReadRows(db, rows, [&](uint32_t i) {
+      ReadAlarmRow(db, bytes + size_t{i} * kRecordSize, value);
+      return true;
+    });
+    return 0;
+  });
+}
+
+uint32_t almGetAlarmByQuery(CallerToken token, const char* table, const AlarmQuery* query,
+                            AlarmRecord** records, uint32_t* size) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    ExportCall call("alm", 3);
+    if (!token || !table || !query || !records || !size) return call.InvalidParameter(), 1;
+    *size = 0;
+    std::string sql;
+    try {
+      sql = QueryStatement(call.dialect(), table, query);
+    } catch (const std::bad_alloc&) {
+      return call.Fail(4, "failed to alloc memory"), 1;
+    }
+    if (!call.Open()) return 1;
+    if (!call.Query(3, sql)) return 1;
+    DbConnection& db = call.db();
+    double value = 0.0;
+    RowBlock result = ReadRowBlock(db, kRecordSize, [&](unsigned char* record, uint32_t) {
+      ReadAlarmRow(db, record, value);
+      return true;
+    });
+    if (result.status == RowBlock::Status::NoMemory)
+      return call.Fail(4, "failed to alloc memory"), 1;
+    *records = reinterpret_cast<AlarmRecord*>(result.block.release());
+    *size = result.rows * kRecordSize;
+    return 0;
+  });
+}
+
+uint32_t almGetAlarmCount(CallerToken token, const char* table) {
+  return Guarded<uint32_t>(0, [&]() -> uint32_t {
+    ExportCall call("alm", 4);
+    if (!token || !table) return call.InvalidParameter(), 0;
+    if (!call.Open()) return 0;
+    if (!call.Query(3, CountStatement(call.dialect(), table))) return 0;
+    uint32_t count = 0;
+    call.db().MoveToFirstRow();
+    call.db().GetInteger(1, &count, sizeof count);
+    return count;
+  });
+}
+
+}  // extern "C"

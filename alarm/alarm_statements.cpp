@@ -1,0 +1,166 @@
+#include "alarm/alarm_statements.h"
+
+#include <cstddef>
+
+#include "alarm/alarm_record.h"
+#include "core/bytes.h"
+#include "core/sql_text.h"
+#include "scadastore.h"
+
+namespace scadastore::alarm {
+namespace {
+
+constexpr size_t kNameWidth = 32;  // station and tag texts of a query
+
+std::string Text(SqlDialect dialect, const void* base, size_t offset, size_t width) {
+  return EscapeText(dialect, FieldText(static_cast<const char*>(base) + offset, width));
+}
+
+// " or " between the items; one item takes its bare form, several their
+// parenthesised form. `item(i, parenthesised)` formats entry i.
+template <class Item>
+std::string JoinItems(std::string condition, uint32_t count, Item&& item) {
+  for (uint32_t i = 0; i < count; ++i) {
+    if (i > 0) condition += " or ";
+    condition += item(i, count > 1);
+  }
+  return condition + ")";
+}
+
+// The one list condition of a query: the first set list bit in the order
+// types, stations, station tags, points decides, even when its list is empty.
+std::string ListCondition(SqlDialect dialect, const void* query) {
+  const uint32_t filter = LoadField<uint32_t>(query, offsetof(AlarmQuery, filter));
+  const uint32_t typeCount = LoadField<uint32_t>(query, offsetof(AlarmQuery, typeCount));
+  const uint32_t stationCount = LoadField<uint32_t>(query, offsetof(AlarmQuery, stationCount));
+  const uint32_t tagCount = LoadField<uint32_t>(query, offsetof(AlarmQuery, tagCount));
+  const uint32_t pointCount = LoadField<uint32_t>(query, offsetof(AlarmQuery, pointCount));
+  const size_t typesAt = sizeof(AlarmQuery);
+  const size_t stationsAt = typesAt + size_t{4} * typeCount;
+  const size_t tagsAt = stationsAt + kNameWidth * stationCount;
+  const size_t pointsAt = tagsAt + kNameWidth * tagCount;
+
+  if (filter & SCADASTORE_FILTER_ALARM_TYPES) {
+    if (typeCount == 0) return {};
+    return JoinItems(" and (", typeCount, [&](uint32_t i, bool parenthesised) {
+      const int32_t type = LoadField<int32_t>(query, typesAt + 4 * size_t{i});
+      return FormatStatement(dialect, kBufferSize,
+                             parenthesised ? "(`alarmtype` = %d)" : "`alarmtype` = %d", type);
+    });
+  }
+  if (filter & SCADASTORE_FILTER_STATIONS) {
+    if (stationCount == 0) return {};
+    return JoinItems(" and (", stationCount, [&](uint32_t i, bool parenthesised) {
+      const std::string station = Text(dialect, query, stationsAt + kNameWidth * i, kNameWidth);
+      return FormatStatement(dialect, kBufferSize,
+                             parenthesised ? "(`station` = '%s')" : "`station` = '%s'",
+                             station.c_str());
+    });
+  }
+  if (filter & SCADASTORE_FILTER_STATION_TAGS) {
+    if (stationCount != 1 || tagCount == 0) return {};
+    const std::string station = Text(dialect, query, stationsAt, kNameWidth);
+    std::string opening = FormatStatement(dialect, kBufferSize, " and (`station` = '%s') and (",
+                                          station.c_str());
+    return JoinItems(std::move(opening), tagCount, [&](uint32_t i, bool parenthesised) {
+      const std::string tag = Text(dialect, query, tagsAt + kNameWidth * i, kNameWidth);
+      return FormatStatement(dialect, kBufferSize, parenthesised ? "(`tag` = '%s')" : "`tag` = '%s'",
+                             tag.c_str());
+    });
+  }
+  if (filter & SCADASTORE_FILTER_POINTS) {
+    if (pointCount == 0) return {};
+    return JoinItems(" and (", pointCount, [&](uint32_t i, bool parenthesised) {
+      const size_t at = pointsAt + sizeof(PointKey) * i;
+      const std::string station = Text(dialect, query, at + offsetof(PointKey, station), kNameWidth);
+      const std::string tag = Text(dialect, query, at + offsetof(PointKey, tag), kNameWidth);
+      const int tagtype = LoadField<uint16_t>(query, at + offsetof(PointKey, tagtype));
+      return FormatStatement(
+          dialect, kBufferSize,
+          parenthesised ? "((`station` = '%s') and (`tag` = '%s') and (`tagtype` = %d))"
+                        : "(`station` = '%s') and (`tag` = '%s') and (`tagtype` = %d)",
+          station.c_str(), tag.c_str(), tagtype);
+    });
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string CreateTableStatement(SqlDialect dialect, const char* table) {
+  const char* options = dialect == SqlDialect::Backtick ? " ENGINE=InnoDB DEFAULT CHARSET=utf8" : "";
+  return FormatStatement(
+      dialect, kCreateBufferSize,
+      "create table `%s` (`id` integer NOT NULL PRIMARY KEY, `station` varchar(32), "
+      "`tag` varchar(32), `tagtype` integer, `alarmtype` integer, `value` float, "
+      "`status` integer, `recovertime` integer, `arisetime` integer, `ip` integer, "
+      "`description` varchar(128), `millisecond` integer, `batch` varchar(64), "
+      "`alarmlevel` integer, `rsvd` varchar(128))%s",
+      table, options);
+}
+
+std::string CreateIndexStatement(SqlDialect dialect, const char* table) {
+  return FormatStatement(dialect, kBufferSize, "create index `idx_%s` on `%s` (`id`)", table,
+                         table);
+}
+
+std::string LargestIdStatement(SqlDialect dialect, const char* table, uint32_t bufferSize) {
+  return FormatStatement(dialect, bufferSize, "select max(`id`) from `%s`", table);
+}
+
+std::string InsertStatement(SqlDialect dialect, const char* table, uint32_t id,
+                            const void* record) {
+  auto number = [&](size_t offset) { return LoadField<uint32_t>(record, offset); };
+  auto text = [&](size_t offset, size_t width) { return Text(dialect, record, offset, width); };
+  // The value travels in single precision, printed from the float.
+  const double value = static_cast<float>(StoredValue(record));
+  return FormatStatement(
+      dialect, kWriteBufferSize,
+      "insert into `%s` (`id`, `station`, `tag`, `tagtype`, `alarmtype`, `value`, `status`, "
+      "`recovertime`, `arisetime`, `ip`, `description`, `millisecond`, `batch`, `alarmlevel`) "
+      "values(%u, '%s', '%s', %u, %u, %.17g, %u, %u, %u, %u, '%s', %u, '%s', %u)",
+      table, id, text(offsetof(AlarmRecord, station), sizeof(AlarmRecord::station)).c_str(),
+      text(offsetof(AlarmRecord, tag), sizeof(AlarmRecord::tag)).c_str(),
+      number(offsetof(AlarmRecord, tagtype)), number(offsetof(AlarmRecord, alarmtype)), value,
+      number(offsetof(AlarmRecord, status)), number(offsetof(AlarmRecord, recovertime)),
+      number(offsetof(AlarmRecord, arisetime)), number(offsetof(AlarmRecord, ip)),
+      text(offsetof(AlarmRecord, description), sizeof(AlarmRecord::description)).c_str(),
+      number(offsetof(AlarmRecord, millisecond)),
+      text(offsetof(AlarmRecord, batch), sizeof(AlarmRecord::batch)).c_str(),
+      number(offsetof(AlarmRecord, alarmlevel)));
+}
+
+std::string ConfirmStatement(SqlDialect dialect, const char* table, uint32_t status, uint32_t id) {
+  return FormatStatement(dialect, kBufferSize, "update `%s` set `status`=%u where `id`=%u", table,
+                         status, id);
+}
+
+std::string RecoverStatement(SqlDialect dialect, const char* table, uint32_t recovertime,
+                             uint32_t id) {
+  return FormatStatement(dialect, kBufferSize, "update `%s` set `recovertime`=%u where `id`=%u",
+                         table, recovertime, id);
+}
+
+std::string SelectAllStatement(SqlDialect dialect, const char* table) {
+  return FormatStatement(dialect, kBufferSize, "select * from `%s` order by `id` asc", table);
+}
+
+std::string CountStatement(SqlDialect dialect, const char* table) {
+  return FormatStatement(dialect, kBufferSize, "select count(*) from `%s`", table);
+}
+
+std::string QueryStatement(SqlDialect dialect, const char* table, const void* query) {
+  const uint32_t filter = LoadField<uint32_t>(query, offsetof(AlarmQuery, filter));
+  const int minimumLevel = static_cast<int>((filter >> 8) & 0xFF);
+  std::string sql = FormatStatement(
+      dialect, kBufferSize, "select * from `%s` where (`arisetime` >= %u) and (`arisetime` <= %u)",
+      table, LoadField<uint32_t>(query, offsetof(AlarmQuery, startTime)),
+      LoadField<uint32_t>(query, offsetof(AlarmQuery, endTime)));
+  if (minimumLevel != 0)
+    sql += FormatStatement(dialect, kBufferSize, " and (`alarmlevel` >= %d)", minimumLevel);
+  sql += ListCondition(dialect, query);
+  sql += FormatStatement(dialect, kBufferSize, " order by `id` asc");
+  return sql;
+}
+
+}  // namespace scadastore::alarm
