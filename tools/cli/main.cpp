@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
                "print times as seconds since 1970 instead of local date-times");
 
   AddTableCommands(app, context);
+  AddAlarmCommands(app, context);
   AddLogCommands(app, context);
   AddStatCommands(app, context);
   AddSqlCommand(app, context);

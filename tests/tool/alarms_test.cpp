@@ -1,0 +1,77 @@
+// alarms: add, query, confirm, recover and count through the tool.
+#include "tool_runner.h"
+
+namespace scadastore::tooltest {
+namespace {
+
+using ::testing::HasSubstr;
+
+class Alarms : public ToolTest {
+ protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    Ok({"ensure", "alarm", "events"});
+    Add({"--station", "north", "--tag", "temp", "--value", "81.5", "--type", "1", "--level", "2",
+         "--description", "high, it's hot", "--time", "2024-05-01 08:00:00"});
+    Add({"--station", "south", "--tag", "pump", "--tagtype", "4", "--value", "1", "--type", "2",
+         "--level", "1", "--time", "2024-05-01 09:00:00"});
+    Add({"--station", "north", "--tag", "flow", "--value", "-3.25", "--type", "3", "--level",
+         "3", "--time", "2024-05-01 10:00:00"});
+  }
+  void Add(std::vector<std::string> args) {
+    args.insert(args.begin(), {"alarms", "add", "events"});
+    Ok(args);
+  }
+  std::vector<int> Ids(std::vector<std::string> query) {
+    query.insert(query.begin(), {"alarms", "events"});
+    std::vector<int> ids;
+    for (const auto& alarm : Json(query)) ids.push_back(alarm["id"]);
+    return ids;
+  }
+};
+
+TEST_F(Alarms, StoredFieldsParseBackFromEveryFormat) {
+  Ok({"alarms", "ack", "events", "1", "--status", "2"});
+  Ok({"alarms", "recover", "events", "1", "--time", "2024-05-01 08:05:00"});
+  nlohmann::json alarms = Json({"alarms", "events"});
+  ASSERT_EQ(alarms.size(), 3u);
+  EXPECT_EQ(alarms[0]["station"], "north");
+  EXPECT_EQ(alarms[0]["value"], 81.5);
+  EXPECT_EQ(alarms[0]["level"], 2);
+  EXPECT_EQ(alarms[0]["arisetime"], 1714550400);
+  EXPECT_EQ(alarms[0]["status"], 2);
+  EXPECT_EQ(alarms[0]["recovertime"], 1714550700);
+  EXPECT_EQ(alarms[0]["description"], "high, it's hot");
+  EXPECT_EQ(alarms[1]["value"], 1);  // the flag of tag type 4
+  EXPECT_TRUE(alarms[2]["recovertime"].is_null());
+  EXPECT_EQ(alarms[2]["value"], -3.25);
+
+  std::string csv = Ok({"alarms", "events", "--format", "csv"});
+  EXPECT_THAT(csv, HasSubstr("1,north,temp,0,81.5,1,2,2024-05-01 08:00:00,0,2,"
+                             "2024-05-01 08:05:00,0,\"high, it's hot\","));
+  std::string table = Ok({"alarms", "events", "--format", "table"});
+  EXPECT_THAT(table, HasSubstr("south    pump"));
+  EXPECT_EQ(Ok({"alarms", "count", "events"}), "3\n");
+}
+
+TEST_F(Alarms, QueryOptionsSelectTheMatchingAlarms) {
+  EXPECT_EQ(Ids({"--level", "2"}), (std::vector<int>{1, 3}));
+  EXPECT_EQ(Ids({"--station", "north", "--level", "3"}), (std::vector<int>{3}));
+  EXPECT_EQ(Ids({"--station", "north", "--tag", "temp"}), (std::vector<int>{1}));
+  EXPECT_EQ(Ids({"--type", "2", "--type", "3"}), (std::vector<int>{2, 3}));
+  EXPECT_EQ(Ids({"--point", "south/pump/4"}), (std::vector<int>{2}));
+  EXPECT_EQ(Ids({"--point", "south/pump/0"}), (std::vector<int>{}));
+  EXPECT_EQ(Ids({"--from", "2024-05-01 08:30", "--to", "2024-05-01 09:00"}),
+            (std::vector<int>{2}));
+  EXPECT_EQ(Ids({"--first", "2"}), (std::vector<int>{1, 2}));
+
+  // Combinations that one query cannot express are refused.
+  EXPECT_EQ(Run({"alarms", "events", "--type", "1", "--station", "north"}).status, 1);
+  EXPECT_EQ(Run({"alarms", "events", "--tag", "temp"}).status, 1);
+  ToolRun missing = Run({"alarms", "nothing_here"});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_THAT(missing.err, HasSubstr("[alm303] failed to open table"));
+}
+
+}  // namespace
+}  // namespace scadastore::tooltest
