@@ -360,10 +360,13 @@ write_odbc_files() {
 Pooling=No
 [SQLite3]
 Driver=$sqlite
+DontDLClose=1
 [PostgreSQL ANSI]
 Driver=$postgres
+DontDLClose=1
 [MariaDB]
 Driver=$maria
+DontDLClose=1
 INI
 
   {
