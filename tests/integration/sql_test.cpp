@@ -3,11 +3,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "core/connection.h"
 #include "core/sql_text.h"
+#include "support/data_tables.h"
 #include "support/databases.h"
 
 namespace scadastore::testing {
@@ -43,21 +44,21 @@ class SqlTest : public DatabaseTest {
     DatabaseTest::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
     name_ = DropAtEnd(UniqueTableName("sql"));
-    Run("create table `" + name_ + "` (`id` integer, `time` integer, `ms` integer, "
-        "`modify` integer, `a` float, `s` varchar(64))");
+    table_ = std::make_unique<DataTable>(name_, std::vector<std::pair<std::string, uint32_t>>{
+                                                    {"a", 3}, {"s", 12}});
+    ASSERT_EQ(sgEnsureTableExist(Token(), table_->info(), nullptr, 0), 0u);
   }
 
   std::string Sql(const std::string& backtickSql) {
     return DialectTemplate(DialectOf(kind()), backtickSql.c_str());
   }
-  void Run(const std::string& backtickSql) {
-    DbConnection db;
-    ASSERT_TRUE(db.Open());
-    ASSERT_TRUE(db.Execute(Sql(backtickSql).c_str())) << db.ErrorText();
-  }
-  void Insert(uint32_t id, uint32_t time, const std::string& a, const std::string& s) {
-    Run("insert into `" + name_ + "` values (" + std::to_string(id) + ", " + std::to_string(time) +
-        ", 5, 0, " + a + ", '" + s + "')");
+  void Insert(uint32_t time, double a, const std::string& s) {
+    RecordBuffer record(table_->recordSize(), 1);
+    record.Put(0, 4, time);
+    record.Put(0, 16, a);
+    record.PutText(0, 24, s);
+    ASSERT_EQ(sgSetRecord(Token(), table_->info(), record.record(0), record.bytes()), 0u)
+        << dbGetLastError();
   }
   uint32_t Query(TextTable& out, const std::string& sql, const char* timeColumns = nullptr) {
     return out.result = sgGetRecordBySQL(Token(), "-", sql.c_str(), timeColumns, &out.rowCount,
@@ -65,11 +66,12 @@ class SqlTest : public DatabaseTest {
   }
 
   std::string name_;
+  std::unique_ptr<DataTable> table_;
 };
 
 TEST_P(SqlTest, DataTableRowsBecomeTextWithLocalDateTimes) {
-  Insert(1, 1714521600, "1.5", "first");
-  Insert(2, 1714525261, "-2.25", "second");
+  Insert(1714521600, 1.5, "first");
+  Insert(1714525261, -2.25, "second");
   TextTable out;
   ASSERT_EQ(Query(out, Sql("select * from `" + name_ + "` order by `id`")), 0u) << dbGetLastError();
   EXPECT_EQ(out.rowCount, 2u);
@@ -97,8 +99,8 @@ TEST_P(SqlTest, EmptyResultsAndSkippedColumns) {
   EXPECT_EQ(none.rowCount + none.fieldCount, 99u + 99u);
   EXPECT_EQ(reinterpret_cast<char*>(none.offsets), kUntouched);
 
-  Insert(1, 0, "1", "x");
-  Insert(2, 0, "2", "y");
+  Insert(0, 1, "x");
+  Insert(0, 2, "y");
   TextTable fixedOnly;
   ASSERT_EQ(Query(fixedOnly, Sql("select `id`, `ms`, `modify` from `" + name_ + "`")), 0u);
   EXPECT_EQ(fixedOnly.rowCount, 2u);
@@ -114,10 +116,10 @@ TEST_P(SqlTest, EmptyResultsAndSkippedColumns) {
 }
 
 TEST_P(SqlTest, TimesOutsideTheDateWindowAndListedTimeColumns) {
-  Insert(1, 0, "0", "a");
-  Insert(2, 1262275200, "0", "b");
-  Insert(3, 1262275201, "0", "c");
-  Insert(4, 2051193600, "0", "d");
+  Insert(0, 0, "a");
+  Insert(1262275200, 0, "b");
+  Insert(1262275201, 0, "c");
+  Insert(2051193600, 0, "d");
   TextTable out;
   std::string list = "t1;;T2;" + std::string(64, 'x') + ";t3;";
   ASSERT_EQ(Query(out, Sql("select `time`, `time` as `t1`, `time` as `t2`, `time` as `t3` from `" +

@@ -6,7 +6,6 @@
 #include <tuple>
 #include <vector>
 
-#include "core/connection.h"
 #include "core/sql_text.h"
 #include "support/data_tables.h"
 #include "support/databases.h"
@@ -25,26 +24,20 @@ class StatTest : public DatabaseTest {
     DatabaseTest::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
     name_ = DropAtEnd(UniqueTableName("stat"));
-    table_ = std::make_unique<DataTable>(name_, Columns{{"a", 3}, {"n", 4}, {"s", 12}, {"b", 3}});
-    Run("create table `" + name_ + "` (`id` integer, `time` integer, `ms` integer, "
-        "`modify` integer, `a` float, `n` integer, `s` varchar(64), `b` float)");
+    table_ = std::make_unique<DataTable>(
+        name_, std::vector<std::pair<std::string, uint32_t>>{{"a", 3}, {"n", 4}, {"s", 12}, {"b", 3}});
+    ASSERT_EQ(sgEnsureTableExist(Token(), info(), nullptr, 0), 0u);
   }
-  using Columns = std::vector<std::pair<std::string, uint32_t>>;
 
-  void Run(const std::string& backtickSql) {
-    DbConnection db;
-    ASSERT_TRUE(db.Open());
-    ASSERT_TRUE(db.Execute(DialectTemplate(DialectOf(kind()), backtickSql.c_str()).c_str()))
-        << db.ErrorText();
-  }
   // Rows of (time, a, b), values exact in the 4-byte floats of MariaDB.
   void Insert(const std::vector<std::tuple<uint32_t, double, double>>& rows) {
-    std::string sql = "insert into `" + name_ + "` values ";
-    for (auto [time, a, b] : rows)
-      sql += (sql.back() == ' ' ? "(" : ", (") + std::to_string(++lastId_) + ", " +
-             std::to_string(time) + ", 0, 0, " + std::to_string(a) + ", 7, 'x', " +
-             std::to_string(b) + ")";
-    Run(sql);
+    RecordBuffer record(table_->recordSize(), 1);
+    for (auto [time, a, b] : rows) {
+      record.Put(0, 4, time);
+      record.Put(0, kA, a);
+      record.Put(0, kB, b);
+      ASSERT_EQ(sgSetRecord(Token(), info(), record.record(0), record.bytes()), 0u) << dbGetLastError();
+    }
   }
 
   DataTableInfo* info() { return table_->info(); }
@@ -70,7 +63,6 @@ class StatTest : public DatabaseTest {
 
   std::string name_;
   std::unique_ptr<DataTable> table_;
-  int lastId_ = 0;
 };
 
 TEST_P(StatTest, IntervalAppliesTheCallersOrTheTablesStatistic) {
