@@ -206,13 +206,13 @@ TEST_P(AlarmTest, FlagValuesQuotesAndNullValues) {
   EXPECT_STREQ(read[0].station, "o'brien");
   EXPECT_STREQ(read[0].tag, "back\\slash");
   EXPECT_STREQ(read[0].description, "it's 'quoted' \\n");
-  EXPECT_EQ(read[1].value, read[0].value);  // a NULL value repeats the row before
+  EXPECT_EQ(double{read[1].value}, double{read[0].value});  // a NULL repeats the row before
   const unsigned char one[8] = {1, 0, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(std::memcmp(&read[2].value, one, 8), 0);
 
   // The flag byte was stored as the number 5.
   ASSERT_EQ(Run(table, Sql("update `%s` set `tagtype`=0 where `id`=3", table)), 0u);
-  EXPECT_EQ(ReadAll(table, 3)[2].value, 5.0);
+  EXPECT_EQ(double{ReadAll(table, 3)[2].value}, 5.0);
   EXPECT_EQ(QueryIds(table, 0, 10, 2, {}, {"o'brien"}), std::vector<uint32_t>{1});
 }
 
