@@ -10,6 +10,6 @@ extra=$(comm -23 <(echo "$exported") <(echo "$declared"))
 missing=$(comm -13 <(echo "$exported") <(echo "$declared"))
 status=0
 if [ -n "$extra" ]; then echo "exported but not declared:"; echo "$extra"; status=1; fi
-if [ -n "$missing" ]; then echo "declared but not exported yet:"; echo "$missing"; fi
+if [ -n "$missing" ]; then echo "declared but not exported:"; echo "$missing"; status=1; fi
 echo "$(echo "$exported" | wc -l) exports checked"
 exit $status
