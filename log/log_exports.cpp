@@ -6,6 +6,7 @@
 
 #include "core/export_call.h"
 #include "core/row_reader.h"
+#include "core/table_creation.h"
 #include "log/log_record.h"
 #include "log/log_statements.h"
 #include "scadastore.h"
@@ -18,15 +19,7 @@ extern "C" {
 uint32_t logEnsureTableExist(CallerToken token, const char* table) {
   return Guarded<uint32_t>(1, [&]() -> uint32_t {
     if (!token || !table) return 1;
-    const ConnectionSettings& settings = Settings();
-    DbConnection db;
-    if (db.TableExists(settings.dsn, settings.user, settings.password, table)) return 0;
-    if (!db.Open()) return 1;
-    const std::string create = CreateTableStatement(db.dialect(), table);
-    const std::string index = CreateIndexStatement(db.dialect(), table);
-    // Not reported: a table that another caller created meanwhile is fine.
-    if (db.Execute(create.c_str()) && CreatesIndex(db.kind())) db.Execute(index.c_str());
-    return 0;
+    return EnsureTableExists(table, CreateTableStatement, CreateIndexStatement) ? 0 : 1;
   });
 }
 
