@@ -8,7 +8,16 @@ using ::testing::HasSubstr;
 
 class Tables : public ToolTest {};
 
-TEST_F(Tables, ExistsAndDropReportMissingTables) {
+TEST_F(Tables, EnsureExistsAndDrop) {
+  for (const char* kind : {"alarm", "log"}) Ok({"ensure", kind, std::string(kind) + "s"});
+  Ok({"ensure", "data", "samples", "--columns", "a,b:int,c:text"});
+  for (const char* table : {"alarms", "logs", "samples"}) {
+    EXPECT_EQ(Ok({"exists", table}), "yes\n");
+    Ok({"drop", table});
+    EXPECT_EQ(Run({"exists", table}).out, "no\n");
+  }
+  EXPECT_EQ(Run({"ensure", "data", "bad", "--columns", "a:blob"}).status, 1);
+
   ToolRun missing = Run({"exists", "nothing_here"});
   EXPECT_EQ(missing.status, 1);
   EXPECT_EQ(missing.out, "no\n");
@@ -21,7 +30,7 @@ TEST_F(Tables, ExistsAndDropReportMissingTables) {
 TEST_F(Tables, WrongDataSourceFailsWithNonZeroExit) {
   ToolRun run = RunBare({"--config", "no_such_dsn;;;3", "exists", "t"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("no_such_dsn"));
+  EXPECT_THAT(run.err, HasSubstr("[rcd1302] failed to open DSN: no_such_dsn"));
   EXPECT_TRUE(run.out.empty());
 }
 
@@ -32,7 +41,8 @@ TEST_F(Tables, UsageErrorsAndHelp) {
   ToolRun help = RunBare({"--help"});
   ASSERT_EQ(help.status, 0);
   // Every command's help carries an example.
-  for (const char* command : {"ensure", "drop", "exists", "monitor"}) {
+  for (const char* command : {"ensure", "drop", "exists", "alarms", "logs", "records", "stats", "sql",
+                              "monitor", "demo"}) {
     ToolRun run = RunBare({command, "--help"});
     EXPECT_EQ(run.status, 0) << command;
     EXPECT_THAT(run.out, HasSubstr("Example:\n  scadastore")) << command;

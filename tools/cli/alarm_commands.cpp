@@ -71,26 +71,6 @@ std::vector<uint8_t> BuildQuery(const ListArguments& arguments) {
   return query;
 }
 
-ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOptions& options) {
-  ResultTable table{{"id", "station", "tag", "tagtype", "value", "type", "level", "arisetime",
-                     "ms", "status", "recovertime", "ip", "description", "batch"},
-                    {}};
-  for (size_t i = 0; i < count; ++i) {
-    AlarmRecord record;
-    std::memcpy(&record, records + i, sizeof record);
-    // Under tag type 4 the value is a one-byte flag.
-    Cell value = record.tagtype == 4
-                     ? Cell(LoadAt<uint8_t>(reinterpret_cast<const uint8_t*>(&record), 72))
-                     : Cell(record.value);
-    table.rows.push_back({record.id, record.station, record.tag, record.tagtype, value,
-                          record.alarmtype, record.alarmlevel,
-                          TimeCell(record.arisetime, options), record.millisecond,
-                          record.status,
-                          record.recovertime ? TimeCell(record.recovertime, options) : Cell(),
-                          record.ip, record.description, record.batch});
-  }
-  return table;
-}
 
 void List(Context& context, const ListArguments& arguments) {
   context.session.Connect();
@@ -117,6 +97,27 @@ void List(Context& context, const ListArguments& arguments) {
 }
 
 }  // namespace
+
+ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOptions& options) {
+  ResultTable table{{"id", "station", "tag", "tagtype", "value", "type", "level", "arisetime",
+                     "ms", "status", "recovertime", "ip", "description", "batch"},
+                    {}};
+  for (size_t i = 0; i < count; ++i) {
+    AlarmRecord record;
+    std::memcpy(&record, records + i, sizeof record);
+    // Under tag type 4 the value is a one-byte flag.
+    Cell value = record.tagtype == 4
+                     ? Cell(LoadAt<uint8_t>(reinterpret_cast<const uint8_t*>(&record), 72))
+                     : Cell(record.value);
+    table.rows.push_back({record.id, record.station, record.tag, record.tagtype, value,
+                          record.alarmtype, record.alarmlevel,
+                          TimeCell(record.arisetime, options), record.millisecond,
+                          record.status,
+                          record.recovertime ? TimeCell(record.recovertime, options) : Cell(),
+                          record.ip, record.description, record.batch});
+  }
+  return table;
+}
 
 void AddAlarmCommands(CLI::App& app, Context& context) {
   EnsureKinds()["alarm"] = [](Context& context, const std::string& table, const std::string&) {

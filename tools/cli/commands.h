@@ -49,6 +49,10 @@ void CopyText(char (&field)[N], const std::string& text, const char* what) {
 // Checks that a table of this name exists now; throws with `detail` if not.
 void RequireTable(Context& context, const std::string& table, const std::string& detail);
 
+// Alarm and log records as result rows.
+ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOptions& options);
+ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions& options);
+
 void AddTableCommands(CLI::App& app, Context& context);
 void AddAlarmCommands(CLI::App& app, Context& context);
 void AddLogCommands(CLI::App& app, Context& context);

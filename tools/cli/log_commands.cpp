@@ -10,6 +10,14 @@
 namespace scadastore::cli {
 namespace {
 
+
+struct AddArguments {
+  std::string table, time, source, info, operator_, monitor, verify, ack, batch;
+  uint32_t type = 0, ms = 0, ip = 0;
+};
+
+}  // namespace
+
 ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions& options) {
   ResultTable table{{"id", "time", "ms", "type", "source", "info", "operator", "monitor",
                      "verify", "ip", "ackinfo", "batch"},
@@ -24,13 +32,6 @@ ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions
   }
   return table;
 }
-
-struct AddArguments {
-  std::string table, time, source, info, operator_, monitor, verify, ack, batch;
-  uint32_t type = 0, ms = 0, ip = 0;
-};
-
-}  // namespace
 
 void AddLogCommands(CLI::App& app, Context& context) {
   EnsureKinds()["log"] = [](Context& context, const std::string& table, const std::string&) {

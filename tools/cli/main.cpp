@@ -42,9 +42,11 @@ int main(int argc, char** argv) {
   AddTableCommands(app, context);
   AddAlarmCommands(app, context);
   AddLogCommands(app, context);
+  AddRecordCommands(app, context);
   AddStatCommands(app, context);
   AddSqlCommand(app, context);
   AddMonitorCommand(app, context);
+  AddDemoCommand(app, context);
 
   try {
     app.parse(argc, argv);

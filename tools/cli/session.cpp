@@ -94,8 +94,15 @@ void Session::Connect() {
   if (config.empty())
     throw CommandError("no database: give --sqlite FILE or --config 'DSN;user;password;kind'");
   kind_ = KindOfConfig(config);
-  if (dbInitialize(config.c_str()) != 0)
-    throw CommandError(fmt::format("cannot connect to {}", Describe()));
+  if (dbInitialize(config.c_str()) != 0) {
+    // dbInitialize writes no text of its own; once it has stored the
+    // settings, a call through them fails with the library's coded text.
+    std::string text = "the settings text was refused";
+    if (kind_ >= 1 && kind_ <= 6 &&
+        sgGetRecordCount(token(), reinterpret_cast<const DataTableInfo*>("")) == UINT32_MAX)
+      text = dbGetLastError();
+    throw CommandError(fmt::format("cannot connect to {}: {}", Describe(), text));
+  }
   connected_ = true;
 }
 
