@@ -4,8 +4,6 @@
 namespace scadastore::tooltest {
 namespace {
 
-using ::testing::HasSubstr;
-
 class Logs : public ToolTest {
  protected:
   void SetUp() override {
@@ -33,12 +31,12 @@ TEST_F(Logs, FormatsParseBackToTheStoredEntries) {
   EXPECT_EQ(entries[1]["source"], "system");
 
   std::string csv = Ok({"logs", "journal", "--format", "csv"});
-  EXPECT_THAT(csv, HasSubstr("id,time,ms,type,source,info,operator"));
-  EXPECT_THAT(csv, HasSubstr("1,2024-05-01 10:00:00,250,2,console,\"pump 3, it's started\",anna"));
+  EXPECT_TRUE(Contains(csv, "id,time,ms,type,source,info,operator"));
+  EXPECT_TRUE(Contains(csv, "1,2024-05-01 10:00:00,250,2,console,\"pump 3, it's started\",anna"));
 
   std::string table = Ok({"logs", "journal", "--format", "table"});
-  EXPECT_THAT(table, HasSubstr("2024-05-01 11:00:00"));
-  EXPECT_THAT(table, HasSubstr("shift change"));
+  EXPECT_TRUE(Contains(table, "2024-05-01 11:00:00"));
+  EXPECT_TRUE(Contains(table, "shift change"));
 }
 
 TEST_F(Logs, TimeRangeAndCount) {
@@ -51,7 +49,7 @@ TEST_F(Logs, TimeRangeAndCount) {
 
   ToolRun missing = Run({"logs", "count", "nothing_here"});
   EXPECT_EQ(missing.status, 1);
-  EXPECT_THAT(missing.err, HasSubstr("nothing_here does not exist"));
+  EXPECT_TRUE(Contains(missing.err, "nothing_here does not exist"));
   EXPECT_EQ(Run({"logs", "journal", "--from", "2024-05-01 11:00", "--to", "2024-05-01"}).status, 1);
 }
 

@@ -5,8 +5,6 @@
 namespace scadastore::tooltest {
 namespace {
 
-using ::testing::HasSubstr;
-
 const std::string kColumns = "temp,pump:int,mode:text";
 
 class Records : public ToolTest {
@@ -51,11 +49,11 @@ TEST_F(Records, ImportedRowsReadBackThroughEveryFormat) {
   }
 
   std::string table = Ok({"records", "samples", "--columns", kColumns, "--format", "table"});
-  EXPECT_THAT(table, HasSubstr("2024-05-01 08:00:01  500       0  -0.125     0"));
+  EXPECT_TRUE(Contains(table, "2024-05-01 08:00:01  500       0  -0.125     0"));
 
   // An export imports as it is.
   std::string exported = Ok({"records", "export", "samples", "--columns", kColumns, "--epoch"});
-  EXPECT_THAT(exported, HasSubstr("time,ms,temp,pump,mode\n1714550400,0,21.5,1,auto\n"));
+  EXPECT_TRUE(Contains(exported, "time,ms,temp,pump,mode\n1714550400,0,21.5,1,auto\n"));
   Import(exported);
   EXPECT_EQ(Ok({"records", "count", "samples"}), "6\n");
   nlohmann::json again = Json({"records", "samples", "--columns", kColumns, "--index", "5"});
@@ -70,15 +68,15 @@ TEST_F(Records, MalformedLineStopsImportBeforeAnythingIsStored) {
             "2024-05-01 08:00:02,3,0,c\n");
   ToolRun run = Run({"records", "import", "samples", Path("bad.csv"), "--columns", kColumns});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("bad.csv:3: column temp: 'x' is not a number"));
+  EXPECT_TRUE(Contains(run.err, "bad.csv:3: column temp: 'x' is not a number"));
   EXPECT_EQ(Ok({"records", "count", "samples"}), "0\n");
 
   WriteFile("short.csv", "time,temp,pump,mode\n1714550400,1,0,a\n1714550401,2,0\n");
   run = Run({"records", "import", "samples", Path("short.csv"), "--columns", kColumns});
-  EXPECT_THAT(run.err, HasSubstr("short.csv:3: 3 fields where the header has 4"));
+  EXPECT_TRUE(Contains(run.err, "short.csv:3: 3 fields where the header has 4"));
   WriteFile("header.csv", "time,temp,mode\n1714550400,1,a\n");
   run = Run({"records", "import", "samples", Path("header.csv"), "--columns", kColumns});
-  EXPECT_THAT(run.err, HasSubstr("header.csv:1: column pump is missing"));
+  EXPECT_TRUE(Contains(run.err, "header.csv:1: column pump is missing"));
   EXPECT_EQ(Ok({"records", "count", "samples"}), "0\n");
 }
 

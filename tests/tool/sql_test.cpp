@@ -4,8 +4,6 @@
 namespace scadastore::tooltest {
 namespace {
 
-using ::testing::HasSubstr;
-
 class Sql : public ToolTest {};
 
 TEST_F(Sql, SelectsShowTimeColumnsAsLocalDates) {
@@ -29,7 +27,7 @@ TEST_F(Sql, SelectsShowTimeColumnsAsLocalDates) {
 
   ToolRun bad = Run({"sql", "select * from nothing_here"});
   EXPECT_EQ(bad.status, 1);
-  EXPECT_THAT(bad.err, HasSubstr("[rcd1503] failed to open table: select * from nothing_here"));
+  EXPECT_TRUE(Contains(bad.err, "[rcd1503] failed to open table: select * from nothing_here"));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Runs the scadastore tool against a SQLite file of the test's own.
 #pragma once
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -37,6 +36,12 @@ class ToolTest : public ::testing::Test {
  private:
   std::string dir_;
 };
+
+// Whether `text` contains `part`; the failure shows the whole text.
+inline ::testing::AssertionResult Contains(const std::string& text, const std::string& part) {
+  if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "'" << part << "' not in:\n" << text;
+}
 
 // Splits CSV output that has no quoted fields into rows of fields.
 std::vector<std::vector<std::string>> SplitCsv(const std::string& text);
