@@ -88,10 +88,10 @@ TEST_P(LogTest, SetLogNumbersFromTheHighestIdInBufferOrder) {
   const std::vector<LogRecord> read = ReadAll(table, 4);
   const uint32_t logtimes[] = {30, 10, 20, 40};
   for (uint32_t k = 0; k < 4; ++k) {
-    EXPECT_EQ(read[k].id, k + 1);
-    EXPECT_EQ(read[k].logtime, logtimes[k]);
-    EXPECT_EQ(read[k].millisecond, logtimes[k]);
-    EXPECT_EQ(read[k].ip, 0x7F000001u);
+    EXPECT_EQ(uint32_t{read[k].id}, k + 1);
+    EXPECT_EQ(uint32_t{read[k].logtime}, logtimes[k]);
+    EXPECT_EQ(uint32_t{read[k].millisecond}, logtimes[k]);
+    EXPECT_EQ(uint32_t{read[k].ip}, 0x7F000001u);
     EXPECT_STREQ(read[k].loginfo, "entry");
   }
 }
@@ -115,10 +115,10 @@ TEST_P(LogTest, GetAllLogFillsLowestIdsAndZeroesTheRest) {
 
   const std::string table = TableWith({1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
   std::vector<LogRecord> read = ReadAll(table, 3);
-  for (uint32_t k = 0; k < 3; ++k) EXPECT_EQ(read[k].id, k + 1);
+  for (uint32_t k = 0; k < 3; ++k) EXPECT_EQ(uint32_t{read[k].id}, k + 1);
 
   read = ReadAll(table, 12);
-  EXPECT_EQ(read[9].id, 10u);
+  EXPECT_EQ(uint32_t{read[9].id}, 10u);
   EXPECT_TRUE(AllZero(read[10]));
   EXPECT_TRUE(AllZero(read[11]));
 
@@ -142,8 +142,8 @@ TEST_P(LogTest, GetLogByTimeIncludesBothEndsAndHandsOutMallocBlocks) {
   const uint32_t ids[] = {1, 3, 4, 5};
   const uint32_t logtimes[] = {105, 103, 102, 104};
   for (uint32_t k = 0; k < 4; ++k) {
-    EXPECT_EQ(block[k].id, ids[k]);
-    EXPECT_EQ(block[k].logtime, logtimes[k]);
+    EXPECT_EQ(uint32_t{block[k].id}, ids[k]);
+    EXPECT_EQ(uint32_t{block[k].logtime}, logtimes[k]);
   }
   std::free(block);
 
