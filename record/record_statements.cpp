@@ -61,17 +61,22 @@ bool AppendValues(std::string& text, size_t start, size_t limit, SqlDialect dial
   return true;
 }
 
-// "(id,time,ms,0,values...)": a new record's row.
-bool AppendRow(std::string& text, size_t start, SqlDialect dialect, const TableLayout& table,
-               const void* record, uint32_t id) {
+// "id,time,ms,0": the fixed fields of a new record, whatever its own id and modify hold.
+void AppendNewHead(std::string& text, const void* record, uint32_t id) {
   const RecordHead head = LoadHead(record);
-  text += '(';
   AppendNumber(text, id);
   text += ',';
   AppendNumber(text, head.time);
   text += ',';
   AppendNumber(text, head.ms);
   text += ",0";
+}
+
+// "(id,time,ms,0,values...)": a new record's row of a batch.
+bool AppendRow(std::string& text, size_t start, SqlDialect dialect, const TableLayout& table,
+               const void* record, uint32_t id) {
+  text += '(';
+  AppendNewHead(text, record, id);
   if (!AppendValues(text, start, kStatementBufferSize, dialect, table.columns, record)) return false;
   text += ')';
   return text.size() - start < kStatementBufferSize;
@@ -117,13 +122,7 @@ Statement InsertStatement(SqlDialect dialect, const TableLayout& table, const vo
   insert.complete = AppendColumnNames(text, 0, kStatementLimit, dialect, table.columns);
   if (!insert.complete) return insert;
   text += ") values(";
-  const RecordHead head = LoadHead(record);
-  AppendNumber(text, id);
-  text += ',';
-  AppendNumber(text, head.time);
-  text += ',';
-  AppendNumber(text, head.ms);
-  text += ",0";
+  AppendNewHead(text, record, id);
   insert.complete = AppendValues(text, 0, kStatementLimit, dialect, table.columns, record);
   if (insert.complete) text += ')';
   return insert;
