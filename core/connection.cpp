@@ -212,10 +212,19 @@ int DbConnection::GetString(uint16_t column, char* target, int32_t capacity) {
   }
   const bool utf8 = dialect() == SqlDialect::Backtick;
   const size_t bufferSize = static_cast<size_t>(capacity) * (utf8 ? kUtf8Expansion : 1);
-  std::unique_ptr<char[]> value(new (std::nothrow) char[bufferSize]());
-  if (!value) return 0;
+  // Texts are read into a temporary so that a NULL leaves the target as it
+  // was; the usual field widths fit on the stack.
+  char stackBuffer[2048];
+  std::unique_ptr<char[]> heapBuffer;
+  char* value = stackBuffer;
+  if (bufferSize > sizeof stackBuffer) {
+    heapBuffer.reset(new (std::nothrow) char[bufferSize]);
+    if (!heapBuffer) return 0;
+    value = heapBuffer.get();
+  }
+  value[0] = '\0';
   SQLLEN indicator = 0;
-  SQLRETURN rc = SQLGetData(statement_.get(), column, SQL_C_CHAR, value.get(),
+  SQLRETURN rc = SQLGetData(statement_.get(), column, SQL_C_CHAR, value,
                             static_cast<SQLLEN>(bufferSize), &indicator);
   ClearErrorText();
   if (!SQL_SUCCEEDED(rc)) {
@@ -225,9 +234,12 @@ int DbConnection::GetString(uint16_t column, char* target, int32_t capacity) {
   if (utf8) {
     // A NULL leaves the buffer empty, which converts to an empty text.
     if (indicator == SQL_NULL_DATA) value[0] = '\0';
-    ToAnsi(value.get(), target, capacity);
+    value[bufferSize - 1] = '\0';
+    ToAnsi(value, target, capacity);
   } else if (indicator != SQL_NULL_DATA) {
-    std::memcpy(target, value.get(), std::strlen(value.get()) + 1);
+    size_t length = strnlen(value, bufferSize - 1);
+    std::memcpy(target, value, length);
+    target[length] = '\0';
   }
   return 1;
 }
