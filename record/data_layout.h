@@ -41,7 +41,8 @@ std::vector<ColumnLayout> Layout(const DataTableInfo& table);
 // 16 plus the widths of all values: the least recordSize that holds them.
 uint32_t PackedRecordSize(const std::vector<ColumnLayout>& layout);
 
-// A data table as the record functions use it, read once per call.
+// A data table as the record functions use it, read once per call. The
+// column names point into the DataTableInfo, which must outlive it.
 struct TableLayout {
   std::string name;
   std::vector<ColumnLayout> columns;

@@ -74,7 +74,8 @@ TEST(RecordStatements, InsertAndUpdateOfOneRecord) {
 TEST(RecordStatements, SingleRecordStatementsStopAt7680Characters) {
   // 31 texts of 253 characters pass 7680 before the last value.
   std::vector<std::pair<std::string, uint32_t>> texts(31, {"c", 12});
-  const TableLayout t = DescribeTable(*DataTable("t", texts).info());
+  const DataTable wide("t", texts);
+  const TableLayout t = DescribeTable(*wide.info());
   RecordBuffer record(t.recordSize, 1);
   for (int i = 0; i < 31; ++i) record.PutText(0, 16 + 256 * i, std::string(253, 'v'));
   Statement insert = InsertStatement(kBracket, t, record.data(), t.recordSize, 1);
@@ -84,7 +85,8 @@ TEST(RecordStatements, SingleRecordStatementsStopAt7680Characters) {
   EXPECT_FALSE(UpdateStatement(kBracket, t, record.data(), 1).complete);
 
   texts.resize(29);
-  const TableLayout fits = DescribeTable(*DataTable("t", texts).info());
+  const DataTable narrow("t", texts);
+  const TableLayout fits = DescribeTable(*narrow.info());
   EXPECT_TRUE(InsertStatement(kBracket, fits, record.data(), fits.recordSize, 1).complete);
 }
 
@@ -128,7 +130,8 @@ TEST(RecordStatements, BatchInInsertAllForm) {
 
 TEST(RecordStatements, BatchRowsMustFitTheirBuffer) {
   std::vector<std::pair<std::string, uint32_t>> texts(33, {"c", 12});
-  const TableLayout t = DescribeTable(*DataTable("t", texts).info());
+  const DataTable wide("t", texts);
+  const TableLayout t = DescribeTable(*wide.info());
   RecordBuffer records(t.recordSize, 2);
   for (int r = 0; r < 2; ++r)
     for (int i = 0; i < 33; ++i) records.PutText(r, 16 + 256 * i, std::string(253, 'v'));
@@ -136,7 +139,8 @@ TEST(RecordStatements, BatchRowsMustFitTheirBuffer) {
   EXPECT_EQ(BatchStatement(4, t, records.data(), records.bytes(), 1), "");
 
   texts.resize(31);
-  const TableLayout fits = DescribeTable(*DataTable("t", texts).info());
+  const DataTable narrow("t", texts);
+  const TableLayout fits = DescribeTable(*narrow.info());
   EXPECT_NE(BatchStatement(3, fits, records.data(), fits.recordSize * 2, 1), "");
 }
 
