@@ -22,7 +22,9 @@ DbConnection::DbConnection() : DbConnection(Settings().kind) {}
 
 DbConnection::DbConnection(DbKind kind) : kind_(kind) {}
 
-void DbConnection::ClearErrorText() { std::memset(error_text_, 0, sizeof error_text_); }
+// Every text is written terminated, so an empty first byte clears it; readers
+// clear it once per column read.
+void DbConnection::ClearErrorText() { error_text_[0] = '\0'; }
 
 bool DbConnection::AllocateEnvironmentAndConnection() {
   if (!environment_.Allocate(SQL_NULL_HANDLE)) return false;
