@@ -68,7 +68,7 @@ uint32_t logGetLogByTime(CallerToken token, const char* table, uint32_t startTim
     if (!call.Query(3, TimeRangeStatement(call.dialect(), table, startTime, endTime))) return 1;
     DbConnection& db = call.db();
     RowBlock result = ReadRowBlock(db, kLogRecordSize, [&](unsigned char* record, uint32_t) {
-      ReadLogRecord(db, reinterpret_cast<LogRecord*>(record));
+      ReadLogRecord(db, record);
       return true;
     });
     // The size goes out in bytes, so a block beyond 4 GiB cannot be handed out.

@@ -27,7 +27,7 @@ constexpr ColumnField kColumns[] = {
 
 }  // namespace
 
-void ReadLogRecord(DbConnection& db, LogRecord* record) {
+void ReadLogRecord(DbConnection& db, void* record) {
   uint16_t column = 1;
   for (const ColumnField& field : kColumns) {
     unsigned char* target = BytesAt(record, field.offset);

@@ -10,8 +10,8 @@ namespace scadastore::log {
 
 constexpr uint32_t kLogRecordSize = sizeof(LogRecord);
 
-// Reads the current row, column by column, into `record`. A column that cannot
+// Reads the current row, column by column, into the LogRecord at `record`. A column that cannot
 // be read (or is NULL) leaves its field as it was; the last 4 bytes are never touched.
-void ReadLogRecord(DbConnection& db, LogRecord* record);
+void ReadLogRecord(DbConnection& db, void* record);
 
 }  // namespace scadastore::log
