@@ -108,7 +108,7 @@ ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOpt
     // Under tag type 4 the value is a one-byte flag.
     Cell value = record.tagtype == 4
                      ? Cell(LoadAt<uint8_t>(reinterpret_cast<const uint8_t*>(&record), 72))
-                     : Cell(record.value);
+                     : Cell(static_cast<double>(record.value));
     table.rows.push_back({record.id, record.station, record.tag, record.tagtype, value,
                           record.alarmtype, record.alarmlevel,
                           TimeCell(record.arisetime, options), record.millisecond,

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <ctime>
 #include <memory>
+#include <numbers>
 #include <random>
 
 #include <fmt/format.h>
@@ -47,7 +48,8 @@ struct Alarm {
   uint32_t id = 0;
   int point = 0;  // station * kTagCount + tag
   bool high = true;
-  uint32_t arise = 0, recover = 0, confirm = 0;
+  uint32_t arise = 0, recover = 0, confirm = 0;  // seconds of the day; 0: not (yet)
+  bool recoveryStored = false;
   double value = 0;
 };
 
@@ -57,7 +59,7 @@ class Plant {
     std::mt19937 random(20240501);
     std::uniform_real_distribution<double> unit(0, 1);
     for (int p = 0; p < kStationCount * kTagCount; ++p) {
-      phase_[p] = unit(random) * 2 * M_PI;
+      phase_[p] = unit(random) * 2 * std::numbers::pi;
       for (int b = static_cast<int>(unit(random) * 4); b > 0; --b)
         bumps_[p].push_back({static_cast<uint32_t>(unit(random) * (kDay - 3600)),
                              static_cast<uint32_t>(180 + unit(random) * 2400),
@@ -67,13 +69,13 @@ class Plant {
 
   double Value(int point, uint32_t second) const {
     const TagModel& tag = kTags[point % kTagCount];
-    double daily = 0.9 * std::sin(2 * M_PI * second / kDay + phase_[point]);
+    double daily = 0.9 * std::sin(2 * std::numbers::pi * second / kDay + phase_[point]);
     // Deterministic noise, so that a replay gives the same day.
     double noise = 0.03 * std::sin(second * 12.9898 + point * 78.233);
     double bump = 0;
     for (const Bump& b : bumps_[point])
       if (second >= b.start && second < b.start + b.length)
-        bump += b.height * 0.5 * (1 - std::cos(2 * M_PI * (second - b.start) / b.length));
+        bump += b.height * 0.5 * (1 - std::cos(2 * std::numbers::pi * (second - b.start) / b.length));
     return tag.base + tag.swing * (daily + noise + bump);
   }
 
@@ -210,10 +212,10 @@ class Recorder {
         alarm.confirm = 0;
         ++confirmed_;
       }
-      if (alarm.recover != 0 && !recovered_[alarm.id] && alarm.recover < until) {
+      if (alarm.recover != 0 && !alarm.recoveryStored && alarm.recover < until) {
         Check(almSetRecoverAlarm(token, kAlarms, alarm.id, plant_.dayStart() + alarm.recover),
               "demo: recovering an alarm");
-        recovered_[alarm.id] = true;
+        alarm.recoveryStored = true;
       }
     }
     if (!log_.empty()) {
@@ -222,7 +224,7 @@ class Recorder {
       });
       Check(logSetLog(token, kLog, log_.data(), static_cast<uint32_t>(log_.size() * sizeof(LogRecord))),
             "demo: writing the log");
-      for (const LogRecord& entry : log_) logTimes_.push_back(entry.logtime);
+      for (const LogRecord& entry : log_) logTimes_.push_back(uint32_t{entry.logtime});
       logWritten_ += log_.size();
       log_.clear();
     }
@@ -258,7 +260,6 @@ class Recorder {
   const DataTable& table_;
   std::vector<Alarm> alarms_;
   std::vector<size_t> raised_;
-  std::map<uint32_t, bool> recovered_;
   int active_[kStationCount * kTagCount] = {};
   std::vector<LogRecord> log_;
   std::vector<uint32_t> logTimes_;

@@ -25,10 +25,12 @@ ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions
   for (size_t i = 0; i < count; ++i) {
     LogRecord record;
     std::memcpy(&record, records + i, sizeof record);
-    table.rows.push_back({record.id, TimeCell(record.logtime, options), record.millisecond,
-                          record.logtype, record.source, record.loginfo, record.operator_,
-                          record.monitor, record.logverify, record.ip, record.ackinfo,
-                          record.batch});
+    // Fields of the packed record are read by value, never bound to references.
+    uint32_t id = record.id, millisecond = record.millisecond, type = record.logtype,
+             ip = record.ip;
+    table.rows.push_back({id, TimeCell(record.logtime, options), millisecond, type,
+                          record.source, record.loginfo, record.operator_, record.monitor,
+                          record.logverify, ip, record.ackinfo, record.batch});
   }
   return table;
 }

@@ -61,6 +61,12 @@ ResultTable RecordTable(const DataTable& table, const std::vector<uint8_t>& reco
   return result;
 }
 
+uint32_t Milliseconds(const std::string& text) {
+  if (text.empty() || text.size() > 3 || text.find_first_not_of("0123456789") != std::string::npos)
+    throw CommandError(fmt::format("ms: '{}' is not 0 to 999", text));
+  return static_cast<uint32_t>(std::stoul(text));
+}
+
 // Reads the whole file before anything is stored: a malformed line stops
 // the import with nothing written. Returns the records and their lines.
 std::vector<uint8_t> ParseCsv(const DataTable& table, const std::string& path,
@@ -101,14 +107,12 @@ std::vector<uint8_t> ParseCsv(const DataTable& table, const std::string& path,
       uint8_t* record = records.data() + offset;
       for (size_t f = 0; f < fields.size(); ++f) {
         if (target[f] == -1) StoreAt(record, 4, ParseTime(fields[f], "time"));
-        else if (target[f] == -2) StoreAt(record, 8, static_cast<uint32_t>(std::stoul(fields[f])));
+        else if (target[f] == -2) StoreAt(record, 8, Milliseconds(fields[f]));
         else if (target[f] >= 0) table.SetValue(record, target[f], fields[f]);
       }
       lines.push_back(reader.line());
     }
     return records;
-  } catch (const std::logic_error&) {  // std::stoul
-    fail("ms is not a number");
   } catch (const CommandError& error) {
     if (std::string(error.what()).rfind("import: ", 0) == 0) throw;
     fail(error.what());

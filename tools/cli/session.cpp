@@ -126,11 +126,8 @@ void Session::WriteSqliteDataSource() {
   std::snprintf(cleanupFiles[1], sizeof cleanupFiles[1], "%s", odbc.c_str());
   for (int signal : {SIGINT, SIGTERM, SIGHUP}) ::signal(signal, RemoveAndDie);
 
-  // Pooling lets the library's connect-per-call cost microseconds instead
-  // of a driver load; Timeout is the busy wait (ms) when another process
-  // writes the same file.
-  std::ofstream(odbcinst) << fmt::format(
-      "[ODBC]\nPooling=Yes\n\n[SQLite3]\nDriver={}\nCPTimeout=60\n", driver);
+  // Timeout is the busy wait (ms) when another process writes the file.
+  std::ofstream(odbcinst) << fmt::format("[SQLite3]\nDriver={}\n", driver);
   std::ofstream(odbc) << fmt::format(
       "[scadastore]\nDriver=SQLite3\nDatabase={}\nTimeout=10000\nJournalMode=WAL\n"
       "SyncPragma=NORMAL\n",

@@ -110,11 +110,14 @@ void AddStatCommands(CLI::App& app, Context& context) {
   stats->add_option("--columns", arguments->columns,
                     "value columns of the table, in order: name:float|int|text,...")
       ->required();
-  stats->add_option("--from", arguments->from, "start: local date-time or epoch seconds");
-  stats->add_option("--to", arguments->to, "end (excluded)");
-  stats->add_option("--day", arguments->day, "a local day, YYYY-MM-DD: 24 hourly slots");
-  stats->add_option("--month", arguments->month, "a month, YYYY-MM: one slot per day");
-  stats->add_option("--year", arguments->year, "a year, YYYY: one slot per month");
+  auto* from = stats->add_option("--from", arguments->from, "start: local date-time or epoch seconds");
+  auto* to = stats->add_option("--to", arguments->to, "end (excluded)");
+  auto* day = stats->add_option("--day", arguments->day, "a local day, YYYY-MM-DD: 24 hourly slots")
+                  ->excludes(from)->excludes(to);
+  auto* month = stats->add_option("--month", arguments->month, "a month, YYYY-MM: one slot per day")
+                    ->excludes(from)->excludes(to)->excludes(day);
+  stats->add_option("--year", arguments->year, "a year, YYYY: one slot per month")
+      ->excludes(from)->excludes(to)->excludes(day)->excludes(month);
   stats->add_option("--stat", arguments->stat, "max, min, avg or sum")
       ->capture_default_str()
       ->check(CLI::IsMember({"max", "min", "avg", "sum"}));
