@@ -325,9 +325,11 @@ void Report(Context& context, const DataTable& table, const Recorder& recorder, 
   std::unique_ptr<AlarmRecord, decltype(&std::free)> ownAlarms(alarms, &std::free);
   std::cout << fmt::format("\nAlarms of level >= 2 at station {} (almGetAlarmByQuery):\n",
                            kStations[0]);
-  Print(KeepColumns(AlarmTable(alarms, size / sizeof(AlarmRecord), display),
-                    {"id", "tag", "value", "level", "arisetime", "status", "recovertime", "description"}),
-        display, std::cout);
+  ResultTable north = KeepColumns(AlarmTable(alarms, size / sizeof(AlarmRecord), display),
+                                  {"id", "tag", "value", "level", "arisetime", "status",
+                                   "recovertime", "description"});
+  for (auto& row : north.rows) row[2] = std::round(row[2].get<double>() * 100) / 100;
+  Print(north, display, std::cout);
 
   uint32_t hour = day + recorder.BusiestHour();
   LogRecord* entries = nullptr;
