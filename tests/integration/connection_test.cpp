@@ -31,19 +31,17 @@ class ConnectionTest : public DatabaseTest {
     return FormatStatement(db.dialect(), 1024, backtickTemplate, table.c_str());
   }
 
-  // A table (id integer, name varchar(300), amount float) with `rows` rows;
-  // row 2 holds NULLs.
+  // A table (id integer, name varchar(300), amount float) with rows 1..`rows`:
+  // row 1 holds a 300-character name, row 2 NULLs, row 3 a name that is no number.
   std::string MakeTable(int rows) {
     std::string table = DropAtEnd(UniqueTableName("conn"));
     EXPECT_EQ(db.Execute(Sql("create table `%s` (`id` integer, `name` varchar(300), "
                              "`amount` float)", table).c_str()), 1) << db.ErrorText();
-    for (int i = 1; i <= rows; ++i) {
-      std::string values = i == 2 ? "2, NULL, NULL" : std::to_string(i) + ", 'row" +
-                                                        std::to_string(i) + "', " +
-                                                        std::to_string(i) + ".5";
-      EXPECT_EQ(db.Execute((Sql("insert into `%s` values (", table) + values + ")").c_str()), 1)
+    const std::string values[] = {"1, '" + std::string(300, 'x') + "', 1.5", "2, NULL, NULL",
+                                  "3, 'abc', 3.5"};
+    for (int i = 0; i < rows; ++i)
+      EXPECT_EQ(db.Execute((Sql("insert into `%s` values (", table) + values[i] + ")").c_str()), 1)
           << db.ErrorText();
-    }
     return table;
   }
 
@@ -75,46 +73,34 @@ TEST_P(ConnectionTest, CursorOverEmptyAndThreeRowResults) {
   EXPECT_EQ(db.IsEOF(), 1);
 }
 
-TEST_P(ConnectionTest, ReadersLeaveTargetsUntouchedOnNull) {
+TEST_P(ConnectionTest, ReadersPerDriver) {
   std::string table = MakeTable(3);
-  ASSERT_EQ(db.OpenQuery(Sql("select `name`, `amount`, `id` from `%s` where `id` = 2", table)
+  ASSERT_EQ(db.OpenQuery(Sql("select `name`, `amount`, `id` from `%s` order by `id`", table)
                              .c_str()), 1);
   ASSERT_EQ(db.MoveToFirstRow(), 1);
-  char name[8] = "keep";
-  double amount = -7.25;
+  char name[256];
   EXPECT_EQ(db.GetString(1, name, sizeof name), 1);
+  EXPECT_EQ(std::string(name), std::string(255, 'x')) << "a long text is cut to the buffer";
+
+  ASSERT_EQ(db.MoveNext(), 1);
+  char kept[8] = "keep";
+  double amount = -7.25;
+  EXPECT_EQ(db.GetString(1, kept, sizeof kept), 1);
   EXPECT_EQ(db.GetDouble(2, &amount, 8), 1);
   // The backtick dialect converts through an empty buffer: NULL reads as "".
-  EXPECT_STREQ(name, IsMariadb() ? "" : "keep");
+  EXPECT_STREQ(kept, IsMariadb() ? "" : "keep");
   EXPECT_EQ(amount, -7.25);
   uint32_t id = 0;
   EXPECT_EQ(db.GetInteger(3, &id, 4), 1);
   EXPECT_EQ(id, 2u);
   EXPECT_EQ(db.GetInteger(4, &id, 4), 0) << "a column past the result must fail";
-}
 
-TEST_P(ConnectionTest, LongTextIsCutToTheBuffer) {
-  std::string table = MakeTable(0);
-  std::string text(300, 'x');
-  ASSERT_EQ(db.Execute((Sql("insert into `%s` values (1, '", table) + text + "', 0)").c_str()), 1)
-      << db.ErrorText();
-  ASSERT_EQ(db.OpenQuery(Sql("select `name` from `%s`", table).c_str()), 1);
-  ASSERT_EQ(db.MoveToFirstRow(), 1);
-  char value[256];
-  EXPECT_EQ(db.GetString(1, value, sizeof value), 1);
-  EXPECT_EQ(std::string(value), std::string(255, 'x'));
-}
-
-TEST_P(ConnectionTest, DoubleFromTextPerDriver) {
-  std::string table = MakeTable(0);
-  ASSERT_EQ(db.Execute(Sql("insert into `%s` values (1, 'abc', 0)", table).c_str()), 1);
-  ASSERT_EQ(db.OpenQuery(Sql("select `name` from `%s`", table).c_str()), 1);
-  ASSERT_EQ(db.MoveToFirstRow(), 1);
-  double value = 42;
-  // No driver here refuses the conversion: SQLite reports NULL (target kept),
-  // the servers deliver 0.0.
-  EXPECT_EQ(db.GetDouble(1, &value, 8), 1) << db.ErrorText();
-  EXPECT_EQ(value, IsSqlite() ? 42.0 : 0.0);
+  // No driver here refuses 'abc' as a double: SQLite reports NULL (target
+  // kept), the servers deliver 0.0.
+  ASSERT_EQ(db.MoveNext(), 1);
+  double number = 42;
+  EXPECT_EQ(db.GetDouble(1, &number, 8), 1) << db.ErrorText();
+  EXPECT_EQ(number, IsSqlite() ? 42.0 : 0.0);
 }
 
 TEST_P(ConnectionTest, ExecuteReportsReturnCodes) {
@@ -156,8 +142,6 @@ TEST_P(ConnectionTest, TableLookupIsExact) {
   std::string upper = table;
   for (char& c : upper) c = static_cast<char>(std::toupper(c));
   EXPECT_EQ(dbIsTableExist(Token(), upper.c_str()), 0);
-  EXPECT_EQ(dbIsTableExist(nullptr, table.c_str()), 0);
-  EXPECT_EQ(dbIsTableExist(Token(), nullptr), 0);
 }
 
 TEST_P(ConnectionTest, RemoveTableReportsTheStatementError) {
@@ -172,8 +156,6 @@ TEST_P(ConnectionTest, RemoveTableReportsTheStatementError) {
   EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), nullptr, 100), 1);
   EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), error, sizeof error), 1);
   EXPECT_EQ(std::string(error).rfind("ret: -1, msg: ", 0), 0u) << error;
-  EXPECT_EQ(dbRemoveTable(nullptr, table.c_str(), error, sizeof error), 1);
-  EXPECT_EQ(dbRemoveTable(Token(), nullptr, error, sizeof error), 1);
 }
 
 TEST_P(ConnectionTest, LastErrorSurvivesSuccess) {
