@@ -14,18 +14,6 @@
 using namespace scadastore;
 using namespace scadastore::alarm;
 
-namespace {
-
-// Reads the largest id of the open max(id) result; false when column 1
-// cannot be read. An empty table gives 0.
-bool ReadLargestId(DbConnection& db, uint32_t& largest) {
-  largest = 0;
-  db.MoveToFirstRow();
-  return db.GetInteger(1, &largest, sizeof largest) != 0;
-}
-
-}  // namespace
-
 extern "C" {
 
 uint32_t almEnsureTableExist(CallerToken token, const char* table) {
@@ -44,7 +32,7 @@ uint32_t almSetAlarm(CallerToken token, const char* table, const AlarmRecord* re
     // The max(id) result stays open beside the inserts.
     if (!call.Query(3, LargestIdStatement(call.dialect(), table, kWriteBufferSize))) return 1;
     uint32_t nextId = 0;
-    if (!ReadLargestId(call.db(), nextId)) return 0;
+    if (!ReadSingleInteger(call.db(), nextId)) return 0;
     const auto* bytes = reinterpret_cast<const unsigned char*>(records);
     for (uint32_t k = 0; k < size / kRecordSize; ++k) {
       const std::string insert =
@@ -90,7 +78,7 @@ uint32_t almGetLastID(CallerToken token, const char* table) {
     if (!call.Open()) return 0;
     if (!call.Query(3, LargestIdStatement(call.dialect(), table, kBufferSize))) return 0;
     uint32_t largest = 0;
-    if (!ReadLargestId(call.db(), largest)) return call.Fail(4, "failed to get field %d", 1), 0;
+    if (!ReadSingleInteger(call.db(), largest)) return call.Fail(4, "failed to get field %d", 1), 0;
     return largest;
   });
 }
@@ -151,8 +139,7 @@ uint32_t almGetAlarmCount(CallerToken token, const char* table) {
     if (!call.Open()) return 0;
     if (!call.Query(3, CountStatement(call.dialect(), table))) return 0;
     uint32_t count = 0;
-    call.db().MoveToFirstRow();
-    call.db().GetInteger(1, &count, sizeof count);
+    ReadSingleInteger(call.db(), count);
     return count;
   });
 }
