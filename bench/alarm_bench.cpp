@@ -1,11 +1,6 @@
 // almSetAlarm of 1,000 records and almGetAlarmByQuery of a one-hour range
 // over 100,000 alarms, each beside bare ODBC making the same statements,
 // fetches and column reads.
-#include <benchmark/benchmark.h>
-#include <sql.h>
-#include <sqlext.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "scadastore.h"
+#include "bench_support.h"
 
 namespace {
 
@@ -24,47 +19,14 @@ constexpr uint32_t kFirstTime = 1700000000;  // one alarm per second from here
 constexpr uint32_t kHourStart = kFirstTime + 50000;
 constexpr uint32_t kHourRows = 3601;  // both bounds are inclusive
 
-CallerToken Token() { return reinterpret_cast<CallerToken>(0x1); }
+using namespace bench;
 
-struct Target {
-  const char* envVar;  // "DSN;user;password"
-  int kind;
-  char open, close;    // identifier quotes of the kind's dialect
-};
-
-const Target kSqlite{"SCADASTORE_TEST_SQLITE", 1, '[', ']'};
-const Target kPostgres{"SCADASTORE_TEST_POSTGRES", 5, '"', '"'};
-
-std::string Quote(const Target& target, const std::string& name) {
-  return target.open + name + target.close;
-}
-
-std::string TableName(const char* role) {
-  return std::string("bench_alm_") + role + "_" + std::to_string(getpid());
-}
-
-struct CreatedTable {
-  const Target* target;
-  std::string name;
-};
-std::vector<CreatedTable> created_tables;
-
-bool Use(const Target& target) {
-  const char* config = std::getenv(target.envVar);
-  return config != nullptr &&
-         dbInitialize((std::string(config) + ";" + std::to_string(target.kind)).c_str()) == 0;
-}
+std::string TableName(const char* role) { return bench::TableName("alm", role); }
 
 // Points the library at the target and makes sure `table` exists.
 bool Prepare(benchmark::State& state, const Target& target, const std::string& table) {
-  if (!Use(target)) {
-    state.SkipWithError((std::string(target.envVar) + " is not set or unreachable").c_str());
-    return false;
-  }
-  if (!dbIsTableExist(Token(), table.c_str())) {
-    created_tables.push_back({&target, table});
-    almEnsureTableExist(Token(), table.c_str());
-  }
+  if (!UseOrSkip(state, target)) return false;
+  if (ToCreate(target, table)) almEnsureTableExist(Token(), table.c_str());
   return true;
 }
 
@@ -92,75 +54,6 @@ std::vector<AlarmRecord> Records(uint32_t count) {
   return records;
 }
 
-// A bare ODBC connection opened the way the library opens one.
-class BareConnection {
- public:
-  explicit BareConnection(const Target& target) {
-    std::string config = std::getenv(target.envVar);
-    size_t user = config.find(';'), password = config.find(';', user + 1);
-    SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env_);
-    SQLSetEnvAttr(env_, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
-    SQLAllocHandle(SQL_HANDLE_DBC, env_, &dbc_);
-    SQLSetConnectAttr(dbc_, SQL_ATTR_LOGIN_TIMEOUT, reinterpret_cast<SQLPOINTER>(7), 0);
-    connected_ = SQL_SUCCEEDED(SQLConnect(
-        dbc_, (SQLCHAR*)config.substr(0, user).c_str(), SQL_NTS,
-        (SQLCHAR*)config.substr(user + 1, password - user - 1).c_str(), SQL_NTS,
-        (SQLCHAR*)config.substr(password + 1).c_str(), SQL_NTS));
-  }
-  ~BareConnection() {
-    if (cursor_) SQLFreeHandle(SQL_HANDLE_STMT, cursor_);
-    if (connected_) SQLDisconnect(dbc_);
-    SQLFreeHandle(SQL_HANDLE_DBC, dbc_);
-    SQLFreeHandle(SQL_HANDLE_ENV, env_);
-  }
-  BareConnection(const BareConnection&) = delete;
-  BareConnection& operator=(const BareConnection&) = delete;
-
-  bool connected() const { return connected_; }
-
-  bool Execute(const char* sql) {
-    SQLHSTMT stmt = SQL_NULL_HSTMT;
-    SQLAllocHandle(SQL_HANDLE_STMT, dbc_, &stmt);
-    bool ok = SQL_SUCCEEDED(SQLExecDirect(stmt, (SQLCHAR*)sql, SQL_NTS));
-    SQLFreeHandle(SQL_HANDLE_STMT, stmt);
-    return ok;
-  }
-
-  // A static scrollable cursor; its column count is asked once, as the
-  // library's readers do before their first read.
-  bool OpenCursor(const char* sql) {
-    SQLAllocHandle(SQL_HANDLE_STMT, dbc_, &cursor_);
-    SQLSetStmtAttr(cursor_, SQL_ATTR_CURSOR_TYPE, reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC),
-                   SQL_IS_INTEGER);
-    SQLSetStmtAttr(cursor_, SQL_ATTR_CURSOR_SCROLLABLE,
-                   reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
-    if (!SQL_SUCCEEDED(SQLExecDirect(cursor_, (SQLCHAR*)sql, SQL_NTS))) return false;
-    SQLSMALLINT columns = 0;
-    SQLNumResultCols(cursor_, &columns);
-    return true;
-  }
-  bool Fetch(SQLSMALLINT orientation) {
-    return SQL_SUCCEEDED(SQLFetchScroll(cursor_, orientation, 0));
-  }
-  void Read(SQLUSMALLINT column, SQLSMALLINT type, void* target, SQLLEN size) {
-    unsigned char value[8] = {};
-    SQLLEN indicator = 0;
-    SQLGetData(cursor_, column, type, value, size, &indicator);
-    if (indicator != SQL_NULL_DATA) std::memcpy(target, value, size);
-  }
-  void ReadInteger(SQLUSMALLINT column, void* target) { Read(column, SQL_C_ULONG, target, 4); }
-  void ReadText(SQLUSMALLINT column, char* target, SQLLEN capacity) {
-    SQLLEN indicator = 0;
-    SQLGetData(cursor_, column, SQL_C_CHAR, target, capacity, &indicator);
-  }
-
- private:
-  SQLHENV env_ = SQL_NULL_HENV;
-  SQLHDBC dbc_ = SQL_NULL_HDBC;
-  SQLHSTMT cursor_ = SQL_NULL_HSTMT;
-  bool connected_ = false;
-};
-
 // The insert of one record, values as the library prints them.
 std::string InsertValues(const AlarmRecord& r, uint32_t id) {
   char values[1024];
@@ -173,12 +66,11 @@ std::string InsertValues(const AlarmRecord& r, uint32_t id) {
 }
 
 std::string InsertHead(const Target& target, const std::string& table) {
-  std::string columns;
-  for (const char* name : {"id", "station", "tag", "tagtype", "alarmtype", "value", "status",
-                           "recovertime", "arisetime", "ip", "description", "millisecond",
-                           "batch", "alarmlevel"})
-    columns += (columns.empty() ? "" : ", ") + Quote(target, name);
-  return "insert into " + Quote(target, table) + " (" + columns + ") ";
+  return "insert into " + Quote(target, table) + " (" +
+         ColumnList(target, {"id", "station", "tag", "tagtype", "alarmtype", "value", "status",
+                             "recovertime", "arisetime", "ip", "description", "millisecond",
+                             "batch", "alarmlevel"}) +
+         ") ";
 }
 
 void LibrarySetAlarm(benchmark::State& state, const Target& target) {
@@ -203,19 +95,20 @@ void BareOdbcSetAlarm(benchmark::State& state, const Target& target) {
   if (!Prepare(state, target, table)) return;
   Empty(target, table);
   const std::vector<AlarmRecord> records = Records(kWriteRecords);
-  const std::string maxId = "select max(" + Quote(target, "id") + ") from " + Quote(target, table);
+  const std::string maxId = MaxIdSelect(target, table);
   const std::string head = InsertHead(target, table);
   for (auto _ : state) {
     BareConnection db(target);
-    if (!db.connected() || !db.OpenCursor(maxId.c_str())) {
+    if (!db.connected() || !db.OpenCursor(maxId)) {
       state.SkipWithError("bare connection or max(id) failed");
       return;
     }
+    db.CountColumns();
     db.Fetch(SQL_FETCH_FIRST);
     uint32_t id = 0;
     db.ReadInteger(1, &id);
     for (const AlarmRecord& r : records) {
-      if (!db.Execute((head + InsertValues(r, ++id)).c_str())) {
+      if (!db.Execute(head + InsertValues(r, ++id))) {
         state.SkipWithError("bare insert failed");
         return;
       }
@@ -234,18 +127,11 @@ std::string ReadTable(benchmark::State& state, const Target& target) {
   if (almGetAlarmCount(Token(), table.c_str()) == kReadRows) return table;
   Empty(target, table);
   const std::vector<AlarmRecord> records = Records(kReadRows);
-  const std::string head = InsertHead(target, table) + "values ";
   BareConnection db(target);
-  std::string sql;
-  for (uint32_t i = 0; i < kReadRows; ++i) {
-    sql += (sql.empty() ? head : ", ") + InsertValues(records[i], i + 1).substr(6);
-    if ((i + 1) % 1000 == 0) {
-      if (!db.Execute(sql.c_str())) {
-        state.SkipWithError("filling the read table failed");
-        return {};
-      }
-      sql.clear();
-    }
+  if (!InsertRows(db, InsertHead(target, table) + "values ", kReadRows, 1000,
+                  [&](uint32_t i) { return InsertValues(records[i], i + 1).substr(6); })) {
+    state.SkipWithError("filling the read table failed");
+    return {};
   }
   return table;
 }
@@ -254,39 +140,26 @@ void LibraryQueryHour(benchmark::State& state, const Target& target) {
   const std::string table = ReadTable(state, target);
   if (table.empty()) return;
   const AlarmQuery query{kHourStart, kHourStart + 3600, 0, 0, 0, 0, 0, 0};
-  for (auto _ : state) {
-    AlarmRecord* block = nullptr;
-    uint32_t size = 0;
-    if (almGetAlarmByQuery(Token(), table.c_str(), &query, &block, &size) != 0 ||
-        size != kHourRows * kRecordSize) {
-      state.SkipWithError(dbGetLastError());
-      std::free(block);
-      return;
-    }
-    std::free(block);
-  }
-  state.SetItemsProcessed(state.iterations() * kHourRows);
+  TimeBlockReads<AlarmRecord>(state, kHourRows, kRecordSize, [&](auto* block, auto* size) {
+    return almGetAlarmByQuery(Token(), table.c_str(), &query, block, size);
+  });
 }
 
 void BareOdbcQueryHour(benchmark::State& state, const Target& target) {
   const std::string table = ReadTable(state, target);
   if (table.empty()) return;
-  const std::string arisetime = Quote(target, "arisetime");
-  const std::string select = "select * from " + Quote(target, table) + " where (" + arisetime +
-                             " >= " + std::to_string(kHourStart) + ") and (" + arisetime +
-                             " <= " + std::to_string(kHourStart + 3600) + ") order by " +
-                             Quote(target, "id") + " asc";
+  const std::string select =
+      RangeSelect(target, table, "arisetime", kHourStart, kHourStart + 3600);
   for (auto _ : state) {
     BareConnection db(target);
-    if (!db.connected() || !db.OpenCursor(select.c_str())) {
+    if (!db.connected() || !db.OpenCursor(select)) {
       state.SkipWithError("bare select failed");
       return;
     }
-    uint32_t rows = 0;
-    for (bool more = db.Fetch(SQL_FETCH_FIRST); more; more = db.Fetch(SQL_FETCH_NEXT)) ++rows;
+    db.CountColumns();
+    const uint32_t rows = db.CountRows();
     auto* block = static_cast<AlarmRecord*>(std::calloc(rows, kRecordSize));
     db.Fetch(SQL_FETCH_FIRST);
-    double value = 0.0;
     for (uint32_t k = 0; k < rows; ++k) {
       AlarmRecord& r = block[k];
       auto* bytes = reinterpret_cast<unsigned char*>(&r);
@@ -295,8 +168,7 @@ void BareOdbcQueryHour(benchmark::State& state, const Target& target) {
       db.ReadText(3, r.tag, sizeof r.tag);
       db.ReadInteger(4, bytes + offsetof(AlarmRecord, tagtype));
       db.ReadInteger(5, bytes + offsetof(AlarmRecord, alarmtype));
-      db.Read(6, SQL_C_DOUBLE, &value, sizeof value);
-      std::memcpy(bytes + offsetof(AlarmRecord, value), &value, sizeof value);
+      db.ReadDouble(6, bytes + offsetof(AlarmRecord, value));
       db.ReadInteger(7, bytes + offsetof(AlarmRecord, status));
       r.confirmed = r.status != 0;
       db.ReadInteger(8, bytes + offsetof(AlarmRecord, recovertime));
@@ -317,26 +189,15 @@ void BareOdbcQueryHour(benchmark::State& state, const Target& target) {
   state.SetItemsProcessed(state.iterations() * kHourRows);
 }
 
-BENCHMARK_CAPTURE(LibrarySetAlarm, sqlite, kSqlite)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(BareOdbcSetAlarm, sqlite, kSqlite)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(LibrarySetAlarm, postgres, kPostgres)
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(BareOdbcSetAlarm, postgres, kPostgres)
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(LibraryQueryHour, sqlite, kSqlite)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(BareOdbcQueryHour, sqlite, kSqlite)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(LibraryQueryHour, postgres, kPostgres)
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(BareOdbcQueryHour, postgres, kPostgres)
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
+WALL_CLOCK_BENCH(LibrarySetAlarm, sqlite, kSqlite);
+WALL_CLOCK_BENCH(BareOdbcSetAlarm, sqlite, kSqlite);
+WALL_CLOCK_BENCH(LibrarySetAlarm, postgres, kPostgres);
+WALL_CLOCK_BENCH(BareOdbcSetAlarm, postgres, kPostgres);
+WALL_CLOCK_BENCH(LibraryQueryHour, sqlite, kSqlite);
+WALL_CLOCK_BENCH(BareOdbcQueryHour, sqlite, kSqlite);
+WALL_CLOCK_BENCH(LibraryQueryHour, postgres, kPostgres);
+WALL_CLOCK_BENCH(BareOdbcQueryHour, postgres, kPostgres);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  for (const CreatedTable& table : created_tables)
-    if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);
-  return 0;
-}
+int main(int argc, char** argv) { return bench::RunThenDropTables(argc, argv); }

@@ -1,17 +1,13 @@
 // logSetLog of 1,000 records and logGetLogByTime over 100,000 entries, each
 // beside bare ODBC making the same statements, fetches and column reads.
-#include <benchmark/benchmark.h>
-#include <sql.h>
-#include <sqlext.h>
-#include <unistd.h>
-
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "scadastore.h"
+#include "bench_support.h"
 
 namespace {
 
@@ -19,44 +15,14 @@ constexpr uint32_t kWriteRecords = 1000;
 constexpr uint32_t kReadEntries = 100000;
 constexpr uint32_t kRecordSize = sizeof(LogRecord);
 
-CallerToken Token() { return reinterpret_cast<CallerToken>(0x1); }
+using namespace bench;
 
-struct Target {
-  const char* envVar;  // "DSN;user;password"
-  int kind;
-  const char* quote;   // identifier quotes of the kind's dialect, open and close
-};
-
-const Target kSqlite{"SCADASTORE_TEST_SQLITE", 1, "[]"};
-const Target kPostgres{"SCADASTORE_TEST_POSTGRES", 5, "\"\""};
-
-std::string TableName(const char* role) {
-  return std::string("bench_log_") + role + "_" + std::to_string(getpid());
-}
-
-struct CreatedTable {
-  const Target* target;
-  std::string name;
-};
-std::vector<CreatedTable> created_tables;
-
-// Points the library at the target; false when its server is not configured.
-bool Use(const Target& target) {
-  const char* config = std::getenv(target.envVar);
-  return config != nullptr &&
-         dbInitialize((std::string(config) + ";" + std::to_string(target.kind)).c_str()) == 0;
-}
+std::string TableName(const char* role) { return bench::TableName("log", role); }
 
 // Points the library at the target and makes sure `table` exists.
 bool Prepare(benchmark::State& state, const Target& target, const std::string& table) {
-  if (!Use(target)) {
-    state.SkipWithError((std::string(target.envVar) + " is not set or unreachable").c_str());
-    return false;
-  }
-  if (!dbIsTableExist(Token(), table.c_str())) {
-    created_tables.push_back({&target, table});
-    logEnsureTableExist(Token(), table.c_str());
-  }
+  if (!UseOrSkip(state, target)) return false;
+  if (ToCreate(target, table)) logEnsureTableExist(Token(), table.c_str());
   return true;
 }
 
@@ -78,79 +44,6 @@ std::vector<LogRecord> Records(uint32_t count) {
     std::strcpy(records[i].monitor, "console 1");
   }
   return records;
-}
-
-// A bare ODBC connection opened the way the library opens one.
-class BareConnection {
- public:
-  explicit BareConnection(const Target& target) {
-    std::string config = std::getenv(target.envVar);
-    size_t user = config.find(';'), password = config.find(';', user + 1);
-    SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env_);
-    SQLSetEnvAttr(env_, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
-    SQLAllocHandle(SQL_HANDLE_DBC, env_, &dbc_);
-    SQLSetConnectAttr(dbc_, SQL_ATTR_LOGIN_TIMEOUT, reinterpret_cast<SQLPOINTER>(7), 0);
-    connected_ = SQL_SUCCEEDED(SQLConnect(
-        dbc_, (SQLCHAR*)config.substr(0, user).c_str(), SQL_NTS,
-        (SQLCHAR*)config.substr(user + 1, password - user - 1).c_str(), SQL_NTS,
-        (SQLCHAR*)config.substr(password + 1).c_str(), SQL_NTS));
-  }
-  ~BareConnection() {
-    if (cursor_) SQLFreeHandle(SQL_HANDLE_STMT, cursor_);
-    if (connected_) SQLDisconnect(dbc_);
-    SQLFreeHandle(SQL_HANDLE_DBC, dbc_);
-    SQLFreeHandle(SQL_HANDLE_ENV, env_);
-  }
-  BareConnection(const BareConnection&) = delete;
-  BareConnection& operator=(const BareConnection&) = delete;
-
-  bool connected() const { return connected_; }
-
-  bool Execute(const char* sql) {
-    SQLHSTMT stmt = SQL_NULL_HSTMT;
-    SQLAllocHandle(SQL_HANDLE_STMT, dbc_, &stmt);
-    bool ok = SQL_SUCCEEDED(SQLExecDirect(stmt, (SQLCHAR*)sql, SQL_NTS));
-    SQLFreeHandle(SQL_HANDLE_STMT, stmt);
-    return ok;
-  }
-
-  // Opens a static scrollable cursor; its column count is asked once, as the
-  // library's readers do before their first read.
-  bool OpenCursor(const char* sql) {
-    SQLAllocHandle(SQL_HANDLE_STMT, dbc_, &cursor_);
-    SQLSetStmtAttr(cursor_, SQL_ATTR_CURSOR_TYPE, reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC),
-                   SQL_IS_INTEGER);
-    SQLSetStmtAttr(cursor_, SQL_ATTR_CURSOR_SCROLLABLE,
-                   reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
-    return SQL_SUCCEEDED(SQLExecDirect(cursor_, (SQLCHAR*)sql, SQL_NTS));
-  }
-  bool Fetch(SQLSMALLINT orientation) {
-    return SQL_SUCCEEDED(SQLFetchScroll(cursor_, orientation, 0));
-  }
-  void CountColumns() {
-    SQLSMALLINT columns = 0;
-    SQLNumResultCols(cursor_, &columns);
-  }
-  void ReadInteger(SQLUSMALLINT column, void* target) {
-    SQLUINTEGER value = 0;
-    SQLLEN indicator = 0;
-    SQLGetData(cursor_, column, SQL_C_ULONG, &value, sizeof value, &indicator);
-    if (indicator != SQL_NULL_DATA) std::memcpy(target, &value, sizeof value);
-  }
-  void ReadText(SQLUSMALLINT column, char* target, SQLLEN capacity) {
-    SQLLEN indicator = 0;
-    SQLGetData(cursor_, column, SQL_C_CHAR, target, capacity, &indicator);
-  }
-
- private:
-  SQLHENV env_ = SQL_NULL_HENV;
-  SQLHDBC dbc_ = SQL_NULL_HDBC;
-  SQLHSTMT cursor_ = SQL_NULL_HSTMT;
-  bool connected_ = false;
-};
-
-std::string Quote(const Target& target, const std::string& name) {
-  return target.quote[0] + name + target.quote[1];
 }
 
 void LibrarySetLog(benchmark::State& state, const Target& target) {
@@ -176,16 +69,15 @@ void BareOdbcSetLog(benchmark::State& state, const Target& target) {
   Empty(table);
   const std::vector<LogRecord> records = Records(kWriteRecords);
   const std::string q = Quote(target, table);
-  const std::string maxId = "select max(" + Quote(target, "id") + ") from " + q;
-  std::string columns;
-  for (const char* name : {"id", "logtime", "millisecond", "logtype", "source", "loginfo",
-                           "operator", "monitor", "logverify", "ip", "ackinfo", "batch"})
-    columns += (columns.empty() ? "" : ", ") + Quote(target, name);
-  const std::string insert = "insert into " + q + " (" + columns +
-                             ") values(%u, %u, %u, %u, '%s', '%s', '%s', '%s', '%s', %u, '%s', '%s')";
+  const std::string maxId = MaxIdSelect(target, table);
+  const std::string insert =
+      "insert into " + q + " (" +
+      ColumnList(target, {"id", "logtime", "millisecond", "logtype", "source", "loginfo",
+                          "operator", "monitor", "logverify", "ip", "ackinfo", "batch"}) +
+      ") values(%u, %u, %u, %u, '%s', '%s', '%s', '%s', '%s', %u, '%s', '%s')";
   for (auto _ : state) {
     BareConnection db(target);
-    if (!db.connected() || !db.OpenCursor(maxId.c_str())) {
+    if (!db.connected() || !db.OpenCursor(maxId)) {
       state.SkipWithError("bare connection or max(id) failed");
       return;
     }
@@ -204,7 +96,7 @@ void BareOdbcSetLog(benchmark::State& state, const Target& target) {
       }
     }
     state.PauseTiming();
-    db.Execute(("delete from " + q).c_str());
+    db.Execute("delete from " + q);
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * kWriteRecords);
@@ -221,21 +113,17 @@ std::string ReadTable(benchmark::State& state, const Target& target) {
   const std::string head = "insert into " + table +
                            " (id, logtime, millisecond, logtype, source, loginfo, operator, "
                            "monitor, logverify, ip, ackinfo, batch) values ";
-  std::string sql;
-  for (uint32_t i = 0; i < kReadEntries; ++i) {
+  auto row = [&](uint32_t i) {
     const LogRecord& r = records[i];
-    char row[512];
-    std::snprintf(row, sizeof row, "(%u, %u, %u, %u, '%s', '%s', '%s', '%s', '', %u, '', '')",
+    char text[512];
+    std::snprintf(text, sizeof text, "(%u, %u, %u, %u, '%s', '%s', '%s', '%s', '', %u, '', '')",
                   i + 1, r.logtime, r.millisecond, r.logtype, r.source, r.loginfo, r.operator_,
                   r.monitor, r.ip);
-    sql += (sql.empty() ? head : ", ") + row;
-    if ((i + 1) % 1000 == 0) {
-      if (!db.Execute(sql.c_str())) {
-        state.SkipWithError("filling the read table failed");
-        return {};
-      }
-      sql.clear();
-    }
+    return std::string(text);
+  };
+  if (!InsertRows(db, head, kReadEntries, 1000, row)) {
+    state.SkipWithError("filling the read table failed");
+    return {};
   }
   return table;
 }
@@ -243,34 +131,22 @@ std::string ReadTable(benchmark::State& state, const Target& target) {
 void LibraryGetLogByTime(benchmark::State& state, const Target& target) {
   const std::string table = ReadTable(state, target);
   if (table.empty()) return;
-  for (auto _ : state) {
-    LogRecord* block = nullptr;
-    uint32_t size = 0;
-    if (logGetLogByTime(Token(), table.c_str(), 0, 0xFFFFFFFF, &block, &size) != 0 ||
-        size != kReadEntries * kRecordSize) {
-      state.SkipWithError(dbGetLastError());
-      return;
-    }
-    std::free(block);
-  }
-  state.SetItemsProcessed(state.iterations() * kReadEntries);
+  TimeBlockReads<LogRecord>(state, kReadEntries, kRecordSize, [&](auto* block, auto* size) {
+    return logGetLogByTime(Token(), table.c_str(), 0, 0xFFFFFFFF, block, size);
+  });
 }
 
 void BareOdbcGetLogByTime(benchmark::State& state, const Target& target) {
   const std::string table = ReadTable(state, target);
   if (table.empty()) return;
-  const std::string logtime = Quote(target, "logtime");
-  const std::string select = "select * from " + Quote(target, table) + " where (" + logtime +
-                             " >= 0) and (" + logtime + " <= 4294967295) order by " +
-                             Quote(target, "id") + " asc";
+  const std::string select = RangeSelect(target, table, "logtime", 0, 0xFFFFFFFF);
   for (auto _ : state) {
     BareConnection db(target);
-    if (!db.connected() || !db.OpenCursor(select.c_str())) {
+    if (!db.connected() || !db.OpenCursor(select)) {
       state.SkipWithError("bare select failed");
       return;
     }
-    uint32_t rows = 0;
-    for (bool more = db.Fetch(SQL_FETCH_FIRST); more; more = db.Fetch(SQL_FETCH_NEXT)) ++rows;
+    const uint32_t rows = db.CountRows();
     auto* block = static_cast<LogRecord*>(std::calloc(rows, kRecordSize));
     db.Fetch(SQL_FETCH_FIRST);
     db.CountColumns();
@@ -302,26 +178,15 @@ void BareOdbcGetLogByTime(benchmark::State& state, const Target& target) {
   state.SetItemsProcessed(state.iterations() * kReadEntries);
 }
 
-BENCHMARK_CAPTURE(LibrarySetLog, sqlite, kSqlite)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(BareOdbcSetLog, sqlite, kSqlite)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(LibrarySetLog, postgres, kPostgres)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(BareOdbcSetLog, postgres, kPostgres)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(LibraryGetLogByTime, sqlite, kSqlite)
-    ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
-BENCHMARK_CAPTURE(BareOdbcGetLogByTime, sqlite, kSqlite)
-    ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
-BENCHMARK_CAPTURE(LibraryGetLogByTime, postgres, kPostgres)
-    ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
-BENCHMARK_CAPTURE(BareOdbcGetLogByTime, postgres, kPostgres)
-    ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+WALL_CLOCK_BENCH(LibrarySetLog, sqlite, kSqlite);
+WALL_CLOCK_BENCH(BareOdbcSetLog, sqlite, kSqlite);
+WALL_CLOCK_BENCH(LibrarySetLog, postgres, kPostgres);
+WALL_CLOCK_BENCH(BareOdbcSetLog, postgres, kPostgres);
+WALL_CLOCK_BENCH(LibraryGetLogByTime, sqlite, kSqlite)->Iterations(5);
+WALL_CLOCK_BENCH(BareOdbcGetLogByTime, sqlite, kSqlite)->Iterations(5);
+WALL_CLOCK_BENCH(LibraryGetLogByTime, postgres, kPostgres)->Iterations(5);
+WALL_CLOCK_BENCH(BareOdbcGetLogByTime, postgres, kPostgres)->Iterations(5);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  for (const CreatedTable& table : created_tables)
-    if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);
-  return 0;
-}
+int main(int argc, char** argv) { return bench::RunThenDropTables(argc, argv); }
