@@ -4,22 +4,17 @@
 //   sgGetRecord_Year over a year of 1-minute samples (525,600 rows),
 //   sgGetRecordBySQL of 100,000 of those rows,
 // first without and then with an index on `time` (made through sgOperateRecord).
-#include <benchmark/benchmark.h>
-#include <sql.h>
-#include <sqlext.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "scadastore.h"
+#include "bench_support.h"
 
 namespace {
 
@@ -27,121 +22,8 @@ constexpr uint32_t kYearStart = 1672531200;  // 2023-01-01 00:00:00 UTC, a commo
 constexpr uint32_t kDayRows = 86400;         // one a second
 constexpr uint32_t kYearRows = 525600;       // one a minute
 constexpr uint32_t kSqlRows = 100000;
-constexpr int kValueColumns = 8;
-constexpr uint32_t kRecordSize = 16 + 8 * kValueColumns;
 
-CallerToken Token() { return reinterpret_cast<CallerToken>(0x1); }
-
-struct Target {
-  const char* envVar;  // "DSN;user;password"
-  int kind;
-  char open, close;    // identifier quotes of the kind's dialect
-  bool sqlite;
-};
-
-const Target kSqlite{"SCADASTORE_TEST_SQLITE", 1, '[', ']', true};
-const Target kPostgres{"SCADASTORE_TEST_POSTGRES", 5, '"', '"', false};
-
-std::string Quote(const Target& target, const std::string& name) {
-  return target.open + name + target.close;
-}
-
-std::string Setting(const Target& target, int field) {
-  std::string config = std::getenv(target.envVar);
-  size_t begin = 0;
-  for (int i = 0; i < field; ++i) begin = config.find(';', begin) + 1;
-  return config.substr(begin, config.find(';', begin) - begin);
-}
-
-// The Database= entry of the DSN's section in $ODBCINI: the SQLite file.
-std::string SqliteFile(const Target& target) {
-  const char* ini = std::getenv("ODBCINI");
-  std::ifstream in(ini ? ini : "");
-  std::string line, section = "[" + Setting(target, 0) + "]";
-  bool inSection = false;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line[0] == '[') inSection = line == section;
-    if (inSection && line.rfind("Database=", 0) == 0) return line.substr(9);
-  }
-  return {};
-}
-
-// A bare ODBC connection opened the way the library opens one.
-class BareConnection {
- public:
-  explicit BareConnection(const Target& target) {
-    SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env_);
-    SQLSetEnvAttr(env_, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
-    SQLAllocHandle(SQL_HANDLE_DBC, env_, &dbc_);
-    SQLSetConnectAttr(dbc_, SQL_ATTR_LOGIN_TIMEOUT, reinterpret_cast<SQLPOINTER>(7), 0);
-    connected_ = SQL_SUCCEEDED(SQLConnect(dbc_, (SQLCHAR*)Setting(target, 0).c_str(), SQL_NTS,
-                                          (SQLCHAR*)Setting(target, 1).c_str(), SQL_NTS,
-                                          (SQLCHAR*)Setting(target, 2).c_str(), SQL_NTS));
-  }
-  ~BareConnection() {
-    if (cursor_) SQLFreeHandle(SQL_HANDLE_STMT, cursor_);
-    if (connected_) SQLDisconnect(dbc_);
-    SQLFreeHandle(SQL_HANDLE_DBC, dbc_);
-    SQLFreeHandle(SQL_HANDLE_ENV, env_);
-  }
-  BareConnection(const BareConnection&) = delete;
-  BareConnection& operator=(const BareConnection&) = delete;
-
-  bool connected() const { return connected_; }
-
-  bool Execute(const std::string& sql) {
-    SQLHSTMT stmt = SQL_NULL_HSTMT;
-    SQLAllocHandle(SQL_HANDLE_STMT, dbc_, &stmt);
-    bool ok = SQL_SUCCEEDED(SQLExecDirect(stmt, (SQLCHAR*)sql.c_str(), SQL_NTS));
-    SQLFreeHandle(SQL_HANDLE_STMT, stmt);
-    return ok;
-  }
-
-  // A static scrollable cursor, its column count asked once as the library's
-  // readers do before their first read.
-  int OpenCursor(const std::string& sql) {
-    if (cursor_) SQLFreeHandle(SQL_HANDLE_STMT, cursor_);
-    SQLAllocHandle(SQL_HANDLE_STMT, dbc_, &cursor_);
-    SQLSetStmtAttr(cursor_, SQL_ATTR_CURSOR_TYPE, reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC),
-                   SQL_IS_INTEGER);
-    SQLSetStmtAttr(cursor_, SQL_ATTR_CURSOR_SCROLLABLE,
-                   reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
-    if (!SQL_SUCCEEDED(SQLExecDirect(cursor_, (SQLCHAR*)sql.c_str(), SQL_NTS))) return -1;
-    SQLSMALLINT columns = 0;
-    SQLNumResultCols(cursor_, &columns);
-    return columns;
-  }
-  bool Fetch(SQLSMALLINT orientation) {
-    return SQL_SUCCEEDED(SQLFetchScroll(cursor_, orientation, 0));
-  }
-  void ReadDouble(SQLUSMALLINT column, unsigned char* target) {
-    double value = 0;
-    SQLLEN indicator = 0;
-    SQLGetData(cursor_, column, SQL_C_DOUBLE, &value, sizeof value, &indicator);
-    if (indicator != SQL_NULL_DATA) std::memcpy(target, &value, sizeof value);
-  }
-  uint32_t ReadInteger(SQLUSMALLINT column) {
-    SQLUINTEGER value = 0;
-    SQLLEN indicator = 0;
-    SQLGetData(cursor_, column, SQL_C_ULONG, &value, sizeof value, &indicator);
-    return indicator == SQL_NULL_DATA ? 0 : value;
-  }
-  void ReadText(SQLUSMALLINT column, char* target, SQLLEN capacity) {
-    SQLLEN indicator = 0;
-    SQLGetData(cursor_, column, SQL_C_CHAR, target, capacity, &indicator);
-  }
-  void ColumnName(SQLUSMALLINT column, char* name) {
-    SQLSMALLINT length = 0, type = 0, digits = 0, nullable = 0;
-    SQLULEN size = 0;
-    SQLDescribeCol(cursor_, column, (SQLCHAR*)name, 64, &length, &type, &size, &digits, &nullable);
-  }
-
- private:
-  SQLHENV env_ = SQL_NULL_HENV;
-  SQLHDBC dbc_ = SQL_NULL_HDBC;
-  SQLHSTMT cursor_ = SQL_NULL_HSTMT;
-  bool connected_ = false;
-};
+using namespace bench;
 
 // One data table of 8 float columns, `rows` samples `step` seconds apart.
 struct SampleTable {
@@ -153,34 +35,14 @@ struct SampleTable {
 };
 
 SampleTable MakeSampleTable(const char* role, uint32_t rows, uint32_t step) {
-  SampleTable table{std::string("bench_stat_") + role + "_" + std::to_string(getpid()), rows, step,
-                    std::vector<unsigned char>(sizeof(DataTableInfo) + kValueColumns * sizeof(ColumnInfo))};
-  auto* info = reinterpret_cast<DataTableInfo*>(table.info.data());
-  std::strcpy(info->name, table.name.c_str());
-  info->statMode = 0;  // average
-  info->recordSize = kRecordSize;
-  info->columnCount = kValueColumns;
-  for (int c = 0; c < kValueColumns; ++c) {
-    info->columns[c].type = SCADASTORE_VALUE_FLOAT;
-    std::snprintf(info->columns[c].name, sizeof info->columns[c].name, "v%d", c + 1);
-  }
+  const std::string name = TableName("stat", role);
+  SampleTable table{name, rows, step, DataTableBytes(name)};
+  reinterpret_cast<DataTableInfo*>(table.info.data())->statMode = 0;  // average
   return table;
 }
 
 SampleTable day_table = MakeSampleTable("day", kDayRows, 1);
 SampleTable year_table = MakeSampleTable("year", kYearRows, 60);
-
-struct CreatedTable {
-  const Target* target;
-  std::string name;
-};
-std::vector<CreatedTable> created_tables;
-
-bool Use(const Target& target) {
-  const char* config = std::getenv(target.envVar);
-  return config != nullptr &&
-         dbInitialize((std::string(config) + ";" + std::to_string(target.kind)).c_str()) == 0;
-}
 
 // Row i: its values vary with the sample so that no aggregate is trivial.
 std::string RowValues(const SampleTable& table, uint32_t i) {
@@ -214,31 +76,21 @@ bool LoadSqlite(const Target& target, const SampleTable& table) {
 
 bool LoadWithMultiRowInserts(const Target& target, const SampleTable& table) {
   BareConnection db(target);
-  if (!db.connected()) return false;
-  const std::string head = "insert into " + Quote(target, table.name) + " values ";
-  std::string sql;
-  for (uint32_t i = 0; i < table.rows; ++i) {
-    sql += (sql.empty() ? head + "(" : ", (") + RowValues(table, i) + ")";
-    if ((i + 1) % 10000 == 0 || i + 1 == table.rows) {
-      if (!db.Execute(sql)) return false;
-      sql.clear();
-    }
-  }
-  return true;
+  return db.connected() &&
+         InsertRows(db, "insert into " + Quote(target, table.name) + " values ", table.rows, 10000,
+                    [&](uint32_t i) { return "(" + RowValues(table, i) + ")"; });
 }
 
 // Points the library at the target, creates the table and fills it once per process;
 // with `indexed`, also creates the index on `time` once.
 bool Prepare(benchmark::State& state, const Target& target, const SampleTable& table, bool indexed) {
-  if (!Use(target)) {
-    state.SkipWithError((std::string(target.envVar) + " is not set or unreachable").c_str());
-    return false;
-  }
+  if (!UseOrSkip(state, target)) return false;
   const std::string indexName = "idx_time_" + table.name;
-  if (!dbIsTableExist(Token(), table.name.c_str())) {
-    created_tables.push_back({&target, table.name});
+  if (ToCreate(target, table.name)) {
     sgEnsureTableExist(Token(), table.Info(), nullptr, 0);
-    if (!(target.sqlite ? LoadSqlite(target, table) : LoadWithMultiRowInserts(target, table))) {
+    const bool loaded =
+        &target == &kSqlite ? LoadSqlite(target, table) : LoadWithMultiRowInserts(target, table);
+    if (!loaded) {
       state.SkipWithError("loading the samples failed");
       return false;
     }
@@ -283,7 +135,7 @@ std::vector<uint32_t> YearBounds() {
 
 void LibraryDay(benchmark::State& state, const Target& target, bool indexed) {
   if (!Prepare(state, target, day_table, indexed)) return;
-  std::vector<unsigned char> slots(24 * kRecordSize);
+  std::vector<unsigned char> slots(24 * kDataRecordSize);
   for (auto _ : state) {
     if (sgGetRecord_Day(Token(), day_table.Info(), 0, kYearStart, 0, 0, 0, slots.data(),
                         slots.size()) != 0) {
@@ -296,7 +148,7 @@ void LibraryDay(benchmark::State& state, const Target& target, bool indexed) {
 
 void LibraryYear(benchmark::State& state, const Target& target, bool indexed) {
   if (!Prepare(state, target, year_table, indexed)) return;
-  std::vector<unsigned char> slots(12 * kRecordSize);
+  std::vector<unsigned char> slots(12 * kDataRecordSize);
   for (auto _ : state) {
     if (sgGetRecord_Year(Token(), year_table.Info(), 0, kYearStart, 2023, slots.data(),
                          slots.size()) != 0) {
@@ -315,17 +167,18 @@ void BareOdbcSlots(benchmark::State& state, const Target& target, const SampleTa
   std::vector<std::string> statements;
   for (size_t k = 0; k < slotCount; ++k)
     statements.push_back(StatStatement(target, table, bounds[k], bounds[k + 1]));
-  std::vector<unsigned char> slots(slotCount * kRecordSize);
+  std::vector<unsigned char> slots(slotCount * kDataRecordSize);
   for (auto _ : state) {
     BareConnection db(target);
     for (size_t k = 0; k < slotCount; ++k) {
-      unsigned char* slot = slots.data() + k * kRecordSize;
+      unsigned char* slot = slots.data() + k * kDataRecordSize;
       std::memset(slot, 0, 16);
       std::memcpy(slot + 4, &bounds[k], 4);
-      if (db.OpenCursor(statements[k]) < 0) {
+      if (!db.OpenCursor(statements[k])) {
         state.SkipWithError("bare select failed");
         return;
       }
+      db.CountColumns();
       db.Fetch(SQL_FETCH_FIRST);
       for (int c = 1; c <= kValueColumns; ++c) db.ReadDouble(c, slot + 16 + 8 * (c - 1));
     }
@@ -372,9 +225,8 @@ void BareOdbcBySql(benchmark::State& state, const Target& target, bool indexed) 
   const std::string sql = SqlSelect(target);
   for (auto _ : state) {
     BareConnection db(target);
-    int columns = db.OpenCursor(sql);
-    uint32_t rows = 0;
-    for (bool more = db.Fetch(SQL_FETCH_FIRST); more; more = db.Fetch(SQL_FETCH_NEXT)) ++rows;
+    const int columns = db.OpenCursor(sql) ? db.CountColumns() : -1;
+    const uint32_t rows = db.CountRows();
     if (columns <= 0 || rows != kSqlRows) {
       state.SkipWithError("bare select failed");
       return;
@@ -410,7 +262,9 @@ void BareOdbcBySql(benchmark::State& state, const Target& target, bool indexed) 
         if (!kinds[c]) continue;
         std::memset(cell, 0, sizeof cell);
         if (kinds[c] == 1) {
-          std::time_t t = db.ReadInteger(c);
+          uint32_t seconds = 0;
+          db.ReadInteger(c, &seconds);
+          std::time_t t = seconds;
           std::tm local{};
           localtime_r(&t, &local);
           std::snprintf(cell, sizeof cell, "%04d-%02d-%02d %02d:%02d:%02d", local.tm_year + 1900,
@@ -427,16 +281,12 @@ void BareOdbcBySql(benchmark::State& state, const Target& target, bool indexed) 
   state.SetItemsProcessed(state.iterations() * kSqlRows);
 }
 
-#define STAT_BENCH(function, iterations)                                                       \
-  BENCHMARK_CAPTURE(function, sqlite, kSqlite, false)                                          \
-      ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(iterations);                  \
-  BENCHMARK_CAPTURE(function, postgres, kPostgres, false)                                      \
-      ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(iterations)
-#define STAT_BENCH_INDEXED(function, iterations)                                               \
-  BENCHMARK_CAPTURE(function, sqlite_time_index, kSqlite, true)                                \
-      ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(iterations);                  \
-  BENCHMARK_CAPTURE(function, postgres_time_index, kPostgres, true)                            \
-      ->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(iterations)
+#define STAT_BENCH(function, iterations)                                                  \
+  WALL_CLOCK_BENCH(function, sqlite, kSqlite, false)->Iterations(iterations);             \
+  WALL_CLOCK_BENCH(function, postgres, kPostgres, false)->Iterations(iterations)
+#define STAT_BENCH_INDEXED(function, iterations)                                          \
+  WALL_CLOCK_BENCH(function, sqlite_time_index, kSqlite, true)->Iterations(iterations);   \
+  WALL_CLOCK_BENCH(function, postgres_time_index, kPostgres, true)->Iterations(iterations)
 
 // Without the index first: the indexed runs create it.
 STAT_BENCH(LibraryDay, 10);
@@ -454,11 +304,4 @@ STAT_BENCH_INDEXED(BareOdbcBySql, 3);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  for (const CreatedTable& table : created_tables)
-    if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);
-  return 0;
-}
+int main(int argc, char** argv) { return bench::RunThenDropTables(argc, argv); }
