@@ -1,6 +1,8 @@
 // Building DataTableInfo descriptions and packed records in tests.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -12,11 +14,13 @@
 
 namespace scadastore::testing {
 
+using Columns = std::vector<std::pair<std::string, uint32_t>>;  // name and value type
+
 // A DataTableInfo with its ColumnInfo entries in one buffer. recordSize is
 // 16 plus the packed widths unless set afterwards.
 class DataTable {
  public:
-  DataTable(const std::string& name, const std::vector<std::pair<std::string, uint32_t>>& columns)
+  DataTable(const std::string& name, const Columns& columns)
       : bytes_(sizeof(DataTableInfo) + columns.size() * sizeof(ColumnInfo)) {
     DataTableInfo* table = info();
     std::strncpy(table->name, name.c_str(), sizeof table->name - 1);
@@ -57,8 +61,12 @@ class RecordBuffer {
     std::memcpy(&value, bytes_.data() + record * size_ + offset, sizeof value);
     return value;
   }
+  std::string GetText(size_t record, size_t offset) const {
+    return reinterpret_cast<const char*>(bytes_.data() + record * size_ + offset);
+  }
 
   unsigned char* data() { return bytes_.data(); }
+  const unsigned char* data() const { return bytes_.data(); }
   DataRecord* record(size_t k) { return reinterpret_cast<DataRecord*>(bytes_.data() + k * size_); }
   uint32_t bytes() const { return static_cast<uint32_t>(bytes_.size()); }
 
@@ -66,5 +74,15 @@ class RecordBuffer {
   uint32_t size_;
   std::vector<unsigned char> bytes_;
 };
+
+// An export's failure: result 1 and the error text, or with `prefix` an error
+// text that starts with it.
+inline ::testing::AssertionResult Failed(uint32_t result, const std::string& error,
+                                         bool prefix = false) {
+  const std::string last = dbGetLastError();
+  if (result == 1 && (prefix ? last.rfind(error, 0) == 0 : last == error))
+    return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "result " << result << ", error text \"" << last << '"';
+}
 
 }  // namespace scadastore::testing

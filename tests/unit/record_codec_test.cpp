@@ -2,18 +2,19 @@
 
 #include <string>
 
-#include "support/data_tables.h"
 #include "record/data_layout.h"
+#include "support/data_tables.h"
 
 namespace scadastore::record {
 namespace {
 
 using scadastore::testing::DataTable;
 using scadastore::testing::RecordBuffer;
+using enum SqlDialect;
 
-std::string ValueText(SqlDialect dialect, const ColumnLayout& column, const void* record) {
+std::string ValueText(SqlDialect dialect, const ColumnLayout& column, const RecordBuffer& record) {
   std::string text;
-  AppendValueText(text, dialect, column, record);
+  AppendValueText(text, dialect, column, record.data());
   return text;
 }
 
@@ -32,46 +33,36 @@ TEST(RecordCodec, PacksValuesWithoutAlignment) {
   EXPECT_FALSE(DescribeTable(*table.info()).HoldsValues());
 
   RecordBuffer record(292, 1);
-  record.Put<double>(0, 20, 21.5);
-  record.Put<double>(0, 284, 0.1);
-  EXPECT_EQ(ValueText(SqlDialect::Bracket, layout.columns[1], record.data()), "21.5");
-  EXPECT_EQ(ValueText(SqlDialect::Bracket, layout.columns[4], record.data()), "0.10000000000000001");
-  EXPECT_EQ(ValueText(SqlDialect::Bracket, layout.columns[2], record.data()), "");
-}
-
-TEST(RecordCodec, NameIsReadFromABareTextToo) {
-  EXPECT_EQ(TableName("samples"), "samples");
-  DataTable table(std::string(500, 'n'), {});
-  EXPECT_EQ(TableName(table.info()).size(), 435u);
-}
-
-TEST(RecordCodec, IntegersAreWrittenAsOneOrZero) {
-  DataTable table("t", {{"b", 4}});
-  const ColumnLayout column = Layout(*table.info())[0];
-  RecordBuffer record(20, 1);
+  record.Put<double>(0, 20, 0.1);
+  EXPECT_EQ(ValueText(Bracket, layout.columns[1], record), "0.10000000000000001");
+  EXPECT_EQ(ValueText(Bracket, layout.columns[2], record), "");
   for (auto [value, text] : {std::pair{7, "1"}, {-5, "1"}, {0, "0"}}) {
     record.Put<int32_t>(0, 16, value);
-    EXPECT_EQ(ValueText(SqlDialect::Backtick, column, record.data()), text) << value;
+    EXPECT_EQ(ValueText(Backtick, layout.columns[0], record), text) << value;
   }
+  // The name is read from a bare text too, up to its 435 characters.
+  EXPECT_EQ(TableName("samples"), "samples");
+  EXPECT_EQ(TableName(DataTable(std::string(500, 'n'), {}).info()).size(), 435u);
 }
 
 TEST(RecordCodec, TextsAreQuotedEscapedAndCut) {
   DataTable table("t", {{"c", 12}});
   const ColumnLayout column = Layout(*table.info())[0];
   RecordBuffer record(272, 1);
+  auto text = [&](SqlDialect dialect) { return ValueText(dialect, column, record); };
 
   record.PutText(0, 16, std::string(253, 'x'));
-  EXPECT_EQ(ValueText(SqlDialect::Bracket, column, record.data()), "'" + std::string(253, 'x') + "'");
+  EXPECT_EQ(text(Bracket), "'" + std::string(253, 'x') + "'");
   record.PutText(0, 16, std::string(254, 'x'));
-  EXPECT_EQ(ValueText(SqlDialect::Bracket, column, record.data()), "'" + std::string(254, 'x'));
+  EXPECT_EQ(text(Bracket), "'" + std::string(254, 'x'));
 
   record.PutText(0, 16, "it's a\\b");
-  EXPECT_EQ(ValueText(SqlDialect::DoubleQuote, column, record.data()), "'it''s a\\b'");
-  EXPECT_EQ(ValueText(SqlDialect::Backtick, column, record.data()), "'it''s a\\\\b'");
+  EXPECT_EQ(text(DoubleQuote), "'it''s a\\b'");
+  EXPECT_EQ(text(Backtick), "'it''s a\\\\b'");
 
   // A field without its NUL ends at its 256 bytes.
   for (int i = 0; i < 256; ++i) record.Put<char>(0, 16 + i, 'y');
-  EXPECT_EQ(ValueText(SqlDialect::Bracket, column, record.data()).size(), kValueTextLimit);
+  EXPECT_EQ(text(Bracket).size(), kValueTextLimit);
 }
 
 }  // namespace

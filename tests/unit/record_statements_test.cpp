@@ -8,21 +8,14 @@
 namespace scadastore::record {
 namespace {
 
+using scadastore::testing::Columns;
 using scadastore::testing::DataTable;
 using scadastore::testing::RecordBuffer;
+using enum SqlDialect;
 
-constexpr SqlDialect kBracket = SqlDialect::Bracket;
-constexpr SqlDialect kBacktick = SqlDialect::Backtick;
-constexpr SqlDialect kDoubleQuote = SqlDialect::DoubleQuote;
-
-bool StartsWith(const std::string& text, const std::string& head) { return text.rfind(head, 0) == 0; }
-bool EndsWith(const std::string& text, const std::string& tail) {
-  return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
-}
-
-TEST(RecordStatements, CreateInEveryDialect) {
-  DataTable abc("t", {{"a", 3}, {"b", 4}, {"c", 12}, {"d", 7}});
-  const TableLayout t = DescribeTable(*abc.info());
+TEST(RecordStatements, CreateInEveryDialectStoppingAt7680Characters) {
+  DataTable abcd("t", {{"a", 3}, {"b", 4}, {"c", 12}, {"d", 7}});
+  const TableLayout t = DescribeTable(*abcd.info());
   EXPECT_EQ(CreateTableStatement(1, t),
             "create table [t] ([id] integer NOT NULL PRIMARY KEY,[time] integer,[ms] integer,"
             "[modify] integer,[a] float,[b] integer,[c] varchar(64),[d] float)");
@@ -33,20 +26,18 @@ TEST(RecordStatements, CreateInEveryDialect) {
   EXPECT_EQ(CreateTableStatement(5, DescribeTable(*DataTable("t", {}).info())),
             "create table \"t\" (\"id\" integer NOT NULL PRIMARY KEY,\"time\" integer,"
             "\"ms\" integer,\"modify\" integer)");
-  EXPECT_EQ(CreateIndexStatement(kDoubleQuote, "t"), "create index \"idx_t\" on \"t\" (\"id\")");
-}
+  EXPECT_EQ(CreateIndexStatement(DoubleQuote, "t"), "create index \"idx_t\" on \"t\" (\"id\")");
 
-TEST(RecordStatements, CreateStopsAt7680Characters) {
-  std::vector<std::pair<std::string, uint32_t>> many(400, {std::string(31, 'n'), 3});
-  const std::string create = CreateTableStatement(1, DescribeTable(*DataTable("t", many).info()));
+  DataTable wide("t", Columns(400, {std::string(31, 'n'), 3}));
+  const std::string create = CreateTableStatement(1, DescribeTable(*wide.info()));
   EXPECT_GE(create.size(), kStatementLimit);
   EXPECT_LT(create.size(), kStatementLimit + 40);
-  EXPECT_TRUE(EndsWith(create, "float"));  // unfinished: no closing parenthesis
+  EXPECT_EQ(create.substr(create.size() - 6), " float");  // unfinished: no closing parenthesis
 }
 
 TEST(RecordStatements, InsertAndUpdateOfOneRecord) {
-  DataTable abc("t", {{"a", 3}, {"b", 4}, {"x", 9}, {"c", 12}});
-  const TableLayout t = DescribeTable(*abc.info());
+  DataTable abxc("t", {{"a", 3}, {"b", 4}, {"x", 9}, {"c", 12}});
+  const TableLayout t = DescribeTable(*abxc.info());
   RecordBuffer record(t.recordSize, 1);
   record.Put<uint32_t>(0, 0, 99);  // id and modify are never read
   record.Put<uint32_t>(0, 4, 100);
@@ -56,43 +47,47 @@ TEST(RecordStatements, InsertAndUpdateOfOneRecord) {
   record.Put<int32_t>(0, 24, 7);
   record.PutText(0, 28, "on");
 
-  Statement insert = InsertStatement(kBracket, t, record.data(), t.recordSize, 5);
+  Statement insert = InsertStatement(Bracket, t, record.data(), t.recordSize, 5);
   EXPECT_TRUE(insert.complete);
   EXPECT_EQ(insert.text,
             "insert into [t] ([id],[time],[ms],[modify],[a],[b],[c]) values(5,100,250,0,21.5,1,'on')");
-  Statement update = UpdateStatement(kBacktick, t, record.data(), 12);
+  Statement update = UpdateStatement(Backtick, t, record.data(), 12);
   EXPECT_TRUE(update.complete);
   EXPECT_EQ(update.text, "update `t` set `modify`=1,`a`=21.5,`b`=1,`c`='on' where `id`=12");
 
   for (uint32_t size : {t.recordSize - 1, t.recordSize + 1}) {
-    Statement refused = InsertStatement(kBracket, t, record.data(), size, 5);
+    Statement refused = InsertStatement(Bracket, t, record.data(), size, 5);
     EXPECT_FALSE(refused.complete);
     EXPECT_EQ(refused.text, "");
   }
 }
 
-TEST(RecordStatements, SingleRecordStatementsStopAt7680Characters) {
-  // 31 texts of 253 characters pass 7680 before the last value.
-  std::vector<std::pair<std::string, uint32_t>> texts(31, {"c", 12});
-  const DataTable wide("t", texts);
-  const TableLayout t = DescribeTable(*wide.info());
-  RecordBuffer record(t.recordSize, 1);
-  for (int i = 0; i < 31; ++i) record.PutText(0, 16 + 256 * i, std::string(253, 'v'));
-  Statement insert = InsertStatement(kBracket, t, record.data(), t.recordSize, 1);
+TEST(RecordStatements, StatementsStopAtTheirLimits) {
+  // Texts of 253 characters: 31 of them pass 7680 before an insert's last
+  // value, 33 pass 8192 before a batch row ends.
+  DataTable texts29("t", Columns(29, {"c", 12})), texts31("t", Columns(31, {"c", 12})),
+      texts33("t", Columns(33, {"c", 12}));
+  const TableLayout fits = DescribeTable(*texts29.info()), t31 = DescribeTable(*texts31.info()),
+                    t33 = DescribeTable(*texts33.info());
+  RecordBuffer records(t33.recordSize, 2);
+  for (int r = 0; r < 2; ++r)
+    for (int i = 0; i < 33; ++i) records.PutText(r, 16 + 256 * i, std::string(253, 'v'));
+
+  Statement insert = InsertStatement(Bracket, t31, records.data(), t31.recordSize, 1);
   EXPECT_FALSE(insert.complete);
   EXPECT_GE(insert.text.size(), kStatementLimit);
   EXPECT_LT(insert.text.size(), kStatementLimit + 256);
-  EXPECT_FALSE(UpdateStatement(kBracket, t, record.data(), 1).complete);
+  EXPECT_FALSE(UpdateStatement(Bracket, t31, records.data(), 1).complete);
+  EXPECT_TRUE(InsertStatement(Bracket, fits, records.data(), fits.recordSize, 1).complete);
 
-  texts.resize(29);
-  const DataTable narrow("t", texts);
-  const TableLayout fits = DescribeTable(*narrow.info());
-  EXPECT_TRUE(InsertStatement(kBracket, fits, record.data(), fits.recordSize, 1).complete);
+  EXPECT_EQ(BatchStatement(3, t33, records.data(), records.bytes(), 1), "");
+  EXPECT_EQ(BatchStatement(4, t33, records.data(), records.bytes(), 1), "");
+  EXPECT_NE(BatchStatement(3, t31, records.data(), t31.recordSize * 2, 1), "");
 }
 
-TEST(RecordStatements, BatchInMultiRowForm) {
-  DataTable one("t", {{"a", 3}});
-  const TableLayout t = DescribeTable(*one.info());
+TEST(RecordStatements, BatchInMultiRowAndInsertAllForms) {
+  DataTable a("t", {{"a", 3}});
+  const TableLayout t = DescribeTable(*a.info());
   RecordBuffer records(t.recordSize, 3);
   records.Put<uint32_t>(0, 4, 100);
   records.Put<double>(0, 16, 1.5);
@@ -106,60 +101,33 @@ TEST(RecordStatements, BatchInMultiRowForm) {
             "insert into [t] ([id],[time],[ms],[modify],[a]) values (7,100,0,0,1.5),(8,101,0,0,2.5)");
   EXPECT_EQ(BatchStatement(5, t, records.data(), t.recordSize, 1),
             "insert into \"t\" (\"id\",\"time\",\"ms\",\"modify\",\"a\") values (1,100,0,0,1.5)");
+  EXPECT_EQ(BatchStatement(4, t, records.data(), size, 7),
+            "INSERT ALL INTO \"t\" (\"id\",\"time\",\"ms\",\"modify\",\"a\") values (7,100,0,0,1.5) "
+            "INTO \"t\" (\"id\",\"time\",\"ms\",\"modify\",\"a\") values (8,101,0,0,2.5)"
+            "SELECT * FROM DUAL;");
 
   EXPECT_EQ(BatchStatement(3, t, records.data(), t.recordSize - 1, 1), "");
-  DataTable zero("t", {{"a", 3}});
-  zero.info()->recordSize = 0;
-  EXPECT_EQ(BatchStatement(3, DescribeTable(*zero.info()), records.data(), 100, 1), "");
-}
-
-TEST(RecordStatements, BatchInInsertAllForm) {
-  DataTable one("t", {{"a", 3}});
-  const TableLayout t = DescribeTable(*one.info());
-  RecordBuffer records(t.recordSize, 2);
-  records.Put<double>(0, 16, 1.5);
-  records.Put<double>(1, 16, 2.5);
-  const std::string batch = BatchStatement(4, t, records.data(), records.bytes(), 7);
-  EXPECT_EQ(batch,
-            "INSERT ALL INTO \"t\" (\"id\",\"time\",\"ms\",\"modify\",\"a\") values (7,0,0,0,1.5) "
-            "INTO \"t\" (\"id\",\"time\",\"ms\",\"modify\",\"a\") values (8,0,0,0,2.5)"
-            "SELECT * FROM DUAL;");
-  EXPECT_TRUE(StartsWith(batch, "INSERT ALL INTO"));
-  EXPECT_TRUE(EndsWith(batch, ")SELECT * FROM DUAL;"));
-}
-
-TEST(RecordStatements, BatchRowsMustFitTheirBuffer) {
-  std::vector<std::pair<std::string, uint32_t>> texts(33, {"c", 12});
-  const DataTable wide("t", texts);
-  const TableLayout t = DescribeTable(*wide.info());
-  RecordBuffer records(t.recordSize, 2);
-  for (int r = 0; r < 2; ++r)
-    for (int i = 0; i < 33; ++i) records.PutText(r, 16 + 256 * i, std::string(253, 'v'));
-  EXPECT_EQ(BatchStatement(3, t, records.data(), records.bytes(), 1), "");
-  EXPECT_EQ(BatchStatement(4, t, records.data(), records.bytes(), 1), "");
-
-  texts.resize(31);
-  const DataTable narrow("t", texts);
-  const TableLayout fits = DescribeTable(*narrow.info());
-  EXPECT_NE(BatchStatement(3, fits, records.data(), fits.recordSize * 2, 1), "");
+  TableLayout zero = t;
+  zero.recordSize = 0;
+  EXPECT_EQ(BatchStatement(3, zero, records.data(), 100, 1), "");
 }
 
 TEST(RecordStatements, ReadersAndDeleters) {
-  EXPECT_EQ(WholeTableStatement(kBracket, "t", kWholeTableStatementSize),
+  EXPECT_EQ(WholeTableStatement(Bracket, "t", kWholeTableStatementSize),
             "select * from [t] order by [id] asc");
-  EXPECT_EQ(IntervalStatement(kBracket, "t", 10, 20),
+  EXPECT_EQ(IntervalStatement(Bracket, "t", 10, 20),
             "select * from [t] where ([time]>=10) and ([time]<=20) order by [id] asc");
-  EXPECT_EQ(IdsStatement(kDoubleQuote, "t"), "select \"id\" from \"t\" order by \"id\" asc");
-  EXPECT_EQ(CountStatement(kBacktick, "t"), "select count(*) from `t`");
-  EXPECT_EQ(LargestIdStatement(kBacktick, "t"), "select max(`id`) from `t`");
-  EXPECT_EQ(DeleteAllStatement(kBracket, "t"), "delete from [t]");
-  EXPECT_EQ(DeleteByIdStatement(kDoubleQuote, "t", 4), "delete from \"t\" where \"id\"=4");
+  EXPECT_EQ(IdsStatement(DoubleQuote, "t"), "select \"id\" from \"t\" order by \"id\" asc");
+  EXPECT_EQ(CountStatement(Backtick, "t"), "select count(*) from `t`");
+  EXPECT_EQ(LargestIdStatement(Backtick, "t"), "select max(`id`) from `t`");
+  EXPECT_EQ(DeleteAllStatement(Bracket, "t"), "delete from [t]");
+  EXPECT_EQ(DeleteByIdStatement(DoubleQuote, "t", 4), "delete from \"t\" where \"id\"=4");
 
   // Short statements are cut at 255 characters, whole-table reads at 1023.
   const std::string longName(300, 'n');
-  EXPECT_EQ(DeleteAllStatement(kBracket, longName).size(), 255u);
-  EXPECT_EQ(CountStatement(kBracket, longName).size(), 255u);
-  EXPECT_EQ(WholeTableStatement(kBracket, longName, kWholeTableStatementSize),
+  EXPECT_EQ(DeleteAllStatement(Bracket, longName).size(), 255u);
+  EXPECT_EQ(CountStatement(Bracket, longName).size(), 255u);
+  EXPECT_EQ(WholeTableStatement(Bracket, longName, kWholeTableStatementSize),
             "select * from [" + longName + "] order by [id] asc");
 }
 
