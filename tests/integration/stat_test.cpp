@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -23,15 +22,13 @@ class StatTest : public DatabaseTest {
   void SetUp() override {
     DatabaseTest::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
-    name_ = DropAtEnd(UniqueTableName("stat"));
-    table_ = std::make_unique<DataTable>(
-        name_, std::vector<std::pair<std::string, uint32_t>>{{"a", 3}, {"n", 4}, {"s", 12}, {"b", 3}});
+    table_ = DataTable(DropAtEnd(UniqueTableName("stat")), {{"a", 3}, {"n", 4}, {"s", 12}, {"b", 3}});
     ASSERT_EQ(sgEnsureTableExist(Token(), info(), nullptr, 0), 0u);
   }
 
   // Rows of (time, a, b), values exact in the 4-byte floats of MariaDB.
   void Insert(const std::vector<std::tuple<uint32_t, double, double>>& rows) {
-    RecordBuffer record(table_->recordSize(), 1);
+    RecordBuffer record(table_.recordSize(), 1);
     for (auto [time, a, b] : rows) {
       record.Put(0, 4, time);
       record.Put(0, kA, a);
@@ -40,16 +37,17 @@ class StatTest : public DatabaseTest {
     }
   }
 
-  DataTableInfo* info() { return table_->info(); }
+  DataTableInfo* info() { return table_.info(); }
   RecordBuffer CallerBuffer(size_t slots) {
-    RecordBuffer buffer(table_->recordSize(), slots);
+    RecordBuffer buffer(table_.recordSize(), slots);
     std::memset(buffer.data(), 0xAB, buffer.bytes());
     return buffer;
   }
   // The head is set; integer and text places keep the caller's bytes.
   static void ExpectSlot(const RecordBuffer& slots, size_t k, uint32_t time) {
+    SCOPED_TRACE(k);
     EXPECT_EQ(slots.Get<uint32_t>(k, 0) + slots.Get<uint32_t>(k, 8) + slots.Get<uint32_t>(k, 12), 0u);
-    EXPECT_EQ(slots.Get<uint32_t>(k, 4), time) << "slot " << k;
+    EXPECT_EQ(slots.Get<uint32_t>(k, 4), time);
     EXPECT_EQ(slots.Get<uint32_t>(k, kN), 0xABABABABu);
     EXPECT_EQ(slots.Get<uint64_t>(k, kS + 248), kCallerBytes);
   }
@@ -58,11 +56,10 @@ class StatTest : public DatabaseTest {
   }
   uint32_t Interval(uint32_t statKind, int32_t start, int32_t end, RecordBuffer& record) {
     return sgGetRecordStatValueOfInterval(Token(), info(), statKind, start, end, record.record(0),
-                                          table_->recordSize());
+                                          table_.recordSize());
   }
 
-  std::string name_;
-  std::unique_ptr<DataTable> table_;
+  DataTable table_{"", {}};
 };
 
 TEST_P(StatTest, IntervalAppliesTheCallersOrTheTablesStatistic) {
@@ -71,49 +68,49 @@ TEST_P(StatTest, IntervalAppliesTheCallersOrTheTablesStatistic) {
   struct { uint32_t statKind, statMode; double a, b; } cases[] = {
       {1, 3, 4, 30}, {2, 1, 1, 10}, {3, 1, 2.5, 20}, {4, 1, 7.5, 60}, {9, 2, 1, 10}, {0, 5, 7.5, 60}};
   for (auto c : cases) {
+    SCOPED_TRACE("statKind " + std::to_string(c.statKind));
     info()->statMode = c.statMode;
     RecordBuffer record = CallerBuffer(1);
     ASSERT_EQ(Interval(c.statKind, kDay, kDay + 3600, record), 0u) << dbGetLastError();
     ExpectSlot(record, 0, kDay);
-    EXPECT_EQ(record.Get<double>(0, kA), c.a) << "statKind " << c.statKind;
-    EXPECT_EQ(record.Get<double>(0, kB), c.b) << "statKind " << c.statKind;
+    EXPECT_EQ(record.Get<double>(0, kA), c.a);
+    EXPECT_EQ(record.Get<double>(0, kB), c.b);
   }
 }
 
 TEST_P(StatTest, RefusesBadArgumentsWithCodedErrors) {
-  const uint32_t size = table_->recordSize();
+  const uint32_t size = table_.recordSize();
   RecordBuffer record = CallerBuffer(24);
-  EXPECT_EQ(sgGetRecordStatValueOfInterval(Token(), info(), 1, 0, 10, record.record(0), size + 1), 1u);
-  EXPECT_STREQ(dbGetLastError(), "[rcd1401] invalid parameter");
-  EXPECT_EQ(Interval(1, 11, 10, record), 1u);
-  EXPECT_STREQ(dbGetLastError(), "[rcd1401] invalid parameter");
+  EXPECT_TRUE(Failed(
+      sgGetRecordStatValueOfInterval(Token(), info(), 1, 0, 10, record.record(0), size + 1),
+      "[rcd1401] invalid parameter"));
+  EXPECT_TRUE(Failed(Interval(1, 11, 10, record), "[rcd1401] invalid parameter"));
   EXPECT_EQ(record.Get<uint32_t>(0, 4), 0xABABABABu);
   // Equal bounds, or a negative start before a positive end, fail in the
   // builder after the head is written.
-  EXPECT_EQ(Interval(1, 10, 10, record), 1u);
-  EXPECT_STREQ(dbGetLastError(), "[rcd1405] failed to create sql: ");
+  EXPECT_TRUE(Failed(Interval(1, 10, 10, record), "[rcd1405] failed to create sql: "));
   EXPECT_EQ(record.Get<uint32_t>(0, 4), 10u);
-  EXPECT_EQ(Interval(1, -5, 10, record), 1u);
-  EXPECT_STREQ(dbGetLastError(), "[rcd1405] failed to create sql: ");
+  EXPECT_TRUE(Failed(Interval(1, -5, 10, record), "[rcd1405] failed to create sql: "));
 
-  EXPECT_EQ(sgGetRecord_Day(Token(), info(), 0, kDay, 0, 0, 0, record.data(), 23 * size), 1u);
-  EXPECT_STREQ(dbGetLastError(), "[rcd501] invalid parameter");
-  EXPECT_EQ(sgGetRecord_Month(Token(), info(), 0, kDay, 0, 0, -1, record.data(), 0), 1u);
-  EXPECT_STREQ(dbGetLastError(), "[rcd601] invalid parameter");
-  EXPECT_EQ(sgGetRecord_Year(Token(), info(), 0, kDay, 2024, nullptr, 12 * size), 1u);
-  EXPECT_STREQ(dbGetLastError(), "[rcd701] invalid parameter");
+  EXPECT_TRUE(Failed(sgGetRecord_Day(Token(), info(), 0, kDay, 0, 0, 0, record.data(), 23 * size),
+                     "[rcd501] invalid parameter"));
+  EXPECT_TRUE(Failed(sgGetRecord_Month(Token(), info(), 0, kDay, 0, 0, -1, record.data(), 0),
+                     "[rcd601] invalid parameter"));
+  EXPECT_TRUE(Failed(sgGetRecord_Year(Token(), info(), 0, kDay, 2024, nullptr, 12 * size),
+                     "[rcd701] invalid parameter"));
   EXPECT_EQ(sgGetRecord_Month(Token(), info(), 0, kDay, 0, 0, 0, record.data(), 0), 0u);
   // A recordSize too small for the values would overrun the caller's buffer.
   info()->recordSize = 100;
-  EXPECT_EQ(sgGetRecord_Month(Token(), info(), 0, kDay, 0, 0, 1, record.data(), 100), 1u);
-  EXPECT_STREQ(dbGetLastError(), "[rcd601] invalid parameter");
+  EXPECT_TRUE(Failed(sgGetRecord_Month(Token(), info(), 0, kDay, 0, 0, 1, record.data(), 100),
+                     "[rcd601] invalid parameter"));
 
-  DataTable integers(name_, {{"n", 4}, {"s", 12}});
-  EXPECT_EQ(sgGetRecordStatValueOfInterval(Token(), integers.info(), 1, 0, 10, record.record(0),
-                                           integers.recordSize()), 1u);
-  EXPECT_EQ(dbGetLastError(), "[rcd1403] failed to open table: " +
-                                  DialectTemplate(DialectOf(kind()), ("select from `" + name_ +
-                                      "` where (`time`>=0) and (`time`<10)").c_str()));
+  const std::string name = info()->name;
+  DataTable integers(name, {{"n", 4}, {"s", 12}});
+  const std::string select = "select from `" + name + "` where (`time`>=0) and (`time`<10)";
+  EXPECT_TRUE(Failed(sgGetRecordStatValueOfInterval(Token(), integers.info(), 1, 0, 10,
+                                                    record.record(0), integers.recordSize()),
+                     "[rcd1403] failed to open table: " +
+                         DialectTemplate(DialectOf(kind()), select.c_str())));
 }
 
 TEST_P(StatTest, DayAndMonthStepByHoursAndDays) {
@@ -146,6 +143,7 @@ TEST_P(StatTest, YearFollowsTheMonthLengthsOfItsYear) {
   Insert({{kDay + 59 * 86400, 5, 5}});
   info()->statMode = 1;
   for (int year : {2023, 2024}) {
+    SCOPED_TRACE(year);
     RecordBuffer slots = CallerBuffer(12);
     ASSERT_EQ(sgGetRecord_Year(Token(), info(), 0, kDay, year, slots.data(), slots.bytes()), 0u)
         << dbGetLastError();
@@ -154,7 +152,7 @@ TEST_P(StatTest, YearFollowsTheMonthLengthsOfItsYear) {
     ExpectSlot(slots, 2, kDay + march * 86400);
     ExpectSlot(slots, 11, kDay + (march + 275) * 86400);
     size_t filled = year == 2024 ? 1 : 2;
-    for (size_t m = 0; m < 12; ++m) EXPECT_EQ(KeepsCallerValues(slots, m), m != filled) << year;
+    for (size_t m = 0; m < 12; ++m) EXPECT_EQ(KeepsCallerValues(slots, m), m != filled) << m;
     EXPECT_EQ(slots.Get<double>(filled, kA), 5);
   }
 }

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -17,8 +16,8 @@ using Append = TextTableBuilder::AppendResult;
 TEST(TimeColumnList, CutsAtSemicolonsDroppingEmptyAndLongPieces) {
   EXPECT_EQ(CutTimeColumnList(nullptr), Names{});
   EXPECT_EQ(CutTimeColumnList(""), Names{});
-  EXPECT_EQ(CutTimeColumnList("a;;b"), (Names{"a", "b"}));
-  EXPECT_EQ(CutTimeColumnList(";a;b;"), (Names{"a", "b"}));
+  for (const char* list : {"a;;b", ";a;b;"})
+    EXPECT_EQ(CutTimeColumnList(list), (Names{"a", "b"})) << list;
   std::string longest(63, 'x'), tooLong(64, 'y');
   EXPECT_EQ(CutTimeColumnList((longest + ";" + tooLong + ";c").c_str()), (Names{longest, "c"}));
 
@@ -59,8 +58,6 @@ TEST(TextTableBuilder, DoublesTheTextBlockKeepingEveryByte) {
             expected + std::string(2048 - expected.size(), '\0'));
   const uint32_t offsets[] = {0, 3, 6, 9, 12, 268, 524, 780};
   EXPECT_EQ(std::memcmp(builder.offsets(), offsets, sizeof offsets), 0);
-  std::free(builder.ReleaseOffsets());
-  std::free(builder.ReleaseText());
 }
 
 TEST(TextTableBuilder, RefusesTextBeyondItsLimit) {
