@@ -1,6 +1,7 @@
 #include "tools/monitor_receiver.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -9,12 +10,17 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 #include "platform/monitor_channel.h"
 
 namespace scadastore {
 namespace {
+
+volatile sig_atomic_t stopping = 0;
+
+void RequestStop(int) { stopping = 1; }
 
 bool PublishId(uint64_t id, bool create) {
   int fd = shm_open(kMonitorBlockName, O_RDWR | O_CLOEXEC | (create ? O_CREAT : 0), 0600);
@@ -104,6 +110,31 @@ void MonitorReceiver::Stop() {
     unlink(socket_path_.c_str());
     socket_path_.clear();
   }
+}
+
+bool RunMonitor(const char* name, std::FILE* out, std::string& error) {
+  struct sigaction action {};
+  action.sa_handler = RequestStop;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  MonitorReceiver receiver;
+  if (!receiver.Start(static_cast<uint64_t>(getpid()), error)) return false;
+  std::fprintf(out, "%s: listening as %d\n", name, static_cast<int>(getpid()));
+  std::fflush(out);
+  while (!stopping) {
+    MonitorDelivery delivery;
+    if (!receiver.Receive(250, delivery)) continue;
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    std::tm local;
+    localtime_r(&now.tv_sec, &local);
+    char stamp[32];
+    std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+    std::fprintf(out, "%s.%03ld [%u/%u] %s\n", stamp, now.tv_nsec / 1000000, delivery.message,
+                 delivery.wParam, delivery.text.c_str());
+    std::fflush(out);
+  }
+  return true;
 }
 
 }  // namespace scadastore

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace scadastore {
@@ -40,5 +41,10 @@ class MonitorReceiver {
   uint64_t id_ = 0;
   std::string socket_path_;
 };
+
+// Publishes this process (its pid) as the receiver and prints each delivery
+// with a local time stamp to `out` until SIGINT or SIGTERM. False with `error`
+// set when it cannot start.
+bool RunMonitor(const char* name, std::FILE* out, std::string& error);
 
 }  // namespace scadastore
