@@ -13,7 +13,7 @@ class Logs : public ToolTest {
                   "pump 3, it's started", "--operator", "anna", "--time", "2024-05-01 10:00:00",
                   "--ms", "250"}),
               "1\n");
-    EXPECT_EQ(Ok({"logs", "add", "journal", "--type", "1", "--source", "system", "--info",
+    EXPECT_EQ(Ok({"log", "journal", "--type", "1", "--source", "system", "--info",
                   "shift change", "--time", "1714561200"}),
               "2\n");
   }

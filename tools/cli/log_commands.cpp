@@ -10,7 +10,6 @@
 namespace scadastore::cli {
 namespace {
 
-
 struct AddArguments {
   std::string table, time, source, info, operator_, monitor, verify, ack, batch;
   uint32_t type = 0, ms = 0, ip = 0;
@@ -34,6 +33,49 @@ ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions
   }
   return table;
 }
+
+namespace {
+
+// "logs add TABLE ..." and its short form "log TABLE ...".
+void AddLogEntryCommand(CLI::App& parent, const std::string& name, const std::string& example,
+                        Context& context) {
+  auto add = std::make_shared<AddArguments>();
+  CLI::App* adding = AddCommand(parent, name, "Store one log entry under a new id and print the id",
+                                example);
+  adding->add_option("table", add->table, "log table")->required();
+  adding->add_option("--type", add->type, "entry type")->required();
+  adding->add_option("--source", add->source, "where the entry comes from")->required();
+  adding->add_option("--info", add->info, "the entry's text")->required();
+  adding->add_option("--operator", add->operator_, "operator");
+  adding->add_option("--monitor", add->monitor, "monitor");
+  adding->add_option("--verify", add->verify, "verification");
+  adding->add_option("--ack", add->ack, "acknowledgement text");
+  adding->add_option("--batch", add->batch, "batch");
+  adding->add_option("--ip", add->ip, "IP address in numeric form");
+  adding->add_option("--time", add->time, "time of the entry (default: now)");
+  adding->add_option("--ms", add->ms, "milliseconds of the time");
+  adding->callback([&context, add, name] {
+    LogRecord record{};
+    record.logtime = add->time.empty() ? static_cast<uint32_t>(std::time(nullptr))
+                                       : ParseTime(add->time, "--time");
+    record.millisecond = add->ms;
+    record.logtype = add->type;
+    record.ip = add->ip;
+    CopyText(record.source, add->source, "--source");
+    CopyText(record.loginfo, add->info, "--info");
+    CopyText(record.operator_, add->operator_, "--operator");
+    CopyText(record.monitor, add->monitor, "--monitor");
+    CopyText(record.logverify, add->verify, "--verify");
+    CopyText(record.ackinfo, add->ack, "--ack");
+    CopyText(record.batch, add->batch, "--batch");
+    context.session.Connect();
+    Check(logSetLog(context.session.token(), add->table.c_str(), &record, sizeof record),
+          name.c_str());
+    std::cout << logGetLastID(context.session.token(), add->table.c_str()) << '\n';
+  });
+}
+
+}  // namespace
 
 void AddLogCommands(CLI::App& app, Context& context) {
   EnsureKinds()["log"] = [](Context& context, const std::string& table, const std::string&) {
@@ -68,49 +110,23 @@ void AddLogCommands(CLI::App& app, Context& context) {
     context.Print(LogTable(records, size / sizeof(LogRecord), context.Output()));
   });
 
-  auto add = std::make_shared<AddArguments>();
-  CLI::App* adding = AddCommand(*logs, "add", "Store one log entry under a new id and print the id",
-                                "scadastore --sqlite plant.db logs add plant_log --type 2 "
-                                "--source console --info 'pump 3 started' --operator anna");
-  adding->add_option("table", add->table, "log table")->required();
-  adding->add_option("--type", add->type, "entry type")->required();
-  adding->add_option("--source", add->source, "where the entry comes from")->required();
-  adding->add_option("--info", add->info, "the entry's text")->required();
-  adding->add_option("--operator", add->operator_, "operator");
-  adding->add_option("--monitor", add->monitor, "monitor");
-  adding->add_option("--verify", add->verify, "verification");
-  adding->add_option("--ack", add->ack, "acknowledgement text");
-  adding->add_option("--batch", add->batch, "batch");
-  adding->add_option("--ip", add->ip, "IP address in numeric form");
-  adding->add_option("--time", add->time, "time of the entry (default: now)");
-  adding->add_option("--ms", add->ms, "milliseconds of the time");
-  adding->callback([&context, add] {
-    LogRecord record{};
-    record.logtime = add->time.empty() ? static_cast<uint32_t>(std::time(nullptr))
-                                       : ParseTime(add->time, "--time");
-    record.millisecond = add->ms;
-    record.logtype = add->type;
-    record.ip = add->ip;
-    CopyText(record.source, add->source, "--source");
-    CopyText(record.loginfo, add->info, "--info");
-    CopyText(record.operator_, add->operator_, "--operator");
-    CopyText(record.monitor, add->monitor, "--monitor");
-    CopyText(record.logverify, add->verify, "--verify");
-    CopyText(record.ackinfo, add->ack, "--ack");
-    CopyText(record.batch, add->batch, "--batch");
-    context.session.Connect();
-    Check(logSetLog(context.session.token(), add->table.c_str(), &record, sizeof record),
-          "logs add");
-    std::cout << logGetLastID(context.session.token(), add->table.c_str()) << '\n';
-  });
+  AddLogEntryCommand(*logs, "add",
+                     "scadastore --sqlite plant.db logs add plant_log --type 2 --source console "
+                     "--info 'pump 3 started' --operator anna",
+                     context);
+  AddLogEntryCommand(app, "log",
+                     "scadastore --sqlite plant.db log plant_log --type 2 --source console "
+                     "--info 'pump 3 started'",
+                     context);
 
+  auto counted = std::make_shared<std::string>();
   CLI::App* count = AddCommand(*logs, "count", "Print the number of log entries",
                                "scadastore --sqlite plant.db logs count plant_log");
-  count->add_option("table", add->table, "log table")->required();
-  count->callback([&context, add] {
+  count->add_option("table", *counted, "log table")->required();
+  count->callback([&context, counted] {
     context.session.Connect();
-    RequireTable(context, add->table, "");
-    std::cout << logGetLogCount(context.session.token(), add->table.c_str()) << '\n';
+    RequireTable(context, *counted, "");
+    std::cout << logGetLogCount(context.session.token(), counted->c_str()) << '\n';
   });
 }
 
