@@ -33,7 +33,10 @@ using IdsAndTimes = std::vector<std::pair<uint32_t, uint32_t>>;
 
 IdsAndTimes IdsAndTimesOf(const LogRecord* records, uint32_t count) {
   IdsAndTimes result;
-  for (uint32_t k = 0; k < count; ++k) result.emplace_back(records[k].id, records[k].logtime);
+  for (uint32_t k = 0; k < count; ++k) {
+    uint32_t id = records[k].id, logtime = records[k].logtime;  // packed: copy, never bind
+    result.emplace_back(id, logtime);
+  }
   return result;
 }
 
