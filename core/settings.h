@@ -26,7 +26,6 @@ bool ParseSettings(const char* config, ConnectionSettings& out);
 ConnectionSettings& Settings();
 
 SqlDialect DialectOf(DbKind kind);
-inline SqlDialect CurrentDialect() { return DialectOf(Settings().kind); }
 
 // Kind 4 fetches the first row of a result with NEXT instead of FIRST.
 inline bool FirstRowByNext(DbKind kind) { return kind == 4; }
