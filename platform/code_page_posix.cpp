@@ -7,6 +7,8 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "platform/system_calls.h"
+
 namespace scadastore {
 namespace {
 
@@ -42,7 +44,7 @@ class Converter {
  public:
   explicit Converter(const char* charset)
       : cd_(std::strcmp(charset, "UTF-8") == 0 ? reinterpret_cast<iconv_t>(-1)
-                                                 : iconv_open(charset, "UTF-8")) {}
+                                                 : systemCalls.iconv_open(charset, "UTF-8")) {}
   ~Converter() {
     if (valid()) iconv_close(cd_);
   }
@@ -56,7 +58,7 @@ class Converter {
     char* in = const_cast<char*>(reinterpret_cast<const char*>(utf8));
     char* cursor = out;
     size_t inLeft = length, outLeft = room;
-    if (iconv(cd_, &in, &inLeft, &cursor, &outLeft) == static_cast<size_t>(-1)) return 0;
+    if (systemCalls.iconv(cd_, &in, &inLeft, &cursor, &outLeft) == static_cast<size_t>(-1)) return 0;
     return static_cast<size_t>(cursor - out);
   }
 

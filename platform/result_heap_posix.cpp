@@ -1,9 +1,11 @@
 #include "platform/result_heap.h"
 
+#include "platform/system_calls.h"
+
 namespace scadastore {
 
 ResultBlock AllocateResultBlock(size_t bytes) {
-  return ResultBlock(static_cast<unsigned char*>(std::calloc(bytes == 0 ? 1 : bytes, 1)));
+  return ResultBlock(static_cast<unsigned char*>(systemCalls.calloc(bytes == 0 ? 1 : bytes, 1)));
 }
 
 }  // namespace scadastore
