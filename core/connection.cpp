@@ -28,11 +28,12 @@ void DbConnection::ClearErrorText() { error_text_[0] = '\0'; }
 
 bool DbConnection::AllocateEnvironmentAndConnection() {
   if (!environment_.Allocate(SQL_NULL_HANDLE)) return false;
-  if (!SQL_SUCCEEDED(SQLSetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
-                                   reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0)) ||
+  if (!SQL_SUCCEEDED(Odbc().SetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
+                                       reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0)) ||
       !connection_.Allocate(environment_.get()) ||
-      !SQL_SUCCEEDED(SQLSetConnectAttr(connection_.get(), SQL_ATTR_LOGIN_TIMEOUT,
-                                       reinterpret_cast<SQLPOINTER>(kLoginTimeoutSeconds), 0))) {
+      !SQL_SUCCEEDED(Odbc().SetConnectAttr(connection_.get(), SQL_ATTR_LOGIN_TIMEOUT,
+                                           reinterpret_cast<SQLPOINTER>(kLoginTimeoutSeconds),
+                                           0))) {
     connection_.Free();
     environment_.Free();
     return false;
@@ -43,10 +44,10 @@ bool DbConnection::AllocateEnvironmentAndConnection() {
 int DbConnection::Open(const char* dsn, const char* user, const char* password) {
   if (!AllocateEnvironmentAndConnection()) return 0;
   ClearErrorText();
-  SQLRETURN rc = SQLConnect(connection_.get(), (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
-                            (SQLCHAR*)password, SQL_NTS);
-  if (SQL_SUCCEEDED(rc)) return 1;
-  CaptureDiagnostic(SQL_HANDLE_DBC, connection_.get(), DiagnosticForm::Plain, rc);
+  if (Check(Odbc().Connect(connection_.get(), (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
+                           (SQLCHAR*)password, SQL_NTS),
+            SQL_HANDLE_DBC, connection_.get()))
+    return 1;
   connection_.Free();
   environment_.Free();
   return 0;
@@ -61,34 +62,37 @@ void DbConnection::Close() {
   statement_.Free();
   replaced_statements_.clear();
   result_columns_ = -1;
-  if (connection_) SQLDisconnect(connection_.get());
+  // A failed disconnect leaves nothing to retry: the handles are freed either way.
+  if (connection_) Odbc().Disconnect(connection_.get());
   connection_.Free();
   environment_.Free();
 }
 
-int DbConnection::TableExists(const char* dsn, const char* user, const char* password,
-                              const char* tableName) {
-  if (!AllocateEnvironmentAndConnection()) return 0;
-  int found = 0;
-  if (SQL_SUCCEEDED(SQLConnect(connection_.get(), (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
-                               (SQLCHAR*)password, SQL_NTS))) {
-    OdbcHandle tables(SQL_HANDLE_STMT);
-    if (tables.Allocate(connection_.get()) &&
-        SQL_SUCCEEDED(SQLTables(tables.get(), nullptr, SQL_NTS, nullptr, SQL_NTS, nullptr,
-                                SQL_NTS, (SQLCHAR*)"'TABLE'", SQL_NTS))) {
-      char name[256];
-      while (!found && SQL_SUCCEEDED(SQLFetch(tables.get()))) {
-        std::memset(name, 0, sizeof name);
-        SQLLEN indicator = 0;
-        SQLGetData(tables.get(), 3, SQL_C_CHAR, name, sizeof name, &indicator);
-        found = std::strcmp(name, tableName) == 0;
-      }
-    }
-    tables.Free();
-    SQLDisconnect(connection_.get());
+int DbConnection::TableExists(const char* tableName) {
+  // The lookup reports nothing, not even a failed connect.
+  announce_ = false;
+  const int opened = Open();
+  announce_ = true;
+  if (!opened) {
+    ClearErrorText();
+    return 0;
   }
-  connection_.Free();
-  environment_.Free();
+  int found = 0;
+  OdbcHandle tables(SQL_HANDLE_STMT);
+  if (tables.Allocate(connection_.get()) &&
+      SQL_SUCCEEDED(Odbc().Tables(tables.get(), nullptr, SQL_NTS, nullptr, SQL_NTS, nullptr,
+                                  SQL_NTS, (SQLCHAR*)"'TABLE'", SQL_NTS))) {
+    char name[256];
+    while (!found && SQL_SUCCEEDED(Odbc().Fetch(tables.get()))) {
+      std::memset(name, 0, sizeof name);
+      SQLLEN indicator = 0;
+      found = SQL_SUCCEEDED(Odbc().GetData(tables.get(), 3, SQL_C_CHAR, name, sizeof name,
+                                           &indicator)) &&
+              std::strcmp(name, tableName) == 0;
+    }
+  }
+  tables.Free();
+  Close();
   return found;
 }
 
@@ -96,36 +100,39 @@ int DbConnection::OpenQuery(const char* sql) {
   if (statement_) replaced_statements_.push_back(std::move(statement_));
   statement_ = OdbcHandle(SQL_HANDLE_STMT);
   result_columns_ = -1;
-  statement_.Allocate(connection_.get());
-  SQLSetStmtAttr(statement_.get(), SQL_ATTR_CURSOR_TYPE,
-                 reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), SQL_IS_INTEGER);
-  SQLSetStmtAttr(statement_.get(), SQL_ATTR_CURSOR_SCROLLABLE,
-                 reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
   ClearErrorText();
-  SQLRETURN rc = SQLExecDirect(statement_.get(), (SQLCHAR*)sql, SQL_NTS);
-  if (SQL_SUCCEEDED(rc)) return 1;
-  CaptureDiagnostic(SQL_HANDLE_STMT, statement_.get(), DiagnosticForm::Plain, rc);
-  return 0;
+  if (!statement_.Allocate(connection_.get()))
+    return Check(SQL_ERROR, SQL_HANDLE_DBC, connection_.get());
+  // The static cursor lets CountRows run ahead and the readers return. It
+  // scrolls even where the driver refuses the scrollable flag (psqlODBC), so
+  // only the cursor type must be accepted.
+  SQLHSTMT handle = statement_.get();
+  if (!Check(Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_TYPE,
+                                reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), SQL_IS_INTEGER),
+             SQL_HANDLE_STMT, handle))
+    return 0;
+  Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_SCROLLABLE,
+                     reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
+  return Check(Odbc().ExecDirect(handle, (SQLCHAR*)sql, SQL_NTS), SQL_HANDLE_STMT, handle);
 }
 
 int DbConnection::Execute(const char* sql) {
   ClearErrorText();
   OdbcHandle statement(SQL_HANDLE_STMT);
-  statement.Allocate(connection_.get());
-  SQLRETURN rc = SQLExecDirect(statement.get(), (SQLCHAR*)sql, SQL_NTS);
-  if (SQL_SUCCEEDED(rc)) return 1;
-  CaptureDiagnostic(SQL_HANDLE_STMT, statement.get(), DiagnosticForm::WithReturnCode, rc);
-  return 0;
+  if (!statement.Allocate(connection_.get()))
+    return Check(SQL_ERROR, SQL_HANDLE_DBC, connection_.get(), DiagnosticForm::WithReturnCode);
+  return Check(Odbc().ExecDirect(statement.get(), (SQLCHAR*)sql, SQL_NTS), SQL_HANDLE_STMT,
+               statement.get(), DiagnosticForm::WithReturnCode);
 }
 
 int DbConnection::MoveFirst() {
-  if (!SQL_SUCCEEDED(SQLFetchScroll(statement_.get(), SQL_FETCH_FIRST, 0))) return 0;
+  if (!SQL_SUCCEEDED(Odbc().FetchScroll(statement_.get(), SQL_FETCH_FIRST, 0))) return 0;
   end_flag_ = 0;
   return 1;
 }
 
 int DbConnection::MoveNext() {
-  if (!SQL_SUCCEEDED(SQLFetchScroll(statement_.get(), SQL_FETCH_NEXT, 0))) {
+  if (!SQL_SUCCEEDED(Odbc().FetchScroll(statement_.get(), SQL_FETCH_NEXT, 0))) {
     end_flag_ = 1;
     return 0;
   }
@@ -146,7 +153,7 @@ uint32_t DbConnection::CountRows() {
 
 int DbConnection::ColumnCount() {
   SQLSMALLINT count = 0;
-  if (!SQL_SUCCEEDED(SQLNumResultCols(statement_.get(), &count))) count = 0;
+  if (!SQL_SUCCEEDED(Odbc().NumResultCols(statement_.get(), &count))) count = 0;
   return count;
 }
 
@@ -170,11 +177,11 @@ int DbConnection::DescribeColumn(uint16_t column, char* name, int32_t* type, int
     size_t bufferSize = std::max<size_t>(2 * static_cast<size_t>(std::max(*length, 0)), 64);
     std::unique_ptr<char[]> utf8(new (std::nothrow) char[bufferSize]());
     if (!utf8) return 0;
-    rc = SQLDescribeCol(statement_.get(), column, (SQLCHAR*)utf8.get(), kDescribeNameLength,
+    rc = Odbc().DescribeCol(statement_.get(), column, (SQLCHAR*)utf8.get(), kDescribeNameLength,
                         &nameLength, &dataType, &columnSize, &decimalDigits, &nullable);
     ToAnsi(utf8.get(), name, *length);
   } else {
-    rc = SQLDescribeCol(statement_.get(), column, (SQLCHAR*)name, kDescribeNameLength,
+    rc = Odbc().DescribeCol(statement_.get(), column, (SQLCHAR*)name, kDescribeNameLength,
                         &nameLength, &dataType, &columnSize, &decimalDigits, &nullable);
   }
   *type = dataType;
@@ -188,11 +195,9 @@ int DbConnection::ReadFixed(uint16_t column, SQLSMALLINT cType, void* target, in
   if (!ColumnExists(column)) return ReadFailedWithoutDriver(column);
   unsigned char value[8] = {};
   SQLLEN indicator = 0;
-  SQLRETURN rc = SQLGetData(statement_.get(), column, cType, value, valueSize, &indicator);
-  if (!SQL_SUCCEEDED(rc)) {
-    CaptureDiagnostic(SQL_HANDLE_STMT, statement_.get(), DiagnosticForm::Plain, rc);
+  if (!Check(Odbc().GetData(statement_.get(), column, cType, value, valueSize, &indicator),
+             SQL_HANDLE_STMT, statement_.get()))
     return 0;
-  }
   if (indicator != SQL_NULL_DATA && size > 0)
     std::memcpy(target, value, static_cast<size_t>(std::min(size, valueSize)));
   return 1;
@@ -226,13 +231,10 @@ int DbConnection::GetString(uint16_t column, char* target, int32_t capacity) {
   }
   value[0] = '\0';
   SQLLEN indicator = 0;
-  SQLRETURN rc = SQLGetData(statement_.get(), column, SQL_C_CHAR, value,
-                            static_cast<SQLLEN>(bufferSize), &indicator);
+  SQLRETURN rc = Odbc().GetData(statement_.get(), column, SQL_C_CHAR, value,
+                                static_cast<SQLLEN>(bufferSize), &indicator);
   ClearErrorText();
-  if (!SQL_SUCCEEDED(rc)) {
-    CaptureDiagnostic(SQL_HANDLE_STMT, statement_.get(), DiagnosticForm::Plain, rc);
-    return 0;
-  }
+  if (!Check(rc, SQL_HANDLE_STMT, statement_.get())) return 0;
   if (utf8) {
     // A NULL leaves the buffer empty, which converts to an empty text.
     if (indicator == SQL_NULL_DATA) value[0] = '\0';
@@ -246,19 +248,24 @@ int DbConnection::GetString(uint16_t column, char* target, int32_t capacity) {
   return 1;
 }
 
-void DbConnection::CaptureDiagnostic(SQLSMALLINT handleType, SQLHANDLE handle,
-                                     DiagnosticForm form, SQLRETURN returnCode) {
+bool DbConnection::Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE handle,
+                         DiagnosticForm form) {
+  if (SQL_SUCCEEDED(returnCode)) return true;
+  // Only the first record: some drivers misbehave when more are read.
   SQLCHAR state[8] = {};
   SQLINTEGER nativeError = 0;
   SQLCHAR message[256] = {};
   SQLSMALLINT textLength = 0;
-  SQLGetDiagRec(handleType, handle, 1, state, &nativeError, message, sizeof message, &textLength);
+  if (!SQL_SUCCEEDED(Odbc().GetDiagRec(handleType, handle, 1, state, &nativeError, message,
+                                       sizeof message, &textLength)))
+    message[0] = '\0';
   const char* text = reinterpret_cast<const char*>(message);
   if (form == DiagnosticForm::Plain)
     FormatBounded(error_text_, sizeof error_text_, "%s", text);
   else
     FormatBounded(error_text_, sizeof error_text_, "ret: %d, msg: %s", returnCode, text);
-  if (text[0] != '\0') NotifyMonitorWindow(error_text_);
+  if (text[0] != '\0' && announce_) NotifyMonitorWindow(error_text_);
+  return false;
 }
 
 }  // namespace scadastore

@@ -27,9 +27,9 @@ class DbConnection {
   // Opens with the settings in force.
   int Open();
   void Close();
-  // Looks the table up with a connection of its own; exact, case-sensitive.
-  int TableExists(const char* dsn, const char* user, const char* password,
-                  const char* tableName);
+  // Opens, looks the table up (exact, case-sensitive) and closes. Reports
+  // nothing: a failed connect leaves no error text and is not announced.
+  int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
 
   int OpenQuery(const char* sql);
@@ -54,8 +54,10 @@ class DbConnection {
 
  private:
   enum class DiagnosticForm { Plain, WithReturnCode };
-  void CaptureDiagnostic(SQLSMALLINT handleType, SQLHANDLE handle, DiagnosticForm form,
-                         SQLRETURN returnCode);
+  // Every tested ODBC result passes here: true on success; on failure the
+  // handle's first diagnostic becomes the error text and is announced.
+  bool Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE handle,
+             DiagnosticForm form = DiagnosticForm::Plain);
   bool AllocateEnvironmentAndConnection();
   void ClearErrorText();
   bool ColumnExists(uint16_t column);
@@ -71,6 +73,7 @@ class DbConnection {
   std::vector<OdbcHandle> replaced_statements_;
   int32_t result_columns_ = -1;  // column count of the current result, -1 unknown
   int end_flag_ = 0;
+  bool announce_ = true;  // false while TableExists connects
   char error_text_[kErrorTextSize] = {};
 };
 

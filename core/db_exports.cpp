@@ -29,9 +29,8 @@ const char* dbGetLastError(void) { return LastErrorText(); }
 unsigned char dbIsTableExist(CallerToken token, const char* tableName) {
   return Guarded<unsigned char>(0, [&]() -> unsigned char {
     if (token == nullptr || tableName == nullptr) return 0;
-    const ConnectionSettings& settings = Settings();
     DbConnection db;
-    return db.TableExists(settings.dsn, settings.user, settings.password, tableName) ? 1 : 0;
+    return db.TableExists(tableName) ? 1 : 0;
   });
 }
 

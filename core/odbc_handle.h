@@ -1,10 +1,9 @@
 // Owning wrapper of one ODBC handle.
 #pragma once
 
-#include <sql.h>
-#include <sqlext.h>
-
 #include <utility>
+
+#include "core/odbc_api.h"
 
 namespace scadastore {
 
@@ -29,13 +28,13 @@ class OdbcHandle {
   // Allocates from `parent` (SQL_NULL_HANDLE for an environment); true on success.
   bool Allocate(SQLHANDLE parent) {
     Free();
-    SQLRETURN rc = SQLAllocHandle(type_, parent, &handle_);
-    if (!SQL_SUCCEEDED(rc)) handle_ = SQL_NULL_HANDLE;
+    if (!SQL_SUCCEEDED(Odbc().AllocHandle(type_, parent, &handle_))) handle_ = SQL_NULL_HANDLE;
     return handle_ != SQL_NULL_HANDLE;
   }
 
+  // A failed free leaves nothing to retry: the handle is dropped either way.
   void Free() noexcept {
-    if (handle_ != SQL_NULL_HANDLE) SQLFreeHandle(type_, handle_);
+    if (handle_ != SQL_NULL_HANDLE) Odbc().FreeHandle(type_, handle_);
     handle_ = SQL_NULL_HANDLE;
   }
 

@@ -5,9 +5,8 @@
 namespace scadastore {
 
 bool EnsureTableExists(const char* table, TableStatement create, TableStatement index) {
-  const ConnectionSettings& settings = Settings();
   DbConnection db;
-  if (db.TableExists(settings.dsn, settings.user, settings.password, table)) return true;
+  if (db.TableExists(table)) return true;
   if (!db.Open()) return false;
   if (db.Execute(create(db.dialect(), table).c_str()) && CreatesIndex(db.kind()))
     db.Execute(index(db.dialect(), table).c_str());

@@ -57,11 +57,9 @@ uint32_t sgEnsureTableExist(CallerToken token, const DataTableInfo* table, char*
                             int errorTextSize) {
   return Guarded<uint32_t>(1, [&]() -> uint32_t {
     if (!token || !table) return 1;
-    const ConnectionSettings& settings = Settings();
     const TableLayout layout = DescribeTable(*table);
     DbConnection db;
-    if (db.TableExists(settings.dsn, settings.user, settings.password, layout.name.c_str()))
-      return 0;
+    if (db.TableExists(layout.name.c_str())) return 0;
     if (!db.Open()) return 1;
     const bool created = db.Execute(CreateTableStatement(db.kind(), layout).c_str()) != 0;
     if (created && CreatesIndex(db.kind())) {

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "core/connection.h"
+#include "core/odbc_api.h"
 #include "core/sql_text.h"
 #include "support/databases.h"
 
@@ -162,6 +163,31 @@ TEST_P(ConnectionTest, LastErrorSurvivesSuccess) {
   std::string before = dbGetLastError();
   EXPECT_EQ(dbInitialize(GetParam().Config().c_str()), 0);
   EXPECT_EQ(before, dbGetLastError()) << "dbInitialize never writes the last error";
+}
+
+SQLRETURN SQL_API RefuseAllocation(SQLSMALLINT, SQLHANDLE, SQLHANDLE* handle) {
+  *handle = SQL_NULL_HANDLE;
+  return SQL_ERROR;
+}
+SQLRETURN SQL_API RefuseAttribute(SQLHSTMT, SQLINTEGER, SQLPOINTER, SQLINTEGER) {
+  return SQL_ERROR;
+}
+
+TEST_P(ConnectionTest, RefusedOdbcCallsFailTheirOperation) {
+  std::string table = MakeTable(1);
+  std::string select = Sql("select `id` from `%s`", table);
+  {
+    OdbcOverride fault;
+    fault->SetStmtAttr = RefuseAttribute;
+    EXPECT_EQ(db.OpenQuery(select.c_str()), 0) << "without its scrollable cursor";
+    fault->AllocHandle = RefuseAllocation;
+    EXPECT_EQ(db.OpenQuery(select.c_str()), 0);
+    EXPECT_EQ(db.Execute(select.c_str()), 0);
+    EXPECT_STREQ(db.ErrorText(), "ret: -1, msg: ");
+    EXPECT_EQ(dbIsTableExist(Token(), table.c_str()), 0);
+  }
+  EXPECT_EQ(db.OpenQuery(select.c_str()), 1) << "the table is restored";
+  EXPECT_EQ(db.CountRows(), 1u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, ConnectionTest, ::testing::ValuesIn(Databases({1, 4, 6})),

@@ -20,6 +20,9 @@ struct Database {
 // SQLite under the given kinds, PostgreSQL under 5, MariaDB under 2.
 std::vector<Database> Databases(std::vector<int> sqliteKinds = {1, 4, 6});
 
+// gtest prints a parameter by its name instead of its bytes.
+inline void PrintTo(const Database& database, std::ostream* out) { *out << database.name; }
+
 std::string DatabaseName(const ::testing::TestParamInfo<Database>& info);
 
 // A table name unique to this process and call: prefix_<pid>_<counter>.
