@@ -25,71 +25,67 @@ uint32_t almEnsureTableExist(CallerToken token, const char* table) {
 
 uint32_t almSetAlarm(CallerToken token, const char* table, const AlarmRecord* records,
                      uint32_t size) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("alm", 1);
-    if (!token || !table || !records || size < kRecordSize) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
+  return RunExport(Export::kAlmSetAlarm, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !records || size < kRecordSize) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
     // The max(id) result stays open beside the inserts.
-    if (!call.Query(3, LargestIdStatement(call.dialect(), table, kWriteBufferSize))) return 1;
+    if (!call.Query(LargestIdStatement(call.dialect(), table, kWriteBufferSize)))
+      return call.failure();
     uint32_t nextId = 0;
     if (!ReadSingleInteger(call.db(), nextId)) return 0;
     const auto* bytes = reinterpret_cast<const unsigned char*>(records);
     for (uint32_t k = 0; k < size / kRecordSize; ++k) {
       const std::string insert =
           InsertStatement(call.dialect(), table, ++nextId, bytes + size_t{k} * kRecordSize);
-      if (!call.Execute(4, insert)) return 1;
+      if (!call.Execute(insert)) return call.failure();
     }
     return 0;
   });
 }
 
 uint32_t almConfirmAlarm(CallerToken token, const char* table, uint32_t id, uint32_t status) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("alm", 5);
-    if (!token || !table || id == 0) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    return call.Execute(3, ConfirmStatement(call.dialect(), table, status, id)) ? 0 : 1;
+  return RunExport(Export::kAlmConfirmAlarm, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || id == 0) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    return call.Execute(ConfirmStatement(call.dialect(), table, status, id)) ? 0 : call.failure();
   });
 }
 
 uint32_t almSetRecoverAlarm(CallerToken token, const char* table, uint32_t id,
                             uint32_t recovertime) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("alm", 8);
-    if (!token || !table || id == 0) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    return call.Execute(3, RecoverStatement(call.dialect(), table, recovertime, id)) ? 0 : 1;
+  return RunExport(Export::kAlmSetRecoverAlarm, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || id == 0) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    return call.Execute(RecoverStatement(call.dialect(), table, recovertime, id)) ? 0
+                                                                                  : call.failure();
   });
 }
 
 uint32_t almDeleteAlarm(CallerToken token, const char* table, const char* sql) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("alm", 6);
-    if (!token || !table || !sql) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    return call.Execute(3, sql) ? 0 : 1;
+  return RunExport(Export::kAlmDeleteAlarm, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !sql) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    return call.Execute(sql) ? 0 : call.failure();
   });
 }
 
 uint32_t almGetLastID(CallerToken token, const char* table) {
-  return Guarded<uint32_t>(0, [&]() -> uint32_t {
-    ExportCall call("alm", 7);
-    if (!token || !table) return call.InvalidParameter(), 0;
-    if (!call.Open()) return 0;
-    if (!call.Query(3, LargestIdStatement(call.dialect(), table, kBufferSize))) return 0;
+  return RunExport(Export::kAlmGetLastID, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(LargestIdStatement(call.dialect(), table, kBufferSize))) return call.failure();
     uint32_t largest = 0;
-    if (!ReadSingleInteger(call.db(), largest)) return call.Fail(4, "failed to get field %d", 1), 0;
+    if (!ReadSingleInteger(call.db(), largest)) return call.FailField(1);
     return largest;
   });
 }
 
 uint32_t almGetAllAlarm(CallerToken token, const char* table, AlarmRecord* records,
                         uint32_t size) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("alm", 2);
-    if (!token || !table || !records || size < kRecordSize) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    if (!call.Query(3, SelectAllStatement(call.dialect(), table))) return 1;
+  return RunExport(Export::kAlmGetAllAlarm, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !records || size < kRecordSize) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(SelectAllStatement(call.dialect(), table))) return call.failure();
     DbConnection& db = call.db();
     const uint32_t rows = std::min(db.CountRows(), size / kRecordSize);
     // Cleared only now: a failed call leaves the caller's buffer as it was.
@@ -106,26 +102,24 @@ uint32_t almGetAllAlarm(CallerToken token, const char* table, AlarmRecord* recor
 
 uint32_t almGetAlarmByQuery(CallerToken token, const char* table, const AlarmQuery* query,
                             AlarmRecord** records, uint32_t* size) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("alm", 3);
-    if (!token || !table || !query || !records || !size) return call.InvalidParameter(), 1;
+  return RunExport(Export::kAlmGetAlarmByQuery, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !query || !records || !size) return call.InvalidParameter();
     *size = 0;
     std::string sql;
     try {
       sql = QueryStatement(call.dialect(), table, query);
     } catch (const std::bad_alloc&) {
-      return call.Fail(4, "failed to alloc memory"), 1;
+      return call.Fail(Serial::kAllocMemory);
     }
-    if (!call.Open()) return 1;
-    if (!call.Query(3, sql)) return 1;
+    if (!call.Open()) return call.failure();
+    if (!call.Query(sql)) return call.failure();
     DbConnection& db = call.db();
     double value = 0.0;
     RowBlock result = ReadRowBlock(db, kRecordSize, [&](unsigned char* record, uint32_t) {
       ReadAlarmRow(db, record, value);
       return true;
     });
-    if (result.status == RowBlock::Status::NoMemory)
-      return call.Fail(4, "failed to alloc memory"), 1;
+    if (result.status == RowBlock::Status::NoMemory) return call.Fail(Serial::kAllocMemory);
     *records = reinterpret_cast<AlarmRecord*>(result.block.release());
     *size = result.rows * kRecordSize;
     return 0;
@@ -133,11 +127,10 @@ uint32_t almGetAlarmByQuery(CallerToken token, const char* table, const AlarmQue
 }
 
 uint32_t almGetAlarmCount(CallerToken token, const char* table) {
-  return Guarded<uint32_t>(0, [&]() -> uint32_t {
-    ExportCall call("alm", 4);
-    if (!token || !table) return call.InvalidParameter(), 0;
-    if (!call.Open()) return 0;
-    if (!call.Query(3, CountStatement(call.dialect(), table))) return 0;
+  return RunExport(Export::kAlmGetAlarmCount, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(CountStatement(call.dialect(), table))) return call.failure();
     uint32_t count = 0;
     ReadSingleInteger(call.db(), count);
     return count;

@@ -7,33 +7,61 @@
 
 namespace scadastore {
 
+uint32_t ExportCall::InvalidParameter() {
+  return Write(code_.serials.Of(Serial::kInvalidParameter), "invalid parameter");
+}
+
 bool ExportCall::Open() {
   if (db_.Open()) return true;
-  Fail(2, "failed to open DSN: %s", Settings().dsn);
+  Write(code_.serials.Of(Serial::kOpenDsn), "failed to open DSN: %s", Settings().dsn);
   return false;
 }
 
-bool ExportCall::Query(int serial, const std::string& sql) {
+bool ExportCall::Query(const std::string& sql) {
   if (db_.OpenQuery(sql.c_str())) return true;
   db_.Close();
-  Fail(serial, "failed to open table: %s", sql.c_str());
+  Fail(Serial::kOpenTable, sql);
   return false;
 }
 
-bool ExportCall::Execute(int serial, const std::string& sql) {
+bool ExportCall::Execute(const std::string& sql) {
   if (db_.Execute(sql.c_str())) return true;
   db_.Close();
-  Fail(serial, "exec error: %s, sql: %s", db_.ErrorText(), sql.c_str());
+  Write(code_.serials.Of(Serial::kExecError), "exec error: %s, sql: %s", db_.ErrorText(),
+        sql.c_str());
   return false;
 }
 
-void ExportCall::Fail(int serial, const char* format, ...) {
+uint32_t ExportCall::Fail(Serial serial, int step) {
+  const int number = code_.serials.Of(serial) + step;
+  switch (serial) {
+    case Serial::kAllocMemory: return Write(number, "failed to alloc memory");
+    case Serial::kCreateSql: return Write(number, "failed to create sql");
+    case Serial::kNoRecord: return Write(number, "no record");
+    case Serial::kInvalidTable: return Write(number, "invalid Norvak data table");
+    case Serial::kIndexPastEnd: return Write(number, "invalid parameter");
+    default: return Write(number, "failed");  // the others carry arguments
+  }
+}
+
+uint32_t ExportCall::Fail(Serial serial, const std::string& sql) {
+  const char* format =
+      serial == Serial::kOpenTable ? "failed to open table: %s" : "failed to create sql: %s";
+  return Write(code_.serials.Of(serial), format, sql.c_str());
+}
+
+uint32_t ExportCall::FailField(int column, int step) {
+  return Write(code_.serials.Of(Serial::kGetField) + step, "failed to get field %d", column);
+}
+
+uint32_t ExportCall::Write(int serial, const char* format, ...) {
   char message[kLastErrorSize];
   va_list args;
   va_start(args, format);
   FormatBoundedV(message, sizeof message, format, args);
   va_end(args);
-  SetCodedError(family_, number_, serial, "%s", message);
+  SetCodedError(code_.family, code_.number, serial, "%s", message);
+  return code_.failure;
 }
 
 }  // namespace scadastore

@@ -6,35 +6,43 @@
 #include <string>
 
 #include "core/connection.h"
+#include "core/export_codes.h"
 #include "core/settings.h"
 
 namespace scadastore {
 
-// One exported call of a family ("alm", "log" or "rcd") with its number.
-// The connection it owns is closed when the call object goes out of scope.
-// Error codes are "[<family><number><serial>]".
+// One exported call with its row of export_codes.h. The connection it owns is
+// closed when the call object goes out of scope. Every Fail... writes the
+// coded text and returns the export's failure value.
 class ExportCall {
  public:
-  ExportCall(const char* family, int number) : family_(family), number_(number) {}
+  explicit ExportCall(const ExportCode& code) : code_(code) {}
 
-  // Serial 01: "invalid parameter".
-  void InvalidParameter() { Fail(1, "invalid parameter"); }
-  // Opens with the settings in force; on failure serial 02 "failed to open DSN: %s".
+  // Serial 01.
+  uint32_t InvalidParameter();
+  // Opens with the settings in force; on failure serial 02 with the DSN.
   bool Open();
-  // OpenQuery; on failure closes and writes "failed to open table: %s".
-  bool Query(int serial, const std::string& sql);
-  // Execute; on failure closes and writes "exec error: %s, sql: %s".
-  bool Execute(int serial, const std::string& sql);
-  // Any other coded text.
-  void Fail(int serial, const char* format, ...) __attribute__((format(printf, 3, 4)));
+  // OpenQuery; on failure closes and writes kOpenTable with the statement.
+  bool Query(const std::string& sql);
+  // Execute; on failure closes and writes kExecError.
+  bool Execute(const std::string& sql);
+  // A message without arguments; `step` counts the serials after the first
+  // of a message the export numbers more than once.
+  uint32_t Fail(Serial serial, int step = 0);
+  // kOpenTable or kCreateSql with the statement.
+  uint32_t Fail(Serial serial, const std::string& sql);
+  // kGetField with the column number.
+  uint32_t FailField(int column, int step = 0);
 
+  uint32_t failure() const { return code_.failure; }
   DbConnection& db() { return db_; }
   SqlDialect dialect() const { return db_.dialect(); }
   DbKind kind() const { return db_.kind(); }
 
  private:
-  const char* family_;
-  int number_;
+  uint32_t Write(int serial, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+  const ExportCode& code_;
   DbConnection db_;
 };
 
@@ -47,6 +55,15 @@ Result Guarded(Result failure, Body&& body) noexcept {
   } catch (...) {
     return failure;
   }
+}
+
+// An export in the frame: body(call) under Guarded with the row's failure value.
+template <class Body>
+uint32_t RunExport(const ExportCode& code, Body&& body) noexcept {
+  return Guarded<uint32_t>(code.failure, [&]() -> uint32_t {
+    ExportCall call(code);
+    return body(call);
+  });
 }
 
 }  // namespace scadastore

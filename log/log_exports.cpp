@@ -25,27 +25,26 @@ uint32_t logEnsureTableExist(CallerToken token, const char* table) {
 
 uint32_t logSetLog(CallerToken token, const char* table, const LogRecord* records,
                    uint32_t size) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("log", 1);
-    if (!token || !table || !records || size < kLogRecordSize) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    if (!call.Query(3, MaxIdStatement(call.dialect(), table, kLongBufferSize))) return 1;
+  return RunExport(Export::kLogSetLog, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !records || size < kLogRecordSize) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(MaxIdStatement(call.dialect(), table, kLongBufferSize))) return call.failure();
     uint32_t id = 0;
     // Without a known highest id nothing is written, and that is no failure.
     if (!ReadSingleInteger(call.db(), id)) return 0;
     for (uint32_t k = 0; k < size / kLogRecordSize; ++k) {
-      if (!call.Execute(4, InsertStatement(call.dialect(), table, ++id, records + k))) return 1;
+      if (!call.Execute(InsertStatement(call.dialect(), table, ++id, records + k)))
+        return call.failure();
     }
     return 0;
   });
 }
 
 uint32_t logGetAllLog(CallerToken token, const char* table, LogRecord* buffer, uint32_t size) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("log", 2);
-    if (!token || !table || !buffer || size < kLogRecordSize) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    if (!call.Query(3, AllEntriesStatement(call.dialect(), table))) return 1;
+  return RunExport(Export::kLogGetAllLog, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !buffer || size < kLogRecordSize) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(AllEntriesStatement(call.dialect(), table))) return call.failure();
     DbConnection& db = call.db();
     const uint32_t rows = std::min(db.CountRows(), size / kLogRecordSize);
     // Cleared only now: a failed call leaves the caller's buffer as it was.
@@ -60,12 +59,12 @@ uint32_t logGetAllLog(CallerToken token, const char* table, LogRecord* buffer, u
 
 uint32_t logGetLogByTime(CallerToken token, const char* table, uint32_t startTime,
                          uint32_t endTime, LogRecord** records, uint32_t* size) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("log", 3);
+  return RunExport(Export::kLogGetLogByTime, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || !size || startTime >= endTime)
-      return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    if (!call.Query(3, TimeRangeStatement(call.dialect(), table, startTime, endTime))) return 1;
+      return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(TimeRangeStatement(call.dialect(), table, startTime, endTime)))
+      return call.failure();
     DbConnection& db = call.db();
     RowBlock result = ReadRowBlock(db, kLogRecordSize, [&](unsigned char* record, uint32_t) {
       ReadLogRecord(db, record);
@@ -73,7 +72,7 @@ uint32_t logGetLogByTime(CallerToken token, const char* table, uint32_t startTim
     });
     // The size goes out in bytes, so a block beyond 4 GiB cannot be handed out.
     if (result.status == RowBlock::Status::NoMemory || result.rows > UINT32_MAX / kLogRecordSize)
-      return call.Fail(4, "failed to alloc memory"), 1;
+      return call.Fail(Serial::kAllocMemory);
     *records = reinterpret_cast<LogRecord*>(result.block.release());
     *size = result.rows * kLogRecordSize;
     return 0;
@@ -81,11 +80,10 @@ uint32_t logGetLogByTime(CallerToken token, const char* table, uint32_t startTim
 }
 
 uint32_t logGetLogCount(CallerToken token, const char* table) {
-  return Guarded<uint32_t>(0, [&]() -> uint32_t {
-    ExportCall call("log", 4);
-    if (!token || !table) return call.InvalidParameter(), 0;
-    if (!call.Open()) return 0;
-    if (!call.Query(3, CountStatement(call.dialect(), table))) return 0;
+  return RunExport(Export::kLogGetLogCount, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(CountStatement(call.dialect(), table))) return call.failure();
     uint32_t count = 0;
     ReadSingleInteger(call.db(), count);
     return count;
@@ -93,23 +91,21 @@ uint32_t logGetLogCount(CallerToken token, const char* table) {
 }
 
 uint32_t logGetLastID(CallerToken token, const char* table) {
-  return Guarded<uint32_t>(0, [&]() -> uint32_t {
-    ExportCall call("log", 5);
-    if (!token || !table) return call.InvalidParameter(), 0;
-    if (!call.Open()) return 0;
-    if (!call.Query(3, MaxIdStatement(call.dialect(), table, kShortBufferSize))) return 0;
+  return RunExport(Export::kLogGetLastID, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(MaxIdStatement(call.dialect(), table, kShortBufferSize))) return call.failure();
     uint32_t lastId = 0;
-    if (!ReadSingleInteger(call.db(), lastId)) return call.Fail(4, "failed to get field %d", 1), 0;
+    if (!ReadSingleInteger(call.db(), lastId)) return call.FailField(1);
     return lastId;
   });
 }
 
 uint32_t logDeleteLog(CallerToken token, const char* table, const char* sql) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("log", 6);
-    if (!token || !table || !sql) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    return call.Execute(3, sql) ? 0 : 1;
+  return RunExport(Export::kLogDeleteLog, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !sql) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    return call.Execute(sql) ? 0 : call.failure();
   });
 }
 

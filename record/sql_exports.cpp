@@ -42,11 +42,10 @@ extern "C" {
 uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
                           const char* timeColumns, uint32_t* rowCount, uint32_t* fieldCount,
                           uint32_t** offsets, char** text, uint32_t* textLength) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("rcd", 15);
-    if (!token || !table || !sql) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
-    if (!call.Query(3, sql)) return 1;
+  return RunExport(Export::kSgGetRecordBySQL, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !sql) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(sql)) return call.failure();
     DbConnection& db = call.db();
     int columns = db.ColumnCount();
     uint32_t rows = db.CountRows();
@@ -58,15 +57,15 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
 
     TextTableBuilder builder;
     if (!builder.AllocateOffsets(rows, static_cast<uint32_t>(columns)))
-      return call.Fail(4, "failed to alloc memory"), 1;
-    if (!builder.AllocateText(rows)) return call.Fail(5, "failed to alloc memory"), 1;
-    // Serial of a failed append: the first when doubling is not enough, the
-    // second when the allocation is refused.
-    auto appended = [&](std::string_view piece, int tooLargeSerial) {
+      return call.Fail(Serial::kAllocMemory);
+    if (!builder.AllocateText(rows)) return call.Fail(Serial::kAllocMemory, 1);
+    // Serial step of a failed append: the first when doubling is not enough,
+    // the second when the allocation is refused.
+    auto appended = [&](std::string_view piece, int tooLargeStep) {
       TextTableBuilder::AppendResult result = builder.Append(piece);
       if (result == TextTableBuilder::AppendResult::Appended) return true;
       bool tooLarge = result == TextTableBuilder::AppendResult::TooLarge;
-      call.Fail(tooLarge ? tooLargeSerial : tooLargeSerial + 1, "failed to alloc memory");
+      call.Fail(Serial::kAllocMemory, tooLarge ? tooLargeStep : tooLargeStep + 1);
       return false;
     };
 
@@ -75,7 +74,7 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
     uint32_t kept = 0;
     for (int c = 0; c < columns; ++c) {
       if (kinds[c] == CellKind::Skipped) continue;
-      if (!appended(names[c], 6)) return 1;
+      if (!appended(names[c], 2)) return call.failure();
       ++kept;
     }
 
@@ -90,7 +89,7 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
           ReadDateTimeCell(db, column, cell);
         else
           db.GetString(column, cell, kCellBuffer);
-        if (!appended(cell, 8)) return 1;
+        if (!appended(cell, 4)) return call.failure();
       }
     }
 

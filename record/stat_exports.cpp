@@ -1,6 +1,5 @@
 // The interval statistics exports: one aggregate statement per slot, all
-// slots of a call on one connection. Their error serials are shared:
-// 01 invalid parameter, 02 open, 03 open table, 04 read, 05 build.
+// slots of a call on one connection.
 #include <algorithm>
 #include <utility>
 #include <vector>
@@ -35,7 +34,7 @@ bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<Co
   StatStatement statement =
       StatementBuilder(call.dialect(), table, statistic, interval.first, interval.second);
   if (!statement.complete) {
-    call.Fail(5, "failed to create sql: %s", statement.text.c_str());
+    call.Fail(Serial::kCreateSql, statement.text);
     return false;
   }
   // Most databases reject the empty select list of a table without float
@@ -44,17 +43,17 @@ bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<Co
     return column.type == SCADASTORE_VALUE_FLOAT;
   });
   if (!hasFloat) {
-    call.Fail(3, "failed to open table: %s", statement.text.c_str());
+    call.Fail(Serial::kOpenTable, statement.text);
     return false;
   }
-  if (!call.Query(3, statement.text)) return false;
+  if (!call.Query(statement.text)) return false;
   DbConnection& db = call.db();
   db.MoveToFirstRow();
   uint16_t resultColumn = 1;
   for (const ColumnLayout& column : layout) {
     if (column.type != SCADASTORE_VALUE_FLOAT) continue;
     if (!db.GetDouble(resultColumn, BytesAt(slot, column.offset), sizeof(double))) {
-      call.Fail(4, "failed to get field %d", resultColumn);
+      call.FailField(resultColumn);
       return false;
     }
     ++resultColumn;
@@ -66,22 +65,21 @@ bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<Co
 // back in `buffer`, slot k over intervalOf(k). `argumentsValid` is the
 // export's own check of its further arguments.
 template <class IntervalOf>
-uint32_t FillSlots(int number, CallerToken token, const DataTableInfo* table, uint32_t statKind,
-                   bool argumentsValid, void* buffer, uint32_t size, int64_t slotCount,
-                   IntervalOf&& intervalOf) {
-  return Guarded<uint32_t>(1, [&]() -> uint32_t {
-    ExportCall call("rcd", number);
+uint32_t FillSlots(const ExportCode& code, CallerToken token, const DataTableInfo* table,
+                   uint32_t statKind, bool argumentsValid, void* buffer, uint32_t size,
+                   int64_t slotCount, IntervalOf&& intervalOf) {
+  return RunExport(code, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !buffer || !argumentsValid || slotCount < 0 ||
         slotCount * int64_t{table->recordSize} != int64_t{size})
-      return call.InvalidParameter(), 1;
+      return call.InvalidParameter();
     std::vector<ColumnLayout> layout = Layout(*table);
     // A recordSize too small for the values would overrun the caller's buffer.
-    if (table->recordSize < PackedRecordSize(layout)) return call.InvalidParameter(), 1;
-    if (!call.Open()) return 1;
+    if (table->recordSize < PackedRecordSize(layout)) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
     Statistic statistic = ResolveStatistic(statKind, table->statMode);
     auto* slot = static_cast<unsigned char*>(buffer);
     for (int64_t k = 0; k < slotCount; ++k, slot += table->recordSize)
-      if (!FillSlot(call, *table, layout, statistic, slot, intervalOf(k))) return 1;
+      if (!FillSlot(call, *table, layout, statistic, slot, intervalOf(k))) return call.failure();
     return 0;
   });
 }
@@ -102,21 +100,21 @@ uint32_t sgGetRecordStatValueOfInterval(CallerToken token, const DataTableInfo* 
                                         uint32_t statKind, int32_t startTime, int32_t endTime,
                                         DataRecord* record, uint32_t size) {
   Interval interval(static_cast<uint32_t>(startTime), static_cast<uint32_t>(endTime));
-  return FillSlots(14, token, table, statKind, startTime <= endTime, record, size, 1,
-                   [&](int64_t) { return interval; });
+  return FillSlots(Export::kSgGetRecordStatValueOfInterval, token, table, statKind,
+                   startTime <= endTime, record, size, 1, [&](int64_t) { return interval; });
 }
 
 uint32_t sgGetRecord_Day(CallerToken token, const DataTableInfo* table, uint32_t, uint32_t startTime,
                          uint32_t, uint32_t, uint32_t, void* slots, uint32_t size) {
-  return FillSlots(5, token, table, kTableStatistic, true, slots, size, 24,
+  return FillSlots(Export::kSgGetRecordDay, token, table, kTableStatistic, true, slots, size, 24,
                    FixedSlots(startTime, kSecondsPerHour));
 }
 
 uint32_t sgGetRecord_Month(CallerToken token, const DataTableInfo* table, uint32_t,
                            uint32_t startTime, uint32_t, uint32_t, int32_t days, void* slots,
                            uint32_t size) {
-  return FillSlots(6, token, table, kTableStatistic, true, slots, size, days,
-                   FixedSlots(startTime, kSecondsPerDay));
+  return FillSlots(Export::kSgGetRecordMonth, token, table, kTableStatistic, true, slots, size,
+                   days, FixedSlots(startTime, kSecondsPerDay));
 }
 
 uint32_t sgGetRecord_Year(CallerToken token, const DataTableInfo* table, uint32_t,
@@ -126,10 +124,11 @@ uint32_t sgGetRecord_Year(CallerToken token, const DataTableInfo* table, uint32_
     for (int m = 1; m <= month; ++m) days += DaysInMonth(year, m);
     return days;
   };
-  return FillSlots(7, token, table, kTableStatistic, true, slots, size, 12, [&](int64_t k) {
-    return Interval(startTime + kSecondsPerDay * dayOfMonthStart(k),
-                    startTime + kSecondsPerDay * dayOfMonthStart(k + 1));
-  });
+  return FillSlots(Export::kSgGetRecordYear, token, table, kTableStatistic, true, slots, size, 12,
+                   [&](int64_t k) {
+                     return Interval(startTime + kSecondsPerDay * dayOfMonthStart(k),
+                                     startTime + kSecondsPerDay * dayOfMonthStart(k + 1));
+                   });
 }
 
 }  // extern "C"
