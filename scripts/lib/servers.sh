@@ -5,16 +5,11 @@
 # PostgreSQL runs as the user postgres, MariaDB as mysql; both listen on free
 # ports of 127.0.0.1 only, with their data in temporary directories.
 #
-#   install_missing_packages          apt-get only what dpkg-query says is missing
 #   start_servers STATE STRICT        start (or keep) both servers, record them in STATE
 #   stop_servers STATE                stop what STATE records, remove the data
 #   write_odbc_files DIR STATE        DIR/odbcinst.ini, DIR/odbc.ini, DIR/test-env.sh
 #
 # Every function returns non-zero on failure and never exits the caller's shell.
-
-SCADASTORE_PACKAGES=(unixodbc unixodbc-dev libsqliteodbc odbc-postgresql odbc-mariadb
-  mariadb-server mariadb-client postgresql cmake g++ make libgtest-dev libbenchmark-dev
-  libcli11-dev libfmt-dev nlohmann-json3-dev sqlite3 libsqlite3-dev procps)
 
 # mariadbd and runuser live in /usr/sbin, which a minimal PATH may lack.
 case ":$PATH:" in *:/usr/sbin:*) ;; *) PATH=$PATH:/usr/sbin:/sbin ;; esac
@@ -40,24 +35,6 @@ show_log_tail() {
   echo "---- last $lines lines of $file" >&2
   tail -n "$lines" "$file" >&2
   echo "----" >&2
-}
-
-install_missing_packages() {
-  local missing=() package installed
-  installed=" $(dpkg-query -W -f='${Package}:${db:Status-Abbrev}\n' "${SCADASTORE_PACKAGES[@]}" 2>/dev/null \
-    | sed -n 's/^\([^:]*\):ii *$/\1/p' | tr '\n' ' ')"
-  for package in "${SCADASTORE_PACKAGES[@]}"; do
-    case "$installed" in *" $package "*) ;; *) missing+=("$package") ;; esac
-  done
-  [ ${#missing[@]} -eq 0 ] && return 0
-  log "installing ${missing[*]}"
-  if [ "$(id -u)" -ne 0 ]; then
-    error "missing packages: ${missing[*]} (run as root to install them)"
-    return 1
-  fi
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq || return 1
-  apt-get install -y -qq --no-install-recommends "${missing[@]}" </dev/null || return 1
 }
 
 # --- ports --------------------------------------------------------------------

@@ -369,7 +369,7 @@ void Report(Context& context, const DataTable& table, const Recorder& recorder, 
   Print(summary, display, std::cout);
 }
 
-void RunDemo(Context& context) {
+void RunDemo(Context& context, const std::string& dayText) {
   auto started = std::chrono::steady_clock::now();
   context.session.Connect();
   if (!context.session.CanBatch())
@@ -377,9 +377,9 @@ void RunDemo(Context& context) {
                        " stores samples one by one; use a kind from 2 to 5 (--sqlite uses 3)");
   CallerToken token = context.session.token();
 
-  time_t yesterday = std::time(nullptr) - kDay;
+  time_t dayTime = dayText.empty() ? std::time(nullptr) - kDay : ParseTime(dayText, "--day");
   std::tm local;
-  localtime_r(&yesterday, &local);
+  localtime_r(&dayTime, &local);
   uint32_t day = LocalStart(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
 
   std::vector<Column> columns;
@@ -435,12 +435,14 @@ void RunDemo(Context& context) {
 void AddDemoCommand(CLI::App& app, Context& context) {
   CLI::App* demo = AddCommand(
       app, "demo",
-      "Play a small plant (4 stations x 8 tags) for one day, yesterday in local time: "
+      "Play a small plant (4 stations x 8 tags) for one local day (yesterday or --day): "
       "1-second samples written in batches, alarms raised, confirmed and recovered, operator "
       "log entries; then report what the store reads back. The tables plant, plant_alarms "
       "and plant_log are replaced",
-      "scadastore --sqlite build/demo.db demo");
-  demo->callback([&context] { RunDemo(context); });
+      "scadastore --sqlite build/demo.db demo --day 2024-05-01");
+  auto dayText = std::make_shared<std::string>();
+  demo->add_option("--day", *dayText, "the local day to play, YYYY-MM-DD (default: yesterday)");
+  demo->callback([&context, dayText] { RunDemo(context, *dayText); });
 }
 
 }  // namespace scadastore::cli
