@@ -6,6 +6,7 @@
 
 #include "alarm/alarm_record.h"
 #include "alarm/alarm_statements.h"
+#include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/row_reader.h"
 #include "core/table_creation.h"
@@ -19,7 +20,7 @@ extern "C" {
 uint32_t almEnsureTableExist(CallerToken token, const char* table) {
   return Guarded<uint32_t>(1, [&]() -> uint32_t {
     if (!token || !table) return 1;
-    return EnsureTableExists(table, CreateTableStatement, CreateIndexStatement) ? 0 : 1;
+    return EnsureTableExists(table, CreateTableStatement) ? 0 : 1;
   });
 }
 
@@ -29,14 +30,14 @@ uint32_t almSetAlarm(CallerToken token, const char* table, const AlarmRecord* re
     if (!token || !table || !records || size < kRecordSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     // The max(id) result stays open beside the inserts.
-    if (!call.Query(LargestIdStatement(call.dialect(), table, kWriteBufferSize)))
+    if (!call.Query(LargestIdStatement(call.kind(), table, kWriteBufferSize)))
       return call.failure();
     uint32_t nextId = 0;
     if (!ReadSingleInteger(call.db(), nextId)) return 0;
     const auto* bytes = reinterpret_cast<const unsigned char*>(records);
     for (uint32_t k = 0; k < size / kRecordSize; ++k) {
-      const std::string insert =
-          InsertStatement(call.dialect(), table, ++nextId, bytes + size_t{k} * kRecordSize);
+      const Statement insert =
+          InsertStatement(call.kind(), table, ++nextId, bytes + size_t{k} * kRecordSize);
       if (!call.Execute(insert)) return call.failure();
     }
     return 0;
@@ -47,7 +48,7 @@ uint32_t almConfirmAlarm(CallerToken token, const char* table, uint32_t id, uint
   return RunExport(Export::kAlmConfirmAlarm, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || id == 0) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    return call.Execute(ConfirmStatement(call.dialect(), table, status, id)) ? 0 : call.failure();
+    return call.Execute(ConfirmStatement(call.kind(), table, status, id)) ? 0 : call.failure();
   });
 }
 
@@ -56,7 +57,7 @@ uint32_t almSetRecoverAlarm(CallerToken token, const char* table, uint32_t id,
   return RunExport(Export::kAlmSetRecoverAlarm, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || id == 0) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    return call.Execute(RecoverStatement(call.dialect(), table, recovertime, id)) ? 0
+    return call.Execute(RecoverStatement(call.kind(), table, recovertime, id)) ? 0
                                                                                   : call.failure();
   });
 }
@@ -65,7 +66,7 @@ uint32_t almDeleteAlarm(CallerToken token, const char* table, const char* sql) {
   return RunExport(Export::kAlmDeleteAlarm, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !sql) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    return call.Execute(sql) ? 0 : call.failure();
+    return call.Execute({sql}) ? 0 : call.failure();
   });
 }
 
@@ -73,7 +74,7 @@ uint32_t almGetLastID(CallerToken token, const char* table) {
   return RunExport(Export::kAlmGetLastID, [&](ExportCall& call) -> uint32_t {
     if (!token || !table) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(LargestIdStatement(call.dialect(), table, kBufferSize))) return call.failure();
+    if (!call.Query(LargestIdStatement(call.kind(), table))) return call.failure();
     uint32_t largest = 0;
     if (!ReadSingleInteger(call.db(), largest)) return call.FailField(1);
     return largest;
@@ -85,7 +86,7 @@ uint32_t almGetAllAlarm(CallerToken token, const char* table, AlarmRecord* recor
   return RunExport(Export::kAlmGetAllAlarm, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || size < kRecordSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(SelectAllStatement(call.dialect(), table))) return call.failure();
+    if (!call.Query(SelectAllStatement(call.kind(), table))) return call.failure();
     DbConnection& db = call.db();
     const uint32_t rows = std::min(db.CountRows(), size / kRecordSize);
     // Cleared only now: a failed call leaves the caller's buffer as it was.
@@ -105,14 +106,14 @@ uint32_t almGetAlarmByQuery(CallerToken token, const char* table, const AlarmQue
   return RunExport(Export::kAlmGetAlarmByQuery, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !query || !records || !size) return call.InvalidParameter();
     *size = 0;
-    std::string sql;
+    Statement sql;
     try {
-      sql = QueryStatement(call.dialect(), table, query);
+      sql = QueryStatement(call.kind(), table, query);
     } catch (const std::bad_alloc&) {
       return call.Fail(Serial::kAllocMemory);
     }
     if (!call.Open()) return call.failure();
-    if (!call.Query(sql)) return call.failure();
+    if (!call.Query({sql})) return call.failure();
     DbConnection& db = call.db();
     double value = 0.0;
     RowBlock result = ReadRowBlock(db, kRecordSize, [&](unsigned char* record, uint32_t) {
@@ -130,7 +131,7 @@ uint32_t almGetAlarmCount(CallerToken token, const char* table) {
   return RunExport(Export::kAlmGetAlarmCount, [&](ExportCall& call) -> uint32_t {
     if (!token || !table) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(CountStatement(call.dialect(), table))) return call.failure();
+    if (!call.Query(CountStatement(call.kind(), table))) return call.failure();
     uint32_t count = 0;
     ReadSingleInteger(call.db(), count);
     return count;

@@ -4,6 +4,7 @@
 
 #include "alarm/alarm_record.h"
 #include "core/bytes.h"
+#include "core/common_statements.h"
 #include "core/sql_text.h"
 #include "scadastore.h"
 
@@ -19,17 +20,18 @@ std::string Text(SqlDialect dialect, const void* base, size_t offset, size_t wid
 // " or " between the items; one item takes its bare form, several their
 // parenthesised form. `item(i, parenthesised)` formats entry i.
 template <class Item>
-std::string JoinItems(std::string condition, uint32_t count, Item&& item) {
+Statement JoinItems(Statement condition, uint32_t count, Item&& item) {
   for (uint32_t i = 0; i < count; ++i) {
-    if (i > 0) condition += " or ";
+    if (i > 0) condition.text += " or ";
     condition += item(i, count > 1);
   }
-  return condition + ")";
+  condition.text += ")";
+  return condition;
 }
 
 // The one list condition of a query: the first set list bit in the order
 // types, stations, station tags, points decides, even when its list is empty.
-std::string ListCondition(SqlDialect dialect, const void* query) {
+Statement ListCondition(SqlDialect dialect, const void* query) {
   const uint32_t filter = LoadField<uint32_t>(query, offsetof(AlarmQuery, filter));
   const uint32_t typeCount = LoadField<uint32_t>(query, offsetof(AlarmQuery, typeCount));
   const uint32_t stationCount = LoadField<uint32_t>(query, offsetof(AlarmQuery, stationCount));
@@ -42,17 +44,17 @@ std::string ListCondition(SqlDialect dialect, const void* query) {
 
   if (filter & SCADASTORE_FILTER_ALARM_TYPES) {
     if (typeCount == 0) return {};
-    return JoinItems(" and (", typeCount, [&](uint32_t i, bool parenthesised) {
+    return JoinItems({" and ("}, typeCount, [&](uint32_t i, bool parenthesised) {
       const int32_t type = LoadField<int32_t>(query, typesAt + 4 * size_t{i});
-      return FormatStatement(dialect, kBufferSize,
+      return FormatStatement(dialect, kStatementSize,
                              parenthesised ? "(`alarmtype` = %d)" : "`alarmtype` = %d", type);
     });
   }
   if (filter & SCADASTORE_FILTER_STATIONS) {
     if (stationCount == 0) return {};
-    return JoinItems(" and (", stationCount, [&](uint32_t i, bool parenthesised) {
+    return JoinItems({" and ("}, stationCount, [&](uint32_t i, bool parenthesised) {
       const std::string station = Text(dialect, query, stationsAt + kNameWidth * i, kNameWidth);
-      return FormatStatement(dialect, kBufferSize,
+      return FormatStatement(dialect, kStatementSize,
                              parenthesised ? "(`station` = '%s')" : "`station` = '%s'",
                              station.c_str());
     });
@@ -60,23 +62,23 @@ std::string ListCondition(SqlDialect dialect, const void* query) {
   if (filter & SCADASTORE_FILTER_STATION_TAGS) {
     if (stationCount != 1 || tagCount == 0) return {};
     const std::string station = Text(dialect, query, stationsAt, kNameWidth);
-    std::string opening = FormatStatement(dialect, kBufferSize, " and (`station` = '%s') and (",
+    Statement opening = FormatStatement(dialect, kStatementSize, " and (`station` = '%s') and (",
                                           station.c_str());
     return JoinItems(std::move(opening), tagCount, [&](uint32_t i, bool parenthesised) {
       const std::string tag = Text(dialect, query, tagsAt + kNameWidth * i, kNameWidth);
-      return FormatStatement(dialect, kBufferSize, parenthesised ? "(`tag` = '%s')" : "`tag` = '%s'",
+      return FormatStatement(dialect, kStatementSize, parenthesised ? "(`tag` = '%s')" : "`tag` = '%s'",
                              tag.c_str());
     });
   }
   if (filter & SCADASTORE_FILTER_POINTS) {
     if (pointCount == 0) return {};
-    return JoinItems(" and (", pointCount, [&](uint32_t i, bool parenthesised) {
+    return JoinItems({" and ("}, pointCount, [&](uint32_t i, bool parenthesised) {
       const size_t at = pointsAt + sizeof(PointKey) * i;
       const std::string station = Text(dialect, query, at + offsetof(PointKey, station), kNameWidth);
       const std::string tag = Text(dialect, query, at + offsetof(PointKey, tag), kNameWidth);
       const int tagtype = LoadField<uint16_t>(query, at + offsetof(PointKey, tagtype));
       return FormatStatement(
-          dialect, kBufferSize,
+          dialect, kStatementSize,
           parenthesised ? "((`station` = '%s') and (`tag` = '%s') and (`tagtype` = %d))"
                         : "(`station` = '%s') and (`tag` = '%s') and (`tagtype` = %d)",
           station.c_str(), tag.c_str(), tagtype);
@@ -87,29 +89,19 @@ std::string ListCondition(SqlDialect dialect, const void* query) {
 
 }  // namespace
 
-std::string CreateTableStatement(SqlDialect dialect, const char* table) {
-  const char* options = dialect == SqlDialect::Backtick ? " ENGINE=InnoDB DEFAULT CHARSET=utf8" : "";
+Statement CreateTableStatement(DbKind kind, const char* table) {
   return FormatStatement(
-      dialect, kCreateBufferSize,
+      DialectOf(kind), kCreateBufferSize,
       "create table `%s` (`id` integer NOT NULL PRIMARY KEY, `station` varchar(32), "
       "`tag` varchar(32), `tagtype` integer, `alarmtype` integer, `value` float, "
       "`status` integer, `recovertime` integer, `arisetime` integer, `ip` integer, "
       "`description` varchar(128), `millisecond` integer, `batch` varchar(64), "
-      "`alarmlevel` integer, `rsvd` varchar(128))%s",
-      table, options);
+      "`alarmlevel` integer, `rsvd` varchar(128))%s%s",
+      table, HasTableOptions(kind) ? " " : "", TableOptions(kind));
 }
 
-std::string CreateIndexStatement(SqlDialect dialect, const char* table) {
-  return FormatStatement(dialect, kBufferSize, "create index `idx_%s` on `%s` (`id`)", table,
-                         table);
-}
-
-std::string LargestIdStatement(SqlDialect dialect, const char* table, uint32_t bufferSize) {
-  return FormatStatement(dialect, bufferSize, "select max(`id`) from `%s`", table);
-}
-
-std::string InsertStatement(SqlDialect dialect, const char* table, uint32_t id,
-                            const void* record) {
+Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record) {
+  const SqlDialect dialect = DialectOf(kind);
   auto number = [&](size_t offset) { return LoadField<uint32_t>(record, offset); };
   auto text = [&](size_t offset, size_t width) { return Text(dialect, record, offset, width); };
   // The value travels in single precision, printed from the float.
@@ -130,36 +122,28 @@ std::string InsertStatement(SqlDialect dialect, const char* table, uint32_t id,
       number(offsetof(AlarmRecord, alarmlevel)));
 }
 
-std::string ConfirmStatement(SqlDialect dialect, const char* table, uint32_t status, uint32_t id) {
-  return FormatStatement(dialect, kBufferSize, "update `%s` set `status`=%u where `id`=%u", table,
+Statement ConfirmStatement(DbKind kind, const char* table, uint32_t status, uint32_t id) {
+  return FormatStatement(DialectOf(kind), kStatementSize, "update `%s` set `status`=%u where `id`=%u", table,
                          status, id);
 }
 
-std::string RecoverStatement(SqlDialect dialect, const char* table, uint32_t recovertime,
-                             uint32_t id) {
-  return FormatStatement(dialect, kBufferSize, "update `%s` set `recovertime`=%u where `id`=%u",
+Statement RecoverStatement(DbKind kind, const char* table, uint32_t recovertime, uint32_t id) {
+  return FormatStatement(DialectOf(kind), kStatementSize, "update `%s` set `recovertime`=%u where `id`=%u",
                          table, recovertime, id);
 }
 
-std::string SelectAllStatement(SqlDialect dialect, const char* table) {
-  return FormatStatement(dialect, kBufferSize, "select * from `%s` order by `id` asc", table);
-}
-
-std::string CountStatement(SqlDialect dialect, const char* table) {
-  return FormatStatement(dialect, kBufferSize, "select count(*) from `%s`", table);
-}
-
-std::string QueryStatement(SqlDialect dialect, const char* table, const void* query) {
+Statement QueryStatement(DbKind kind, const char* table, const void* query) {
+  const SqlDialect dialect = DialectOf(kind);
   const uint32_t filter = LoadField<uint32_t>(query, offsetof(AlarmQuery, filter));
   const int minimumLevel = static_cast<int>((filter >> 8) & 0xFF);
-  std::string sql = FormatStatement(
-      dialect, kBufferSize, "select * from `%s` where (`arisetime` >= %u) and (`arisetime` <= %u)",
+  Statement sql = FormatStatement(
+      dialect, kStatementSize, "select * from `%s` where (`arisetime` >= %u) and (`arisetime` <= %u)",
       table, LoadField<uint32_t>(query, offsetof(AlarmQuery, startTime)),
       LoadField<uint32_t>(query, offsetof(AlarmQuery, endTime)));
   if (minimumLevel != 0)
-    sql += FormatStatement(dialect, kBufferSize, " and (`alarmlevel` >= %d)", minimumLevel);
+    sql += FormatStatement(dialect, kStatementSize, " and (`alarmlevel` >= %d)", minimumLevel);
   sql += ListCondition(dialect, query);
-  sql += FormatStatement(dialect, kBufferSize, " order by `id` asc");
+  sql += FormatStatement(dialect, kStatementSize, " order by `id` asc");
   return sql;
 }
 

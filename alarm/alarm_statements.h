@@ -1,5 +1,5 @@
-// Statement texts of the alarm family, as pure functions of the dialect and
-// the caller's inputs. Each fixed statement is cut like the bounded buffer
+// Statement texts of the alarm family, as pure functions of the kind and the
+// caller's inputs (the shared ones are in core/common_statements.h). Each fixed statement is cut like the bounded buffer
 // named beside it; caller texts are escaped for their single quotes.
 #pragma once
 
@@ -7,27 +7,23 @@
 #include <string>
 
 #include "core/settings.h"
+#include "core/sql_text.h"
 
 namespace scadastore::alarm {
 
 constexpr uint32_t kCreateBufferSize = 512;
 constexpr uint32_t kWriteBufferSize = 2048;  // almSetAlarm: largest id and inserts
-constexpr uint32_t kBufferSize = 256;        // every other statement and query piece
 
-std::string CreateTableStatement(SqlDialect dialect, const char* table);
-std::string CreateIndexStatement(SqlDialect dialect, const char* table);
-std::string LargestIdStatement(SqlDialect dialect, const char* table, uint32_t bufferSize);
+Statement CreateTableStatement(DbKind kind, const char* table);
 // `record` is one AlarmRecord of the caller's buffer; its id is not read.
-std::string InsertStatement(SqlDialect dialect, const char* table, uint32_t id,
-                            const void* record);
-std::string ConfirmStatement(SqlDialect dialect, const char* table, uint32_t status, uint32_t id);
-std::string RecoverStatement(SqlDialect dialect, const char* table, uint32_t recovertime,
-                             uint32_t id);
-std::string SelectAllStatement(SqlDialect dialect, const char* table);
-std::string CountStatement(SqlDialect dialect, const char* table);
+Statement InsertStatement(DbKind kind, const char* table, uint32_t id,
+                          const void* record);
+Statement ConfirmStatement(DbKind kind, const char* table, uint32_t status, uint32_t id);
+Statement RecoverStatement(DbKind kind, const char* table, uint32_t recovertime, uint32_t id);
 
 // The select of an AlarmQuery: its 32-byte head and the lists that follow.
-// Unbounded; each piece is cut at kBufferSize - 1 characters.
-std::string QueryStatement(SqlDialect dialect, const char* table, const void* query);
+// Unbounded; each piece is cut at kStatementSize - 1 characters, and the
+// statement is then incomplete.
+Statement QueryStatement(DbKind kind, const char* table, const void* query);
 
 }  // namespace scadastore::alarm

@@ -1,12 +1,12 @@
 // The db* exports: configuration, last error, table lookup and removal.
 #include "scadastore.h"
 
+#include "core/common_statements.h"
 #include "core/connection.h"
 #include "core/export_call.h"
 #include "core/format.h"
 #include "core/last_error.h"
 #include "core/settings.h"
-#include "core/sql_text.h"
 
 using namespace scadastore;
 
@@ -40,8 +40,7 @@ uint32_t dbRemoveTable(CallerToken token, const char* tableName, char* errorText
     if (token == nullptr || tableName == nullptr) return 1;
     DbConnection db;
     if (!db.Open()) return 1;
-    std::string sql = FormatStatement(db.dialect(), 256, "drop table `%s`", tableName);
-    if (db.Execute(sql.c_str())) return 0;
+    if (db.Execute(DropTableStatement(db.kind(), tableName).text.c_str())) return 0;
     if (errorText != nullptr) FormatBounded(errorText, errorTextSize, "%s", db.ErrorText());
     return 1;
   });

@@ -17,18 +17,18 @@ bool ExportCall::Open() {
   return false;
 }
 
-bool ExportCall::Query(const std::string& sql) {
-  if (db_.OpenQuery(sql.c_str())) return true;
+bool ExportCall::Query(const Statement& sql) {
+  if (db_.OpenQuery(sql.text.c_str())) return true;
   db_.Close();
   Fail(Serial::kOpenTable, sql);
   return false;
 }
 
-bool ExportCall::Execute(const std::string& sql) {
-  if (db_.Execute(sql.c_str())) return true;
+bool ExportCall::Execute(const Statement& sql) {
+  if (db_.Execute(sql.text.c_str())) return true;
   db_.Close();
   Write(code_.serials.Of(Serial::kExecError), "exec error: %s, sql: %s", db_.ErrorText(),
-        sql.c_str());
+        sql.text.c_str());
   return false;
 }
 
@@ -44,10 +44,10 @@ uint32_t ExportCall::Fail(Serial serial, int step) {
   }
 }
 
-uint32_t ExportCall::Fail(Serial serial, const std::string& sql) {
+uint32_t ExportCall::Fail(Serial serial, const Statement& sql) {
   const char* format =
       serial == Serial::kOpenTable ? "failed to open table: %s" : "failed to create sql: %s";
-  return Write(code_.serials.Of(serial), format, sql.c_str());
+  return Write(code_.serials.Of(serial), format, sql.text.c_str());
 }
 
 uint32_t ExportCall::FailField(int column, int step) {

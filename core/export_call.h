@@ -8,6 +8,7 @@
 #include "core/connection.h"
 #include "core/export_codes.h"
 #include "core/settings.h"
+#include "core/sql_text.h"
 
 namespace scadastore {
 
@@ -23,20 +24,19 @@ class ExportCall {
   // Opens with the settings in force; on failure serial 02 with the DSN.
   bool Open();
   // OpenQuery; on failure closes and writes kOpenTable with the statement.
-  bool Query(const std::string& sql);
+  bool Query(const Statement& sql);
   // Execute; on failure closes and writes kExecError.
-  bool Execute(const std::string& sql);
+  bool Execute(const Statement& sql);
   // A message without arguments; `step` counts the serials after the first
   // of a message the export numbers more than once.
   uint32_t Fail(Serial serial, int step = 0);
   // kOpenTable or kCreateSql with the statement.
-  uint32_t Fail(Serial serial, const std::string& sql);
+  uint32_t Fail(Serial serial, const Statement& sql);
   // kGetField with the column number.
   uint32_t FailField(int column, int step = 0);
 
   uint32_t failure() const { return code_.failure; }
   DbConnection& db() { return db_; }
-  SqlDialect dialect() const { return db_.dialect(); }
   DbKind kind() const { return db_.kind(); }
 
  private:

@@ -20,15 +20,15 @@ std::string DialectTemplate(SqlDialect dialect, const char* backtickTemplate) {
   return converted;
 }
 
-std::string FormatStatement(SqlDialect dialect, uint32_t bufferSize,
-                            const char* backtickTemplate, ...) {
+Statement FormatStatement(SqlDialect dialect, uint32_t bufferSize, const char* backtickTemplate,
+                          ...) {
   std::string format = DialectTemplate(dialect, backtickTemplate);
   std::vector<char> buffer(bufferSize, '\0');
   va_list args;
   va_start(args, backtickTemplate);
-  FormatBoundedV(buffer.data(), bufferSize, format.c_str(), args);
+  const bool complete = FormatBoundedV(buffer.data(), bufferSize, format.c_str(), args) >= 0;
   va_end(args);
-  return std::string(buffer.data());
+  return {std::string(buffer.data()), complete};
 }
 
 std::string EscapeText(SqlDialect dialect, std::string_view text) {

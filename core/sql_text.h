@@ -9,14 +9,30 @@
 
 namespace scadastore {
 
+// What every statement builder returns: the text, and whether it was built
+// whole. An incomplete text was cut at its buffer or stopped at a limit.
+struct Statement {
+  std::string text;
+  bool complete = true;
+
+  // Appends a piece; the whole is complete only when every piece is.
+  Statement& operator+=(const Statement& piece) {
+    text += piece.text;
+    complete = complete && piece.complete;
+    return *this;
+  }
+};
+
+// The buffer of the short statements (lookups, counts, deletes by id).
+constexpr uint32_t kStatementSize = 256;
+
 // Formats a statement written in the backtick dialect into a zeroed buffer of
 // `bufferSize` bytes with FormatBounded, each backtick of the template replaced
 // by the dialect's opening or closing quote (alternately). Arguments are never
-// rewritten, so a table name is used exactly as given. The result is the text
-// as the bounded buffer holds it (cut at bufferSize - 1 characters).
-std::string FormatStatement(SqlDialect dialect, uint32_t bufferSize,
-                            const char* backtickTemplate, ...)
-    __attribute__((format(printf, 3, 4)));
+// rewritten, so a table name is used exactly as given. The text is as the
+// bounded buffer holds it (cut at bufferSize - 1 characters, then incomplete).
+Statement FormatStatement(SqlDialect dialect, uint32_t bufferSize, const char* backtickTemplate,
+                          ...) __attribute__((format(printf, 3, 4)));
 
 // The template converted to the dialect (exposed for builders that append pieces).
 std::string DialectTemplate(SqlDialect dialect, const char* backtickTemplate);

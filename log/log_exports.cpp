@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/row_reader.h"
 #include "core/table_creation.h"
@@ -19,7 +20,7 @@ extern "C" {
 uint32_t logEnsureTableExist(CallerToken token, const char* table) {
   return Guarded<uint32_t>(1, [&]() -> uint32_t {
     if (!token || !table) return 1;
-    return EnsureTableExists(table, CreateTableStatement, CreateIndexStatement) ? 0 : 1;
+    return EnsureTableExists(table, CreateTableStatement) ? 0 : 1;
   });
 }
 
@@ -28,12 +29,12 @@ uint32_t logSetLog(CallerToken token, const char* table, const LogRecord* record
   return RunExport(Export::kLogSetLog, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || size < kLogRecordSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(MaxIdStatement(call.dialect(), table, kLongBufferSize))) return call.failure();
+    if (!call.Query(LargestIdStatement(call.kind(), table, kLongBufferSize))) return call.failure();
     uint32_t id = 0;
     // Without a known highest id nothing is written, and that is no failure.
     if (!ReadSingleInteger(call.db(), id)) return 0;
     for (uint32_t k = 0; k < size / kLogRecordSize; ++k) {
-      if (!call.Execute(InsertStatement(call.dialect(), table, ++id, records + k)))
+      if (!call.Execute(InsertStatement(call.kind(), table, ++id, records + k)))
         return call.failure();
     }
     return 0;
@@ -44,7 +45,7 @@ uint32_t logGetAllLog(CallerToken token, const char* table, LogRecord* buffer, u
   return RunExport(Export::kLogGetAllLog, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !buffer || size < kLogRecordSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(AllEntriesStatement(call.dialect(), table))) return call.failure();
+    if (!call.Query(SelectAllStatement(call.kind(), table))) return call.failure();
     DbConnection& db = call.db();
     const uint32_t rows = std::min(db.CountRows(), size / kLogRecordSize);
     // Cleared only now: a failed call leaves the caller's buffer as it was.
@@ -63,7 +64,7 @@ uint32_t logGetLogByTime(CallerToken token, const char* table, uint32_t startTim
     if (!token || !table || !records || !size || startTime >= endTime)
       return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(TimeRangeStatement(call.dialect(), table, startTime, endTime)))
+    if (!call.Query(TimeRangeStatement(call.kind(), table, startTime, endTime)))
       return call.failure();
     DbConnection& db = call.db();
     RowBlock result = ReadRowBlock(db, kLogRecordSize, [&](unsigned char* record, uint32_t) {
@@ -83,7 +84,7 @@ uint32_t logGetLogCount(CallerToken token, const char* table) {
   return RunExport(Export::kLogGetLogCount, [&](ExportCall& call) -> uint32_t {
     if (!token || !table) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(CountStatement(call.dialect(), table))) return call.failure();
+    if (!call.Query(CountStatement(call.kind(), table))) return call.failure();
     uint32_t count = 0;
     ReadSingleInteger(call.db(), count);
     return count;
@@ -94,7 +95,7 @@ uint32_t logGetLastID(CallerToken token, const char* table) {
   return RunExport(Export::kLogGetLastID, [&](ExportCall& call) -> uint32_t {
     if (!token || !table) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(MaxIdStatement(call.dialect(), table, kShortBufferSize))) return call.failure();
+    if (!call.Query(LargestIdStatement(call.kind(), table))) return call.failure();
     uint32_t lastId = 0;
     if (!ReadSingleInteger(call.db(), lastId)) return call.FailField(1);
     return lastId;
@@ -105,7 +106,7 @@ uint32_t logDeleteLog(CallerToken token, const char* table, const char* sql) {
   return RunExport(Export::kLogDeleteLog, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !sql) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    return call.Execute(sql) ? 0 : call.failure();
+    return call.Execute({sql}) ? 0 : call.failure();
   });
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "core/common_statements.h"
 #include "core/sql_text.h"
 #include "scadastore.h"
 
@@ -15,44 +16,25 @@ std::string Text(SqlDialect dialect, const char* field, size_t width) {
 
 }  // namespace
 
-std::string CreateTableStatement(SqlDialect dialect, const char* table) {
-  const char* options = dialect == SqlDialect::Backtick ? " ENGINE=InnoDB DEFAULT CHARSET=utf8" : "";
+Statement CreateTableStatement(DbKind kind, const char* table) {
   return FormatStatement(
-      dialect, kCreateBufferSize,
+      DialectOf(kind), kCreateBufferSize,
       "create table `%s` (`id` integer NOT NULL PRIMARY KEY, `logtime` integer, "
       "`millisecond` integer, `logtype` integer, `source` varchar(64), `loginfo` varchar(250), "
       "`operator` varchar(32), `monitor` varchar(32), `logverify` varchar(64), `ip` integer, "
-      "`ackinfo` varchar(250), `batch` varchar(64), `rsvd` varchar(128))%s",
-      table, options);
+      "`ackinfo` varchar(250), `batch` varchar(64), `rsvd` varchar(128))%s%s",
+      table, HasTableOptions(kind) ? " " : "", TableOptions(kind));
 }
 
-std::string CreateIndexStatement(SqlDialect dialect, const char* table) {
-  return FormatStatement(dialect, kShortBufferSize, "create index `idx_%s` on `%s` (`id`)", table,
-                         table);
-}
-
-std::string MaxIdStatement(SqlDialect dialect, const char* table, uint32_t bufferSize) {
-  return FormatStatement(dialect, bufferSize, "select max(`id`) from `%s`", table);
-}
-
-std::string CountStatement(SqlDialect dialect, const char* table) {
-  return FormatStatement(dialect, kShortBufferSize, "select count(*) from `%s`", table);
-}
-
-std::string AllEntriesStatement(SqlDialect dialect, const char* table) {
-  return FormatStatement(dialect, kShortBufferSize, "select * from `%s` order by `id` asc", table);
-}
-
-std::string TimeRangeStatement(SqlDialect dialect, const char* table, uint32_t startTime,
-                               uint32_t endTime) {
-  return FormatStatement(dialect, kLongBufferSize,
+Statement TimeRangeStatement(DbKind kind, const char* table, uint32_t startTime, uint32_t endTime) {
+  return FormatStatement(DialectOf(kind), kLongBufferSize,
                          "select * from `%s` where (`logtime` >= %u) and (`logtime` <= %u)"
                          " order by `id` asc",
                          table, startTime, endTime);
 }
 
-std::string InsertStatement(SqlDialect dialect, const char* table, uint32_t id,
-                            const void* record) {
+Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record) {
+  const SqlDialect dialect = DialectOf(kind);
   LogRecord entry;
   std::memcpy(&entry, record, sizeof entry);
   return FormatStatement(

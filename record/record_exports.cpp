@@ -2,6 +2,7 @@
 // short sequence of connection operations around the record statements.
 #include <optional>
 
+#include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/format.h"
 #include "core/row_reader.h"
@@ -22,7 +23,7 @@ uint32_t FailRead(ExportCall& call, const ReadFailure& failure) {
 
 // The next id of a table, its largest id plus 1, read on the call's open connection.
 bool NextId(ExportCall& call, const std::string& table, uint32_t& nextId) {
-  if (!call.Query(LargestIdStatement(call.dialect(), table))) return false;
+  if (!call.Query(LargestIdStatement(call.kind(), table, kLookupStatementSize))) return false;
   uint32_t largest = 0;
   if (!ReadSingleInteger(call.db(), largest)) {
     call.FailField(1);
@@ -56,9 +57,9 @@ uint32_t sgEnsureTableExist(CallerToken token, const DataTableInfo* table, char*
     DbConnection db;
     if (db.TableExists(layout.name.c_str())) return 0;
     if (!db.Open()) return 1;
-    const bool created = db.Execute(CreateTableStatement(db.kind(), layout).c_str()) != 0;
+    const bool created = db.Execute(CreateTableStatement(db.kind(), layout).text.c_str()) != 0;
     if (created && CreatesIndex(db.kind())) {
-      db.Execute(CreateIndexStatement(db.dialect(), layout.name).c_str());
+      db.Execute(CreateIndexStatement(db.kind(), layout.name, kLookupStatementSize).text.c_str());
     } else if (errorText) {
       // An errorTextSize outside 1 .. 2^31 - 1 is refused by FormatBounded.
       FormatBounded(errorText, static_cast<uint32_t>(errorTextSize), "%s", db.ErrorText());
@@ -75,9 +76,9 @@ uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table, const DataRe
     const TableLayout layout = DescribeTable(*table);
     uint32_t id = 0;
     if (!NextId(call, layout.name, id)) return call.failure();
-    const Statement insert = InsertStatement(call.dialect(), layout, record, size, id);
-    if (!insert.complete) return call.Fail(Serial::kCreateSql, insert.text);
-    return call.Execute(insert.text) ? 0 : call.failure();
+    const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
+    if (!insert.complete) return call.Fail(Serial::kCreateSql, insert);
+    return call.Execute(insert) ? 0 : call.failure();
   });
 }
 
@@ -90,8 +91,8 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
     const TableLayout layout = DescribeTable(*table);
     uint32_t firstId = 0;
     if (!NextId(call, layout.name, firstId)) return call.failure();
-    const std::string batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
-    if (batch.empty()) return call.Fail(Serial::kCreateSql);
+    const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
+    if (!batch.complete) return call.Fail(Serial::kCreateSql);
     return call.Execute(batch) ? 0 : call.failure();
   });
 }
@@ -104,9 +105,9 @@ uint32_t sgModifyRecordByIndex(CallerToken token, const DataTableInfo* table, ui
     const uint32_t id = sgGetIdByIndex(token, table, index);
     if (id == 0) return call.failure();
     if (!call.Open()) return call.failure();
-    const Statement update = UpdateStatement(call.dialect(), DescribeTable(*table), record, id);
-    if (!update.complete) return call.Fail(Serial::kCreateSql, update.text);
-    return call.Execute(update.text) ? 0 : call.failure();
+    const Statement update = UpdateStatement(call.kind(), DescribeTable(*table), record, id);
+    if (!update.complete) return call.Fail(Serial::kCreateSql, update);
+    return call.Execute(update) ? 0 : call.failure();
   });
 }
 
@@ -114,7 +115,7 @@ uint32_t sgOperateRecord(CallerToken token, const DataTableInfo* table, const ch
   return RunExport(Export::kSgOperateRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !sql) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    return call.Execute(sql) ? 0 : call.failure();
+    return call.Execute({sql}) ? 0 : call.failure();
   });
 }
 
@@ -122,9 +123,9 @@ uint32_t sgDeleteRecord(CallerToken token, const DataTableInfo* table, const cha
   return RunExport(Export::kSgDeleteRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    const std::string statement =
-        sql && *sql ? std::string(sql)
-                    : DeleteAllStatement(call.dialect(), std::string(TableName(table)));
+    const Statement statement =
+        sql && *sql ? Statement{sql}
+                    : DeleteAllStatement(call.kind(), std::string(TableName(table)));
     return call.Execute(statement) ? 0 : call.failure();
   });
 }
@@ -136,7 +137,7 @@ uint32_t sgDeleteRecordByIndex(CallerToken token, const DataTableInfo* table, ui
     if (id == 0) return call.failure();
     if (!call.Open()) return call.failure();
     const std::string name(TableName(table));
-    return call.Execute(DeleteByIdStatement(call.dialect(), name, id)) ? 0 : call.failure();
+    return call.Execute(DeleteByIdStatement(call.kind(), name, id)) ? 0 : call.failure();
   });
 }
 
@@ -146,9 +147,9 @@ uint32_t sgGetRecord(CallerToken token, const DataTableInfo* table, void** recor
     if (!token || !table || !records || !size) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    const std::string statement =
-        sql && *sql ? std::string(sql)
-                    : WholeTableStatement(call.dialect(), layout.name, kWholeTableStatementSize);
+    const Statement statement =
+        sql && *sql ? Statement{sql}
+                    : SelectAllStatement(call.kind(), layout.name, kWholeTableStatementSize);
     if (!call.Query(statement)) return call.failure();
     DbConnection& db = call.db();
     if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
@@ -179,9 +180,9 @@ uint32_t sgGetAllRecordOfInterval(CallerToken token, const DataTableInfo* table,
   return RunExport(Export::kSgGetAllRecordOfInterval, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || !size || startTime >= endTime)
       return call.InvalidParameter();
-    const std::string statement =
-        IntervalStatement(call.dialect(), std::string(TableName(table)), startTime, endTime);
-    return sgGetRecord(token, table, records, size, statement.c_str());
+    const Statement statement =
+        IntervalStatement(call.kind(), std::string(TableName(table)), startTime, endTime);
+    return sgGetRecord(token, table, records, size, statement.text.c_str());
   });
 }
 
@@ -191,7 +192,7 @@ uint32_t sgGetRecordByTime(CallerToken token, const DataTableInfo* table, uint32
     if (!token || !table || !record || size != table->recordSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    if (!call.Query(IntervalStatement(call.dialect(), layout.name, startTime, startTime + 59)))
+    if (!call.Query(IntervalStatement(call.kind(), layout.name, startTime, startTime + 59)))
       return call.failure();
     DbConnection& db = call.db();
     if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
@@ -206,7 +207,7 @@ uint32_t sgGetIdByIndex(CallerToken token, const DataTableInfo* table, uint32_t 
   return RunExport(Export::kSgGetIdByIndex, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || index == 0) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(IdsStatement(call.dialect(), std::string(TableName(table)))))
+    if (!call.Query(IdsStatement(call.kind(), std::string(TableName(table)))))
       return call.failure();
     DbConnection& db = call.db();
     if (index > db.CountRows()) return call.Fail(Serial::kIndexPastEnd);
@@ -226,7 +227,7 @@ uint32_t sgGetRecordByIndex(CallerToken token, const DataTableInfo* table, uint3
     // Without a layout check, a recordSize too small for the values would be written past.
     if (!layout.HoldsValues()) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(WholeTableStatement(call.dialect(), layout.name, kShortStatementSize)))
+    if (!call.Query(SelectAllStatement(call.kind(), layout.name)))
       return call.failure();
     DbConnection& db = call.db();
     if (index > db.CountRows()) return call.Fail(Serial::kIndexPastEnd);
@@ -240,7 +241,7 @@ uint32_t sgGetRecordCount(CallerToken token, const DataTableInfo* table) {
   return RunExport(Export::kSgGetRecordCount, [&](ExportCall& call) -> uint32_t {
     if (!token || !table) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(CountStatement(call.dialect(), std::string(TableName(table)))))
+    if (!call.Query(CountStatement(call.kind(), std::string(TableName(table)))))
       return call.failure();
     uint32_t count = 0;
     if (!ReadSingleInteger(call.db(), count)) return call.FailField(1);

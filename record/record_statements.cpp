@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <charconv>
 
+#include "core/common_statements.h"
 #include "core/sql_text.h"
 
 namespace scadastore::record {
 namespace {
-
-constexpr uint32_t kHeadBufferSize = kStatementLimit + 1;
 
 void AppendQuoted(std::string& out, SqlDialect dialect, std::string_view name) {
   out += OpenQuote(dialect);
@@ -84,39 +83,35 @@ bool AppendRow(std::string& text, size_t start, SqlDialect dialect, const TableL
 
 }  // namespace
 
-std::string CreateTableStatement(DbKind kind, const TableLayout& table) {
+Statement CreateTableStatement(DbKind kind, const TableLayout& table) {
   const SqlDialect dialect = DialectOf(kind);
-  std::string text = FormatStatement(
-      dialect, kHeadBufferSize,
+  Statement create = FormatStatement(
+      dialect, kLookupStatementSize,
       "create table `%s` (`id` integer NOT NULL PRIMARY KEY,`time` integer,`ms` integer,"
       "`modify` integer",
       table.name.c_str());
+  std::string& text = create.text;
   for (const ColumnLayout& column : table.columns) {
-    if (text.size() >= kStatementLimit) return text;
+    if (text.size() >= kStatementLimit) {
+      create.complete = false;
+      return create;
+    }
     text += ',';
     AppendQuoted(text, dialect, column.name);
     text += ColumnType(column.type);
   }
   text += ')';
-  if (HasTableOptions(kind)) text += "ENGINE=InnoDB DEFAULT CHARSET=utf8";
-  return text;
+  text += TableOptions(kind);
+  return create;
 }
 
-std::string CreateIndexStatement(SqlDialect dialect, const std::string& table) {
-  return FormatStatement(dialect, kHeadBufferSize, "create index `idx_%s` on `%s` (`id`)",
-                         table.c_str(), table.c_str());
-}
-
-std::string LargestIdStatement(SqlDialect dialect, const std::string& table) {
-  return FormatStatement(dialect, kHeadBufferSize, "select max(`id`) from `%s`", table.c_str());
-}
-
-Statement InsertStatement(SqlDialect dialect, const TableLayout& table, const void* record,
+Statement InsertStatement(DbKind kind, const TableLayout& table, const void* record,
                           uint32_t size, uint32_t id) {
   if (size != table.recordSize || !table.HoldsValues()) return {{}, false};
-  Statement insert{FormatStatement(dialect, kHeadBufferSize,
-                                   "insert into `%s` (`id`,`time`,`ms`,`modify`",
-                                   table.name.c_str())};
+  const SqlDialect dialect = DialectOf(kind);
+  Statement insert = FormatStatement(dialect, kLookupStatementSize,
+                                     "insert into `%s` (`id`,`time`,`ms`,`modify`",
+                                     table.name.c_str());
   std::string& text = insert.text;
   text.reserve(kStatementBufferSize);
   insert.complete = AppendColumnNames(text, 0, kStatementLimit, dialect, table.columns);
@@ -128,21 +123,24 @@ Statement InsertStatement(SqlDialect dialect, const TableLayout& table, const vo
   return insert;
 }
 
-std::string BatchStatement(DbKind kind, const TableLayout& table, const void* buffer,
-                           uint32_t size, uint32_t firstId) {
-  if (table.recordSize == 0 || table.recordSize > size || !table.HoldsValues()) return {};
+Statement BatchStatement(DbKind kind, const TableLayout& table, const void* buffer, uint32_t size,
+                         uint32_t firstId) {
+  const Statement refused{{}, false};
+  if (table.recordSize == 0 || table.recordSize > size || !table.HoldsValues()) return refused;
   const uint32_t count = size / table.recordSize;
   // INSERT ALL repeats the column list in every clause; the multi-row form
   // writes it once in its header.
   const bool insertAll = kind == 4;
   const SqlDialect dialect = insertAll ? SqlDialect::DoubleQuote : DialectOf(kind);
-  std::string columns = FormatStatement(
-      dialect, kHeadBufferSize,
-      insertAll ? "INTO `%s` (`id`,`time`,`ms`,`modify`" : "insert into `%s` (`id`,`time`,`ms`,`modify`",
-      table.name.c_str());
-  if (!AppendColumnNames(columns, 0, kStatementBufferSize, dialect, table.columns)) return {};
+  std::string columns =
+      FormatStatement(dialect, kLookupStatementSize,
+                      insertAll ? "INTO `%s` (`id`,`time`,`ms`,`modify`"
+                                : "insert into `%s` (`id`,`time`,`ms`,`modify`",
+                      table.name.c_str())
+          .text;
+  if (!AppendColumnNames(columns, 0, kStatementBufferSize, dialect, table.columns)) return refused;
   columns += ") values ";
-  if (columns.size() >= kStatementBufferSize) return {};
+  if (columns.size() >= kStatementBufferSize) return refused;
 
   std::string text;
   text.reserve(kBatchReserve);
@@ -153,7 +151,7 @@ std::string BatchStatement(DbKind kind, const TableLayout& table, const void* bu
     if (insertAll) text += columns;
     if (!AppendRow(text, pieceStart, dialect, table, records + size_t{i} * table.recordSize,
                    firstId + i))
-      return {};
+      return refused;
     if (i + 1 < count) text += insertAll ? ' ' : ',';
     // Rows are alike in length: room for all of them once the first is known.
     if (i == 0) {
@@ -162,14 +160,14 @@ std::string BatchStatement(DbKind kind, const TableLayout& table, const void* bu
     }
   }
   if (insertAll) text += "SELECT * FROM DUAL;";
-  return text;
+  return {std::move(text)};
 }
 
-Statement UpdateStatement(SqlDialect dialect, const TableLayout& table, const void* record,
-                          uint32_t id) {
+Statement UpdateStatement(DbKind kind, const TableLayout& table, const void* record, uint32_t id) {
   if (!table.HoldsValues()) return {{}, false};
-  Statement update{
-      FormatStatement(dialect, kHeadBufferSize, "update `%s` set `modify`=1", table.name.c_str())};
+  const SqlDialect dialect = DialectOf(kind);
+  Statement update =
+      FormatStatement(dialect, kLookupStatementSize, "update `%s` set `modify`=1", table.name.c_str());
   std::string& text = update.text;
   text.reserve(kStatementBufferSize);
   for (const ColumnLayout& column : table.columns) {
@@ -190,33 +188,20 @@ Statement UpdateStatement(SqlDialect dialect, const TableLayout& table, const vo
   return update;
 }
 
-std::string DeleteAllStatement(SqlDialect dialect, const std::string& table) {
-  return FormatStatement(dialect, kShortStatementSize, "delete from `%s`", table.c_str());
+Statement DeleteAllStatement(DbKind kind, const std::string& table) {
+  return FormatStatement(DialectOf(kind), kStatementSize, "delete from `%s`", table.c_str());
 }
 
-std::string DeleteByIdStatement(SqlDialect dialect, const std::string& table, uint32_t id) {
-  return FormatStatement(dialect, kShortStatementSize, "delete from `%s` where `id`=%u",
-                         table.c_str(), id);
-}
-
-std::string WholeTableStatement(SqlDialect dialect, const std::string& table, uint32_t bufferSize) {
-  return FormatStatement(dialect, bufferSize, "select * from `%s` order by `id` asc", table.c_str());
-}
-
-std::string IntervalStatement(SqlDialect dialect, const std::string& table, uint32_t startTime,
-                              uint32_t endTime) {
-  return FormatStatement(dialect, kShortStatementSize,
+Statement IntervalStatement(DbKind kind, const std::string& table, uint32_t startTime,
+                            uint32_t endTime) {
+  return FormatStatement(DialectOf(kind), kStatementSize,
                          "select * from `%s` where (`time`>=%u) and (`time`<=%u) order by `id` asc",
                          table.c_str(), startTime, endTime);
 }
 
-std::string IdsStatement(SqlDialect dialect, const std::string& table) {
-  return FormatStatement(dialect, kShortStatementSize, "select `id` from `%s` order by `id` asc",
+Statement IdsStatement(DbKind kind, const std::string& table) {
+  return FormatStatement(DialectOf(kind), kStatementSize, "select `id` from `%s` order by `id` asc",
                          table.c_str());
-}
-
-std::string CountStatement(SqlDialect dialect, const std::string& table) {
-  return FormatStatement(dialect, kShortStatementSize, "select count(*) from `%s`", table.c_str());
 }
 
 }  // namespace scadastore::record

@@ -1,11 +1,13 @@
 // Statements of the data-record functions, built from the record codec.
-// Pure functions: dialect (or kind) and inputs in, statement text out.
+// Pure functions: kind and inputs in, statement out (the shared ones are in
+// core/common_statements.h).
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 #include "core/settings.h"
+#include "core/sql_text.h"
 #include "record/data_layout.h"
 
 namespace scadastore::record {
@@ -17,52 +19,39 @@ constexpr size_t kStatementBufferSize = 8192;
 constexpr size_t kStatementLimit = 7680;
 // Room reserved for a batch statement before its rows are known.
 constexpr size_t kBatchReserve = 16000;
-// Buffers of the readers' and deleters' statements.
+// Buffer of the largest-id and create-index statements.
+constexpr uint32_t kLookupStatementSize = kStatementLimit + 1;
+// Buffer of sgGetRecord's select of the whole table.
 constexpr uint32_t kWholeTableStatementSize = 1024;
-constexpr uint32_t kShortStatementSize = 256;
-
-// A statement and whether it was built completely.
-struct Statement {
-  std::string text;
-  bool complete = true;
-};
 
 // Batches run under kinds 2, 3, 4 and 5 only.
 inline bool AllowsBatches(DbKind kind) { return kind >= 2 && kind <= 5; }
 
 // The create statement. When it reaches 7680 characters before a column the
-// text built so far is returned, unfinished: the database then rejects it.
-std::string CreateTableStatement(DbKind kind, const TableLayout& table);
-std::string CreateIndexStatement(SqlDialect dialect, const std::string& table);
-std::string LargestIdStatement(SqlDialect dialect, const std::string& table);
+// text built so far is returned, incomplete: the database then rejects it.
+Statement CreateTableStatement(DbKind kind, const TableLayout& table);
 
 // Insert of one record under `id` with modify 0. Incomplete, and empty, when
 // `size` is not the table's recordSize or recordSize cannot hold the values.
-Statement InsertStatement(SqlDialect dialect, const TableLayout& table, const void* record,
+Statement InsertStatement(DbKind kind, const TableLayout& table, const void* record,
                           uint32_t size, uint32_t id);
 
 // size / recordSize records of `buffer` numbered from `firstId`: the
-// INSERT ALL form under kind 4, the multi-row form otherwise. Empty when
-// recordSize is 0, above `size` or too small for the values, or a piece
-// outgrows its buffer.
-std::string BatchStatement(DbKind kind, const TableLayout& table, const void* buffer,
+// INSERT ALL form under kind 4, the multi-row form otherwise. Incomplete and
+// empty when recordSize is 0, above `size` or too small for the values, or a
+// piece outgrows its buffer.
+Statement BatchStatement(DbKind kind, const TableLayout& table, const void* buffer,
                            uint32_t size, uint32_t firstId);
 
 // Rewrites every value of the record with `id` and sets modify to 1.
 // Incomplete when recordSize cannot hold the values (then empty) or the text
 // reached 7680 characters.
-Statement UpdateStatement(SqlDialect dialect, const TableLayout& table, const void* record,
-                          uint32_t id);
+Statement UpdateStatement(DbKind kind, const TableLayout& table, const void* record, uint32_t id);
 
-std::string DeleteAllStatement(SqlDialect dialect, const std::string& table);
-std::string DeleteByIdStatement(SqlDialect dialect, const std::string& table, uint32_t id);
-
-// Every row in id order, formatted into a buffer of `bufferSize` bytes.
-std::string WholeTableStatement(SqlDialect dialect, const std::string& table, uint32_t bufferSize);
+Statement DeleteAllStatement(DbKind kind, const std::string& table);
 // Rows with startTime <= time <= endTime, in id order.
-std::string IntervalStatement(SqlDialect dialect, const std::string& table, uint32_t startTime,
-                              uint32_t endTime);
-std::string IdsStatement(SqlDialect dialect, const std::string& table);
-std::string CountStatement(SqlDialect dialect, const std::string& table);
+Statement IntervalStatement(DbKind kind, const std::string& table, uint32_t startTime,
+                            uint32_t endTime);
+Statement IdsStatement(DbKind kind, const std::string& table);
 
 }  // namespace scadastore::record

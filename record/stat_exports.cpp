@@ -31,10 +31,10 @@ bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<Co
   StoreField<uint32_t>(slot, 4, interval.first);
   StoreField<uint32_t>(slot, 8, 0);
   StoreField<uint32_t>(slot, 12, 0);
-  StatStatement statement =
-      StatementBuilder(call.dialect(), table, statistic, interval.first, interval.second);
+  const Statement statement =
+      StatementBuilder(call.kind(), table, statistic, interval.first, interval.second);
   if (!statement.complete) {
-    call.Fail(Serial::kCreateSql, statement.text);
+    call.Fail(Serial::kCreateSql, statement);
     return false;
   }
   // Most databases reject the empty select list of a table without float
@@ -43,10 +43,10 @@ bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<Co
     return column.type == SCADASTORE_VALUE_FLOAT;
   });
   if (!hasFloat) {
-    call.Fail(Serial::kOpenTable, statement.text);
+    call.Fail(Serial::kOpenTable, statement);
     return false;
   }
-  if (!call.Query(statement.text)) return false;
+  if (!call.Query(statement)) return false;
   DbConnection& db = call.db();
   db.MoveToFirstRow();
   uint16_t resultColumn = 1;

@@ -38,9 +38,10 @@ Statistic ResolveStatistic(uint32_t statKind, uint32_t statMode) {
   return StatisticOfCode(statKind >= 1 && statKind <= 4 ? statKind : statMode);
 }
 
-StatStatement StatementBuilder(SqlDialect dialect, const DataTableInfo& table,
-                               Statistic statistic, uint32_t start, uint32_t end) {
-  StatStatement statement;
+Statement StatementBuilder(DbKind kind, const DataTableInfo& table, Statistic statistic,
+                           uint32_t start, uint32_t end) {
+  const SqlDialect dialect = DialectOf(kind);
+  Statement statement{{}, false};
   if (start >= end) return statement;
   std::string& text = statement.text;
   text = "select";
@@ -50,14 +51,17 @@ StatStatement StatementBuilder(SqlDialect dialect, const DataTableInfo& table,
     if (column.type != SCADASTORE_VALUE_FLOAT) continue;
     text += FormatStatement(dialect, kColumnPieceBuffer, "%s %s(`%.*s`)", first ? "" : ",",
                             AggregateOf(statistic), static_cast<int>(column.name.size()),
-                            column.name.data());
+                            column.name.data())
+                .text;
     first = false;
   }
   text += " from ";
-  // The table's name and the bounds share one short buffer: a long name cuts the tail.
+  // The table's name and the bounds share one short buffer: a long name cuts
+  // the tail, and the database rejects what is left.
   std::string name(TableName(&table));
   text += FormatStatement(dialect, kTailBuffer, "`%s` where (`time`>=%d) and (`time`<%d)",
-                          name.c_str(), static_cast<int32_t>(start), static_cast<int32_t>(end));
+                          name.c_str(), static_cast<int32_t>(start), static_cast<int32_t>(end))
+              .text;
   statement.complete = true;
   return statement;
 }

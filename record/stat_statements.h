@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/settings.h"
+#include "core/sql_text.h"
 #include "scadastore.h"
 
 namespace scadastore::record {
@@ -16,16 +17,11 @@ enum class Statistic { Max, Min, Sum, Average };
 Statistic ResolveStatistic(uint32_t statKind, uint32_t statMode);
 Statistic StatisticOfCode(uint32_t code);
 
-struct StatStatement {
-  bool complete = false;
-  std::string text;  // what was built, the partial text when incomplete
-};
-
-// select <aggregate> of every float column over start <= time < end. Refuses
-// (empty text) unless start < end as unsigned numbers; stops with the text so
-// far when the select list grows past its limit.
-StatStatement StatementBuilder(SqlDialect dialect, const DataTableInfo& table,
-                               Statistic statistic, uint32_t start, uint32_t end);
+// select <aggregate> of every float column over start <= time < end.
+// Incomplete: with an empty text unless start < end as unsigned numbers, with
+// the text so far when the select list grows past its limit.
+Statement StatementBuilder(DbKind kind, const DataTableInfo& table, Statistic statistic,
+                           uint32_t start, uint32_t end);
 
 // Gregorian month length, month 1 to 12.
 int DaysInMonth(int year, int month);

@@ -51,7 +51,7 @@ class AlarmTest : public DatabaseTest {
   uint32_t Run(const std::string& table, const char* backtickTemplate, std::string named = {}) {
     if (named.empty()) named = table;
     const std::string sql = FormatStatement(DialectOf(kind()), 1024, backtickTemplate,
-                                            named.c_str(), named.c_str());
+                                            named.c_str(), named.c_str()).text;
     return almDeleteAlarm(Token(), table.c_str(), sql.c_str());
   }
   uint32_t Store(const std::string& table, const std::vector<AlarmRecord>& records) {

@@ -29,7 +29,7 @@ class ConnectionTest : public DatabaseTest {
   }
 
   std::string Sql(const char* backtickTemplate, const std::string& table) {
-    return FormatStatement(db.dialect(), 1024, backtickTemplate, table.c_str());
+    return FormatStatement(db.dialect(), 1024, backtickTemplate, table.c_str()).text;
   }
 
   // A table (id integer, name varchar(300), amount float) with rows 1..`rows`:

@@ -32,7 +32,7 @@ class RecordTest : public DatabaseTest {
   // Reads only the name, as a bare table name does.
   const DataTableInfo* bare() const { return reinterpret_cast<const DataTableInfo*>(table()->name); }
   std::string Sql(const char* backtickTemplate) const {
-    return FormatStatement(DialectOf(kind()), 1024, backtickTemplate, table()->name);
+    return FormatStatement(DialectOf(kind()), 1024, backtickTemplate, table()->name).text;
   }
 
   // Records with time, ms, a, b and c set from k; id and modify hold garbage.

@@ -58,14 +58,14 @@ TEST(Dialects, KindsSelectTheirQuoting) {
   const char* expected[] = {"drop table [t]", "drop table `t`", "drop table [t]",
                             "drop table \"t\"", "drop table \"t\"", "drop table [t]"};
   for (int kind = 1; kind <= 6; ++kind)
-    EXPECT_EQ(FormatStatement(DialectOf(kind), 256, "drop table `%s`", "t"), expected[kind - 1])
+    EXPECT_EQ(FormatStatement(DialectOf(kind), 256, "drop table `%s`", "t").text, expected[kind - 1])
         << "kind " << kind;
 }
 
 TEST(Dialects, NamesAreNeverRewritten) {
-  EXPECT_EQ(FormatStatement(SqlDialect::Bracket, 256, "select `a` from `%s`", "x]`y"),
+  EXPECT_EQ(FormatStatement(SqlDialect::Bracket, 256, "select `a` from `%s`", "x]`y").text,
             "select [a] from [x]`y]");
-  EXPECT_EQ(FormatStatement(SqlDialect::DoubleQuote, 16, "select `%s`", "abcdefghijklmnop"),
+  EXPECT_EQ(FormatStatement(SqlDialect::DoubleQuote, 16, "select `%s`", "abcdefghijklmnop").text,
             "select \"abcdefg");
 }
 

@@ -10,11 +10,12 @@ namespace {
 
 using testing::Columns;
 using testing::DataTable;
-using enum SqlDialect;
+// One kind of each dialect.
+constexpr DbKind Backtick = 2, Bracket = 1, DoubleQuote = 5;
 
-StatStatement Build(const DataTable& t, uint32_t start, uint32_t end, SqlDialect dialect = Backtick,
-                    Statistic s = Statistic::Max) {
-  return StatementBuilder(dialect, *t.info(), s, start, end);
+Statement Build(const DataTable& t, uint32_t start, uint32_t end, DbKind kind = Backtick,
+                Statistic s = Statistic::Max) {
+  return StatementBuilder(kind, *t.info(), s, start, end);
 }
 
 TEST(StatStatement, AggregatesTheFloatColumnsInEachDialect) {
@@ -35,7 +36,7 @@ TEST(StatStatement, AggregatesTheFloatColumnsInEachDialect) {
 TEST(StatStatement, RefusesEmptyIntervalsAndCutsLongTexts) {
   // Start must lie below end as unsigned numbers: -1 is 4294967295.
   for (auto [start, end] : {std::pair{5u, 5u}, {6u, 5u}, {~0u, 10u}}) {
-    StatStatement refused = Build(DataTable("t", {{"a", 3}}), start, end);
+    Statement refused = Build(DataTable("t", {{"a", 3}}), start, end);
     EXPECT_FALSE(refused.complete);
     EXPECT_EQ(refused.text, "");
   }
@@ -46,7 +47,7 @@ TEST(StatStatement, RefusesEmptyIntervalsAndCutsLongTexts) {
 
   // "select", 39 characters for the first column and 40 for each further one,
   // until the text reaches 7680 characters: the builder stops there.
-  StatStatement stopped = Build(DataTable("t", Columns(400, {std::string(31, 'c'), 3})), 1, 2);
+  Statement stopped = Build(DataTable("t", Columns(400, {std::string(31, 'c'), 3})), 1, 2);
   EXPECT_FALSE(stopped.complete);
   EXPECT_EQ(stopped.text.size(), 6 + 39 + 191 * 40u);
 }

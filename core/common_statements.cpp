@@ -1,0 +1,37 @@
+#include "core/common_statements.h"
+
+namespace scadastore {
+
+Statement CreateIndexStatement(DbKind kind, const std::string& table, uint32_t bufferSize) {
+  return FormatStatement(DialectOf(kind), bufferSize, "create index `idx_%s` on `%s` (`id`)",
+                         table.c_str(), table.c_str());
+}
+
+Statement LargestIdStatement(DbKind kind, const std::string& table, uint32_t bufferSize) {
+  return FormatStatement(DialectOf(kind), bufferSize, "select max(`id`) from `%s`", table.c_str());
+}
+
+Statement CountStatement(DbKind kind, const std::string& table) {
+  return FormatStatement(DialectOf(kind), kStatementSize, "select count(*) from `%s`",
+                         table.c_str());
+}
+
+Statement SelectAllStatement(DbKind kind, const std::string& table, uint32_t bufferSize) {
+  return FormatStatement(DialectOf(kind), bufferSize, "select * from `%s` order by `id` asc",
+                         table.c_str());
+}
+
+Statement DeleteByIdStatement(DbKind kind, const std::string& table, uint32_t id) {
+  return FormatStatement(DialectOf(kind), kStatementSize, "delete from `%s` where `id`=%u",
+                         table.c_str(), id);
+}
+
+Statement DropTableStatement(DbKind kind, const std::string& table) {
+  return FormatStatement(DialectOf(kind), kStatementSize, "drop table `%s`", table.c_str());
+}
+
+const char* TableOptions(DbKind kind) {
+  return HasTableOptions(kind) ? "ENGINE=InnoDB DEFAULT CHARSET=utf8" : "";
+}
+
+}  // namespace scadastore

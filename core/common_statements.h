@@ -1,0 +1,27 @@
+// The statements every family writes alike, built in the dialect of `kind`.
+// Each is cut like the bounded buffer of `bufferSize` bytes its caller names.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "core/settings.h"
+#include "core/sql_text.h"
+
+namespace scadastore {
+
+Statement CreateIndexStatement(DbKind kind, const std::string& table,
+                               uint32_t bufferSize = kStatementSize);
+Statement LargestIdStatement(DbKind kind, const std::string& table,
+                             uint32_t bufferSize = kStatementSize);
+Statement CountStatement(DbKind kind, const std::string& table);
+// Every row in id order.
+Statement SelectAllStatement(DbKind kind, const std::string& table,
+                             uint32_t bufferSize = kStatementSize);
+Statement DeleteByIdStatement(DbKind kind, const std::string& table, uint32_t id);
+Statement DropTableStatement(DbKind kind, const std::string& table);
+
+// What the kind writes after the closing parenthesis of a create statement.
+const char* TableOptions(DbKind kind);
+
+}  // namespace scadastore
