@@ -3,8 +3,7 @@
 // OdbcOverride to make any call fail.
 #pragma once
 
-#include <sql.h>
-#include <sqlext.h>
+#include "platform/odbc.h"
 
 namespace scadastore {
 

@@ -24,10 +24,13 @@
  *     LC_CTYPE locale (UTF-8 under the C locale). Fixed-width text fields hold
  *     at most their width less one byte.
  *  7. Blocks handed out by the library (almGetAlarmByQuery, logGetLogByTime,
- *     sgGetRecord, sgGetAllRecordOfInterval, sgGetRecordBySQL) come from
- *     malloc and belong to the caller, who releases them with free. An empty
- *     result hands out a null pointer and size 0.
- *  8. Records have a fixed little-endian binary layout, asserted below.
+ *     sgGetRecord, sgGetAllRecordOfInterval, sgGetRecordBySQL) belong to the
+ *     caller, who releases them: on Linux they come from malloc and go back
+ *     with free; on Windows they come from the process heap and go back with
+ *     HeapFree(GetProcessHeap(), 0, block). An empty result hands out a null
+ *     pointer and size 0.
+ *  8. Records have a fixed little-endian binary layout, asserted below, the
+ *     same in 32-bit and 64-bit programs.
  *     Several records in one buffer stand back to back without padding.
  *  9. Calls may run on several threads at once; dbInitialize must not run
  *     concurrently with any other call.
@@ -42,7 +45,12 @@
 extern "C" {
 #endif
 
-#if defined(SCADASTORE_BUILDING)
+/* Windows: scadastore.dll exports these cdecl functions under their plain
+ * names (no decoration), for hosts that link the import library or find
+ * them with GetProcAddress. */
+#if defined(_WIN32)
+#define SCADASTORE_API
+#elif defined(SCADASTORE_BUILDING)
 #define SCADASTORE_API __attribute__((visibility("default")))
 #else
 #define SCADASTORE_API
@@ -273,7 +281,7 @@ SCADASTORE_API uint32_t almGetLastID(CallerToken token, const char* table);
 SCADASTORE_API uint32_t almGetAllAlarm(CallerToken token, const char* table,
                                        AlarmRecord* records, uint32_t size);
 
-/* The alarms that the query selects, in id order, in a malloc block the
+/* The alarms that the query selects, in id order, in a block (convention 7) the
  * caller frees; *size is in bytes (364 per record). No match: *records null
  * and *size 0. records and size must not be null. */
 SCADASTORE_API uint32_t almGetAlarmByQuery(CallerToken token, const char* table,
@@ -301,7 +309,7 @@ SCADASTORE_API uint32_t logGetAllLog(CallerToken token, const char* table,
                                      LogRecord* buffer, uint32_t size);
 
 /* Entries with startTime <= logtime <= endTime (startTime < endTime), in id
- * order, in a malloc block the caller frees; *size in bytes (914 per record).
+ * order, in a block (convention 7) the caller frees; *size in bytes (914 per record).
  * No match: *records null and *size 0. records and size must not be null. */
 SCADASTORE_API uint32_t logGetLogByTime(CallerToken token, const char* table,
                                         uint32_t startTime, uint32_t endTime,
@@ -346,7 +354,7 @@ SCADASTORE_API uint32_t sgDeleteRecordByIndex(CallerToken token, const DataTable
                                               uint32_t index);
 
 /* The whole table in id order, or the rows of the caller's select, in a
- * malloc block the caller frees; *size in bytes. */
+ * block (convention 7) the caller frees; *size in bytes. */
 SCADASTORE_API uint32_t sgGetRecord(CallerToken token, const DataTableInfo* table,
                                     void** records, uint32_t* size, const char* sql);
 
@@ -397,7 +405,7 @@ SCADASTORE_API uint32_t sgGetRecord_Year(CallerToken token, const DataTableInfo*
                                          void* slots, uint32_t size);
 
 /* Any select as a text table: offsets[r * fieldCount + f] locates field f of
- * row r (row 0 is the header) in text. Both blocks come from malloc and
+ * row r (row 0 is the header) in text. Both blocks (convention 7)
  * belong to the caller. */
 SCADASTORE_API uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
                                          const char* timeColumns, uint32_t* rowCount,

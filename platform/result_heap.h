@@ -1,14 +1,17 @@
-// Blocks handed to the caller: malloc'ed, released by the caller with free.
+// Blocks handed to the caller, from the heap the caller releases them to:
+// malloc/free on POSIX, the process heap (HeapFree) on Windows.
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
 
 namespace scadastore {
 
+// Releases a block of AllocateResultBlock, as the caller does; null is ignored.
+void FreeResultBlock(void* block) noexcept;
+
 struct FreeBlock {
-  void operator()(void* block) const noexcept { std::free(block); }
+  void operator()(void* block) const noexcept { FreeResultBlock(block); }
 };
 
 // Owns a block until it is handed out with release().

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -86,7 +85,7 @@ class AlarmTest : public DatabaseTest {
     EXPECT_EQ(block == nullptr, size == 0);
     Ids ids;
     for (uint32_t i = 0; i < size / kSize; ++i) ids.push_back(block[i].id);
-    std::free(block);
+    FreeResultBlock(block);
     return ids;
   }
 };

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -110,7 +109,7 @@ TEST_P(LogTest, SetLogNumbersInBufferOrderAndBothReadsFindTheEntries) {
   ASSERT_EQ(logGetLogByTime(Token(), table.c_str(), 2, 30, &block, &size), 0u) << LastError();
   ASSERT_EQ(size, 3656u);
   EXPECT_EQ(IdsAndTimesOf(block, 4), (IdsAndTimes{{1, 30}, {2, 10}, {3, 20}, {6, 2}}));
-  std::free(block);
+  FreeResultBlock(block);
   block = reinterpret_cast<LogRecord*>(0x1);
   EXPECT_EQ(logGetLogByTime(Token(), table.c_str(), 200, 300, &block, &size), 0u);
   EXPECT_EQ(block, nullptr);

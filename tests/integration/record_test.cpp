@@ -2,7 +2,6 @@
 // single records and batches, reading, modifying and deleting by position.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -63,7 +62,7 @@ class RecordTest : public DatabaseTest {
     RecordBuffer all(kRecordSize, size / kRecordSize);
     EXPECT_EQ(size % kRecordSize, 0u);
     if (size) std::memcpy(all.data(), block, size);
-    std::free(block);
+    FreeResultBlock(block);
     return all;
   }
 
@@ -216,7 +215,7 @@ TEST_P(RecordTest, ReadsByIntervalAndByMinute) {
   ASSERT_EQ(sgGetAllRecordOfInterval(Token(), table(), 159, 160, &block, &size), 0u);
   ASSERT_EQ(size, 2 * kRecordSize);
   EXPECT_EQ(static_cast<DataRecord*>(block)->id, 1u);
-  std::free(block);
+  FreeResultBlock(block);
   EXPECT_TRUE(Failed(sgGetAllRecordOfInterval(Token(), table(), 100, 100, &block, &size),
                      "[rcd301] invalid parameter"));
 

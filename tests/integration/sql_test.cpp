@@ -23,8 +23,8 @@ struct TextTable {
   char* text = kUntouched;
 
   ~TextTable() {
-    if (text != kUntouched && text != nullptr) std::free(offsets);
-    if (text != kUntouched) std::free(text);
+    if (text != kUntouched && text != nullptr) FreeResultBlock(offsets);
+    if (text != kUntouched) FreeResultBlock(text);
   }
   Cells Row(uint32_t row) const {
     Cells cells;
@@ -36,7 +36,8 @@ struct TextTable {
 class SqlTest : public DatabaseTest {
  protected:
   static void SetUpTestSuite() {
-    setenv("TZ", "Asia/Shanghai", 1);
+    // UTC+8 without summer time, in the only form the Windows C runtime reads.
+    putenv(const_cast<char*>("TZ=CST-8"));
     tzset();
   }
   void SetUp() override {

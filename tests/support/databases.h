@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/result_heap.h"
 #include "scadastore.h"
 
 namespace scadastore::testing {
