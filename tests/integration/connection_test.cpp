@@ -1,10 +1,6 @@
 // The connection core against every database: cursor rules, readers, Execute
 // answers, table lookup and removal.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -16,6 +12,7 @@
 #include "core/odbc_api.h"
 #include "core/sql_text.h"
 #include "support/databases.h"
+#include "support/silent_server.h"
 
 namespace scadastore::testing {
 namespace {
@@ -235,27 +232,6 @@ TEST_P(ServerConnectionTest, Utf8TextArrivesInTheProcessCharacterSet) {
   EXPECT_EQ(db.GetString(1, cut, sizeof cut), 1);
   EXPECT_EQ(std::string(cut), kind() == 2 ? "caf\xC3\xA9 " : std::string(text, 0, 7));
 }
-
-// A server that accepts connections and never answers.
-class SilentServer {
- public:
-  explicit SilentServer(int port) : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    int on = 1;
-    setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    listening_ = bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-                 listen(fd_, 8) == 0;
-  }
-  ~SilentServer() { close(fd_); }
-  bool listening() const { return listening_; }
-
- private:
-  int fd_;
-  bool listening_ = false;
-};
 
 TEST_P(ServerConnectionTest, UnansweredLoginGivesUp) {
   const bool postgres = kind() == 5;
