@@ -41,6 +41,12 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* The release; CMake reads the project version from these lines. */
+#define SCADASTORE_VERSION_MAJOR 0
+#define SCADASTORE_VERSION_MINOR 2
+#define SCADASTORE_VERSION_PATCH 0
+#define SCADASTORE_VERSION "0.2.0"
+
 #ifdef __cplusplus
 extern "C" {
 #endif

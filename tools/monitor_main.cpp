@@ -2,13 +2,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "include/scadastore.h"
 #include "tools/monitor_receiver.h"
 
 namespace {
 
 void PrintUsage() {
   std::puts(
-      "Usage: scadastore-monitor\n"
+      "Usage: scadastore-monitor [--version]\n"
       "\n"
       "Receives the database error texts that processes using libscadastore\n"
       "announce, and prints each with a time stamp, until SIGINT or SIGTERM.\n"
@@ -20,6 +21,10 @@ void PrintUsage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+    std::puts("scadastore-monitor " SCADASTORE_VERSION);
+    return 0;
+  }
   if (argc > 1) {
     PrintUsage();
     return std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0 ? 0 : 2;

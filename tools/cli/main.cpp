@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
       "scadastore: alarms, logs and samples of a supervisory host, kept by libscadastore.\n"
       "Connect with --sqlite FILE (the embedded default) or --config 'DSN;user;password;kind'.",
       "scadastore"};
+  app.set_version_flag("--version", "scadastore " SCADASTORE_VERSION);
   app.require_subcommand(1);
   app.fallthrough();  // global options may follow the command
   app.footer(
