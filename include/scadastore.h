@@ -19,7 +19,8 @@
  *  5. On failure an export writes a coded text such as
  *     "[alm101] invalid parameter" that dbGetLastError returns; a success
  *     leaves the previous text in place. Database error texts are also
- *     delivered to a monitor process, if one is listening (scadastore-monitor).
+ *     delivered to a monitor process of the same user, if one is listening
+ *     (scadastore-monitor); a delivery delays the call by 5 seconds at most.
  *  6. Texts are narrow, NUL-terminated, in the character set of the process's
  *     LC_CTYPE locale (UTF-8 under the C locale). Fixed-width text fields hold
  *     at most their width less one byte.

@@ -17,11 +17,15 @@ constexpr uint32_t kMonitorBlockSize = 32768;
 constexpr uint32_t kMonitorMessage = 6119;
 constexpr uint32_t kMonitorWParam = 21;
 
-// Sends the text and waits up to 5 seconds for the receiver's answer.
+constexpr const char* kMonitorSocketPrefix = "/tmp/message_mem.";
+
+// Sends the text to the published receiver and waits for its answer: 5
+// seconds at most in all. Silent, and harmless to the caller, whatever the
+// block and the receiver do. A block or receiver of another user is ignored.
 void NotifyMonitorWindow(const char* text);
 
 inline std::string MonitorSocketPath(uint64_t receiverId) {
-  return "/tmp/message_mem." + std::to_string(receiverId);
+  return kMonitorSocketPrefix + std::to_string(receiverId);
 }
 
 }  // namespace scadastore

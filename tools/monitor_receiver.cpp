@@ -62,41 +62,34 @@ bool MonitorReceiver::Start(uint64_t id, std::string& error) {
   return true;
 }
 
-void MonitorReceiver::CloseSilentPeer() {
-  if (silent_peer_ >= 0) close(silent_peer_);
-  silent_peer_ = -1;
+int MonitorReceiver::Accept(int timeoutMs) {
+  if (listener_ < 0) return -1;
+  pollfd ready{listener_, POLLIN, 0};
+  if (poll(&ready, 1, timeoutMs) <= 0) return -1;
+  return accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
 }
 
-bool MonitorReceiver::Receive(int timeoutMs, MonitorDelivery& delivery, Reply reply) {
-  CloseSilentPeer();
-  if (listener_ < 0) return false;
-  pollfd ready{listener_, POLLIN, 0};
-  if (poll(&ready, 1, timeoutMs) <= 0) return false;
-  int peer = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-  if (peer < 0) return false;
-  if (reply == Reply::HangUp) {
-    close(peer);
-    return true;
-  }
+bool MonitorReceiver::Read(int peer, MonitorDelivery& delivery) {
   std::vector<char> packet(64 * 1024);
   pollfd incoming{peer, POLLIN, 0};
   ssize_t length = poll(&incoming, 1, 1000) > 0 ? recv(peer, packet.data(), packet.size(), 0) : -1;
-  bool received = length >= 8;
-  if (received) {
-    std::memcpy(&delivery.message, packet.data(), 4);
-    std::memcpy(&delivery.wParam, packet.data() + 4, 4);
-    delivery.text.assign(packet.data() + 8, strnlen(packet.data() + 8, length - 8));
-    if (reply == Reply::Answer) send(peer, "", 1, MSG_NOSIGNAL);
-  }
-  if (received && reply == Reply::Silent)
-    silent_peer_ = peer;
-  else
-    close(peer);
+  if (length < 8) return false;
+  std::memcpy(&delivery.message, packet.data(), 4);
+  std::memcpy(&delivery.wParam, packet.data() + 4, 4);
+  delivery.text.assign(packet.data() + 8, strnlen(packet.data() + 8, length - 8));
+  return true;
+}
+
+bool MonitorReceiver::Receive(int timeoutMs, MonitorDelivery& delivery) {
+  int peer = Accept(timeoutMs);
+  if (peer < 0) return false;
+  bool received = Read(peer, delivery);
+  if (received) send(peer, "", 1, MSG_NOSIGNAL);
+  close(peer);
   return received;
 }
 
 void MonitorReceiver::Stop() {
-  CloseSilentPeer();
   if (id_ != 0) {
     PublishId(0, false);
     shm_unlink(kMonitorBlockName);

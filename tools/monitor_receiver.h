@@ -23,21 +23,17 @@ class MonitorReceiver {
 
   // Creates the block (mode 0600, 32768 bytes), listens and publishes `id`.
   bool Start(uint64_t id, std::string& error);
-  enum class Reply {
-    Answer,   // copy the text, then answer: the normal receiver
-    Silent,   // copy the text, never answer; the sender gives up after its time-out
-    HangUp,   // close the connection before reading anything
-  };
-  // Waits up to timeoutMs for one delivery.
-  bool Receive(int timeoutMs, MonitorDelivery& delivery, Reply reply = Reply::Answer);
+  // Waits up to timeoutMs for one delivery, copies it and answers.
+  bool Receive(int timeoutMs, MonitorDelivery& delivery);
+  // The parts of Receive: the next connection (-1 when none came within
+  // timeoutMs; the caller closes it) and the delivery read from it.
+  int Accept(int timeoutMs);
+  static bool Read(int peer, MonitorDelivery& delivery);
   // Publishes 0 and removes the block and the socket.
   void Stop();
 
  private:
-  void CloseSilentPeer();
-
   int listener_ = -1;
-  int silent_peer_ = -1;  // a connection held open without an answer
   uint64_t id_ = 0;
   std::string socket_path_;
 };
