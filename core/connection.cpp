@@ -166,6 +166,7 @@ bool DbConnection::ColumnExists(uint16_t column) {
 int DbConnection::ReadFailedWithoutDriver(uint16_t column) {
   FormatBounded(error_text_, sizeof error_text_, "column %u is not in the result (%d columns)",
                 column, result_columns_);
+  NotifyMonitorWindow(error_text_);
   return 0;
 }
 

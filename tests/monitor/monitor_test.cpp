@@ -113,6 +113,19 @@ TEST_F(MonitorTest, NothingIsSentWithoutAMessage) {
   db.Execute("drop table monitor_quiet");
 }
 
+TEST_F(MonitorTest, ColumnRefusedBeforeTheDriverIsAnnounced) {
+  StartReceiver(getpid());
+  ASSERT_EQ(db.OpenQuery("select 1"), 1) << db.ErrorText();
+  ASSERT_EQ(db.MoveToFirstRow(), 1) << db.ErrorText();
+  MonitorDelivery delivery;
+  auto received = std::async(std::launch::async, [&] { return receiver.Receive(3000, delivery); });
+  uint32_t value = 0;
+  EXPECT_EQ(db.GetInteger(2, &value, sizeof value), 0);
+  ASSERT_TRUE(received.get());
+  EXPECT_EQ(delivery.text, db.ErrorText());
+  EXPECT_EQ(delivery.text, "column 2 is not in the result (1 columns)");
+}
+
 TEST_F(MonitorTest, SilenceWithoutAReceiver) {
   shm_unlink(kMonitorBlockName);
   EXPECT_LT(SecondsForFailingStatement(), 2.0);
