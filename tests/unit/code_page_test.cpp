@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "platform/code_page.h"
+#include "platform/system_calls.h"
 
 namespace scadastore {
 namespace {
@@ -37,6 +39,30 @@ TEST(CodePage, CLocalePassesUtf8Through) {
   ToAnsi("caf\xC3\xA9", target, sizeof target);
   EXPECT_STREQ(target, "caf\xC3\xA9");
   EXPECT_FALSE(ToAnsi(nullptr, target, sizeof target));
+}
+
+TEST(CodePage, FailingConverterNeverLeavesAnUnterminatedTarget) {
+  char target[8];
+  std::memset(target, 0x55, sizeof target);
+  {
+    SystemCallOverride noConverter(systemCalls.iconv_open, +[](const char*, const char*) {
+      errno = EMFILE;
+      return reinterpret_cast<iconv_t>(-1);
+    });
+    EXPECT_FALSE(ConvertFromUtf8("abc", "GBK", target, sizeof target));
+    EXPECT_EQ(target[0], 0x55);
+  }
+  {
+    SystemCallOverride failing(systemCalls.iconv,
+                               +[](iconv_t, char**, size_t*, char**, size_t*) {
+                                 errno = EBADF;
+                                 return static_cast<size_t>(-1);
+                               });
+    EXPECT_TRUE(ConvertFromUtf8("a\xE4\xB8\xAD", "GBK", target, sizeof target));
+    EXPECT_STREQ(target, "??");
+  }
+  EXPECT_TRUE(ConvertFromUtf8("a\xE4\xB8\xAD", "GBK", target, sizeof target));  // restored
+  EXPECT_STREQ(target, "a\xD6\xD0");
 }
 
 }  // namespace
