@@ -5,6 +5,10 @@
 // SOCK_SEQPACKET socket "/tmp/message_mem.<id>". A delivery is one packet:
 // uint32 message 6119, uint32 wParam 21, then the text and its NUL; the
 // receiver answers one byte. Anything missing means silence.
+//
+// On Windows the monitor creates the file mapping "message_mem" and puts a
+// window handle at its start; a delivery is SendMessage(6119, 21, address of
+// the text), and the monitor reads the text from the sender's memory.
 #pragma once
 
 #include <cstdint>
