@@ -66,7 +66,7 @@ uint32_t almDeleteAlarm(CallerToken token, const char* table, const char* sql) {
   return RunExport(Export::kAlmDeleteAlarm, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !sql) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    return call.Execute({sql}) ? 0 : call.failure();
+    return call.ExecuteCallerText(sql) ? 0 : call.failure();
   });
 }
 

@@ -2,15 +2,19 @@
 
 #include <cstring>
 #include <memory>
+#include <optional>
 
+#include "core/connect.h"
+#include "core/connection_pool.h"
 #include "core/format.h"
+#include "core/server_wait.h"
 #include "platform/code_page.h"
+#include "platform/connection_socket.h"
 #include "platform/monitor_channel.h"
 
 namespace scadastore {
 namespace {
 
-constexpr SQLULEN kLoginTimeoutSeconds = 7;
 constexpr SQLSMALLINT kDescribeNameLength = 64;
 // The backtick dialect's driver delivers UTF-8; its texts are read whole into
 // a buffer this many times the caller's capacity before conversion.
@@ -30,10 +34,7 @@ bool DbConnection::AllocateEnvironmentAndConnection() {
   if (!environment_.Allocate(SQL_NULL_HANDLE)) return false;
   if (!SQL_SUCCEEDED(Odbc().SetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
                                        reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0)) ||
-      !connection_.Allocate(environment_.get()) ||
-      !SQL_SUCCEEDED(Odbc().SetConnectAttr(connection_.get(), SQL_ATTR_LOGIN_TIMEOUT,
-                                           reinterpret_cast<SQLPOINTER>(kLoginTimeoutSeconds),
-                                           0))) {
+      !connection_.Allocate(environment_.get())) {
     connection_.Free();
     environment_.Free();
     return false;
@@ -42,12 +43,23 @@ bool DbConnection::AllocateEnvironmentAndConnection() {
 }
 
 int DbConnection::Open(const char* dsn, const char* user, const char* password) {
-  if (!AllocateEnvironmentAndConnection()) return 0;
+  const ConnectionSettings& settings = Settings();
+  poolable_ = true;
   ClearErrorText();
-  if (Check(Odbc().Connect(connection_.get(), (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
-                           (SQLCHAR*)password, SQL_NTS),
+  if (settings.pool) {
+    pool_login_ = std::string(dsn) + '\n' + user + '\n' + password;
+    if (std::optional<PooledConnection> pooled = ConnectionPool::Instance().Take(pool_login_)) {
+      environment_ = std::move(pooled->environment);
+      connection_ = std::move(pooled->connection);
+      socket_ = pooled->socket;
+      return 1;
+    }
+  }
+  if (!AllocateEnvironmentAndConnection()) return 0;
+  if (Check(Connect(connection_.get(), dsn, user, password, settings.loginTimeoutSeconds, socket_),
             SQL_HANDLE_DBC, connection_.get()))
     return 1;
+  pool_login_.clear();
   connection_.Free();
   environment_.Free();
   return 0;
@@ -62,10 +74,13 @@ void DbConnection::Close() {
   statement_.Free();
   replaced_statements_.clear();
   result_columns_ = -1;
-  // A failed disconnect leaves nothing to retry: the handles are freed either way.
-  if (connection_) Odbc().Disconnect(connection_.get());
-  connection_.Free();
-  environment_.Free();
+  PooledConnection held{std::move(environment_), std::move(connection_), socket_};
+  // A socket that could not be told apart cannot be checked for a closed session.
+  if (held.connection && !pool_login_.empty() && poolable_ && socket_ != kUnknownSocket)
+    ConnectionPool::Instance().Put(pool_login_, std::move(held));
+  else
+    Discard(held);
+  pool_login_.clear();
 }
 
 int DbConnection::TableExists(const char* tableName) {
@@ -113,7 +128,7 @@ int DbConnection::OpenQuery(const char* sql) {
     return 0;
   Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_SCROLLABLE,
                      reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
-  return Check(Odbc().ExecDirect(handle, (SQLCHAR*)sql, SQL_NTS), SQL_HANDLE_STMT, handle);
+  return Check(ExecuteBounded(handle, sql), SQL_HANDLE_STMT, handle);
 }
 
 int DbConnection::Execute(const char* sql) {
@@ -121,8 +136,16 @@ int DbConnection::Execute(const char* sql) {
   OdbcHandle statement(SQL_HANDLE_STMT);
   if (!statement.Allocate(connection_.get()))
     return Check(SQL_ERROR, SQL_HANDLE_DBC, connection_.get(), DiagnosticForm::WithReturnCode);
-  return Check(Odbc().ExecDirect(statement.get(), (SQLCHAR*)sql, SQL_NTS), SQL_HANDLE_STMT,
-               statement.get(), DiagnosticForm::WithReturnCode);
+  return Check(ExecuteBounded(statement.get(), sql), SQL_HANDLE_STMT, statement.get(),
+               DiagnosticForm::WithReturnCode);
+}
+
+SQLRETURN DbConnection::ExecuteBounded(SQLHSTMT statement, const char* sql) {
+  ServerWaitLimit limit(socket_, Settings().statementTimeoutSeconds);
+  const SQLRETURN rc = Odbc().ExecDirect(statement, (SQLCHAR*)sql, SQL_NTS);
+  // After a failure the session's state is not known.
+  if (!SQL_SUCCEEDED(rc)) poolable_ = false;
+  return rc;
 }
 
 int DbConnection::MoveFirst() {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "core/odbc_handle.h"
@@ -26,7 +27,11 @@ class DbConnection {
   int Open(const char* dsn, const char* user, const char* password);
   // Opens with the settings in force.
   int Open();
+  // Returns a pooled connection to the pool, or disconnects.
   void Close();
+  // The caller's own statement ran: the session may keep what it changed
+  // (a transaction, a setting), so it is not pooled afterwards.
+  void DoNotPool() { poolable_ = false; }
   // Opens, looks the table up (exact, case-sensitive) and closes. Reports
   // nothing: a failed connect leaves no error text and is not announced.
   int TableExists(const char* tableName);
@@ -59,6 +64,8 @@ class DbConnection {
   bool Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE handle,
              DiagnosticForm form = DiagnosticForm::Plain);
   bool AllocateEnvironmentAndConnection();
+  // SQLExecDirect, cut off when the server does not answer within the bound.
+  SQLRETURN ExecuteBounded(SQLHSTMT statement, const char* sql);
   void ClearErrorText();
   bool ColumnExists(uint16_t column);
   int ReadFailedWithoutDriver(uint16_t column);
@@ -68,6 +75,9 @@ class DbConnection {
   DbKind kind_;
   OdbcHandle environment_{SQL_HANDLE_ENV};
   OdbcHandle connection_{SQL_HANDLE_DBC};
+  int socket_ = -1;         // see platform/connection_socket.h
+  std::string pool_login_;  // set while a pooled connection is held
+  bool poolable_ = true;
   OdbcHandle statement_{SQL_HANDLE_STMT};
   // Result sets replaced by a later OpenQuery; released by Close.
   std::vector<OdbcHandle> replaced_statements_;

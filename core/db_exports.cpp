@@ -3,6 +3,7 @@
 
 #include "core/common_statements.h"
 #include "core/connection.h"
+#include "core/connection_pool.h"
 #include "core/export_call.h"
 #include "core/format.h"
 #include "core/last_error.h"
@@ -15,6 +16,7 @@ extern "C" {
 uint32_t dbInitialize(const char* config) {
   return Guarded<uint32_t>(1, [&]() -> uint32_t {
     if (!ParseSettings(config, Settings())) return 1;
+    ConnectionPool::Instance().Clear();
     DbConnection probe;
     if (!probe.Open()) return 1;
     probe.Close();

@@ -27,6 +27,16 @@ class ExportCall {
   bool Query(const Statement& sql);
   // Execute; on failure closes and writes kExecError.
   bool Execute(const Statement& sql);
+  // The caller's own statement text, run as given: its session is not pooled
+  // afterwards, since the text may have changed it.
+  bool QueryCallerText(const char* sql) {
+    db_.DoNotPool();
+    return Query({sql});
+  }
+  bool ExecuteCallerText(const char* sql) {
+    db_.DoNotPool();
+    return Execute({sql});
+  }
   // A message without arguments; `step` counts the serials after the first
   // of a message the export numbers more than once.
   uint32_t Fail(Serial serial, int step = 0);

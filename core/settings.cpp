@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "core/format.h"
 
@@ -11,6 +12,33 @@ namespace {
 // Copies the field [begin, end) into a 64-byte settings field, cut to 63.
 void StoreField(char (&field)[64], const char* begin, const char* end) {
   FormatBounded(field, sizeof field, "%.*s", static_cast<int>(end - begin), begin);
+}
+
+// Reads "name=SECONDS" into `seconds` (from `least` to a day). False when
+// the field is this option with a bad value.
+bool ReadSeconds(const char* field, size_t length, const char* name, int least, int& seconds) {
+  const size_t nameLength = std::strlen(name);
+  if (length < nameLength || std::strncmp(field, name, nameLength) != 0) return true;
+  const std::string value(field + nameLength, length - nameLength);
+  char* end = nullptr;
+  const long number = std::strtol(value.c_str(), &end, 10);
+  if (value.empty() || *end != '\0' || number < least || number > 86400) return false;
+  seconds = static_cast<int>(number);
+  return true;
+}
+
+// The fields after the kind.
+bool ParseOptions(const char* options, ConnectionSettings& out) {
+  while (options != nullptr) {
+    const char* end = std::strchr(options, ';');
+    const size_t length = end ? static_cast<size_t>(end - options) : std::strlen(options);
+    if (length == 4 && std::strncmp(options, "pool", 4) == 0) out.pool = true;
+    if (!ReadSeconds(options, length, "login=", 1, out.loginTimeoutSeconds) ||
+        !ReadSeconds(options, length, "timeout=", 0, out.statementTimeoutSeconds))
+      return false;
+    options = end ? end + 1 : nullptr;
+  }
+  return true;
 }
 
 }  // namespace
@@ -32,7 +60,13 @@ bool ParseSettings(const char* config, ConnectionSettings& out) {
   if (*kindText == '\0') return false;
   int kind = std::atoi(kindText);
   if (kind < 1 || kind > 6) return false;
+  ConnectionSettings options;
+  const char* optionsText = std::strchr(kindText, ';');
+  if (optionsText != nullptr && !ParseOptions(optionsText + 1, options)) return false;
 
+  out.pool = options.pool;
+  out.loginTimeoutSeconds = options.loginTimeoutSeconds;
+  out.statementTimeoutSeconds = options.statementTimeoutSeconds;
   StoreField(out.dsn, config, dsnEnd);
   StoreField(out.user, dsnEnd + 1, userEnd);
   StoreField(out.password, userEnd + 1, passwordEnd);

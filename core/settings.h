@@ -11,15 +11,23 @@ using DbKind = int32_t;
 // How identifiers are enclosed: `name`, [name] or "name".
 enum class SqlDialect { Backtick, Bracket, DoubleQuote };
 
+inline constexpr int kDefaultLoginTimeoutSeconds = 7;
+inline constexpr int kDefaultStatementTimeoutSeconds = 300;
+
 struct ConnectionSettings {
   char dsn[64] = {};
   char user[64] = {};
   char password[64] = {};
   DbKind kind = 1;
+  // Options after the kind: "pool", "login=SECONDS", "timeout=SECONDS".
+  bool pool = false;
+  int loginTimeoutSeconds = kDefaultLoginTimeoutSeconds;
+  int statementTimeoutSeconds = kDefaultStatementTimeoutSeconds;  // 0: no bound
 };
 
-// Parses "DSN;user;password;kind". Returns false and leaves `out` unchanged
-// when the text is rejected.
+// Parses "DSN;user;password;kind[;option...]". Unknown options are ignored; a
+// known option with a bad value rejects the text. Returns false and leaves
+// `out` unchanged when the text is rejected.
 bool ParseSettings(const char* config, ConnectionSettings& out);
 
 // The settings in force; written only by dbInitialize.

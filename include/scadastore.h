@@ -11,6 +11,10 @@
  *       4, 5 double-quote quoting (4 also fetches first rows with NEXT).
  *  2. Every call opens its own connection and closes it before returning;
  *     nothing is kept between calls but the settings and the last error.
+ *     Options may follow the kind: "pool" keeps idle connections for later
+ *     calls (each call still starts as on a new connection), "login=SECONDS"
+ *     bounds the connect (default 7), "timeout=SECONDS" bounds a statement's
+ *     wait on a server that stopped answering (default 300, 0: no bound).
  *  3. The first argument of most exports is a CallerToken: any non-null
  *     pointer. It is checked, never read.
  *  4. Results: exports returning a code give 0 for success and 1 for failure;
@@ -238,8 +242,9 @@ SCADASTORE_STATIC_ASSERT(sizeof(DataRecord) == 16, "DataRecord head size");
 
 /* ---- Configuration and tables ------------------------------------------ */
 
-/* Stores "DSN;user;password;kind" (fields cut to 63 characters, kind 1..6)
- * and proves it with a test connection. 0: stored and connected; 1: the text
+/* Stores "DSN;user;password;kind[;option...]" (fields cut to 63 characters,
+ * kind 1..6; options as in convention 2, unknown ones ignored) and proves it
+ * with a test connection. Disconnects the pooled connections. 0: stored and connected; 1: the text
  * was rejected (settings unchanged) or the connection failed (settings kept).
  * Writes no error text. Must not run concurrently with other calls. */
 SCADASTORE_API uint32_t dbInitialize(const char* config);

@@ -106,7 +106,7 @@ uint32_t logDeleteLog(CallerToken token, const char* table, const char* sql) {
   return RunExport(Export::kLogDeleteLog, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !sql) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    return call.Execute({sql}) ? 0 : call.failure();
+    return call.ExecuteCallerText(sql) ? 0 : call.failure();
   });
 }
 

@@ -115,7 +115,7 @@ uint32_t sgOperateRecord(CallerToken token, const DataTableInfo* table, const ch
   return RunExport(Export::kSgOperateRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !sql) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    return call.Execute({sql}) ? 0 : call.failure();
+    return call.ExecuteCallerText(sql) ? 0 : call.failure();
   });
 }
 
@@ -123,6 +123,7 @@ uint32_t sgDeleteRecord(CallerToken token, const DataTableInfo* table, const cha
   return RunExport(Export::kSgDeleteRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
+    if (sql && *sql) call.db().DoNotPool();
     const Statement statement =
         sql && *sql ? Statement{sql}
                     : DeleteAllStatement(call.kind(), std::string(TableName(table)));
@@ -146,6 +147,7 @@ uint32_t sgGetRecord(CallerToken token, const DataTableInfo* table, void** recor
   return RunExport(Export::kSgGetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || !size) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
+    if (sql && *sql) call.db().DoNotPool();
     const TableLayout layout = DescribeTable(*table);
     const Statement statement =
         sql && *sql ? Statement{sql}

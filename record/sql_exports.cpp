@@ -45,7 +45,7 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
   return RunExport(Export::kSgGetRecordBySQL, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !sql) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query({sql})) return call.failure();
+    if (!call.QueryCallerText(sql)) return call.failure();
     DbConnection& db = call.db();
     int columns = db.ColumnCount();
     uint32_t rows = db.CountRows();

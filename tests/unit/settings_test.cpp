@@ -45,6 +45,22 @@ TEST(ParseSettings, RejectedTextLeavesSettingsUnchanged) {
   Parsed(nullptr, false);
 }
 
+TEST(ParseSettings, OptionsAfterTheKind) {
+  ConnectionSettings s = Parsed("d;u;p;5");
+  EXPECT_FALSE(s.pool);
+  EXPECT_EQ(s.loginTimeoutSeconds, 7);
+  EXPECT_EQ(s.statementTimeoutSeconds, 300);
+  s = Parsed("d;u;p;5;pool;login=3;timeout=0;colour=red;poolish");
+  EXPECT_EQ(s.kind, 5);
+  EXPECT_TRUE(s.pool);
+  EXPECT_EQ(s.loginTimeoutSeconds, 3);
+  EXPECT_EQ(s.statementTimeoutSeconds, 0);
+  EXPECT_FALSE(Parsed("d;u;p;5;poolish").pool);
+  for (const char* text : {"d;u;p;5;login=0", "d;u;p;5;timeout=", "d;u;p;5;timeout=5s",
+                           "d;u;p;5;login=-1", "d;u;p;5;timeout=86401"})
+    EXPECT_STREQ(Parsed(text, false).dsn, "before") << text;
+}
+
 TEST(ParseSettings, LongFieldsAreCutTo63) {
   std::string hundred(100, 'a');
   std::string text = hundred + ";" + hundred + ";" + hundred + ";1";

@@ -1,0 +1,32 @@
+// The socket through which a driver talks to its server, found from outside
+// the driver (ODBC does not hand it out): the one socket that appeared in the
+// process while the connect ran. With it the library notices a session that
+// the server has closed and cuts a wait on a server that stopped answering.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+namespace scadastore {
+
+// The connection has no socket (a file database) or it could not be told
+// apart from sockets that other threads opened meanwhile.
+inline constexpr int kNoSocket = -1;
+inline constexpr int kUnknownSocket = -2;
+
+// The process's open sockets: (identity, descriptor), sorted by identity.
+using SocketList = std::vector<std::pair<uint64_t, int>>;
+SocketList OpenSockets();
+
+// The descriptor of the one socket open now that `before` did not list;
+// kNoSocket when there is none, kUnknownSocket when there are several.
+int SocketOpenedSince(const SocketList& before);
+
+// True when the peer has sent data or closed: an idle session never should.
+bool SocketHasInput(int socket);
+
+// Makes every wait on the socket, present and future, fail at once.
+void ShutdownSocket(int socket);
+
+}  // namespace scadastore

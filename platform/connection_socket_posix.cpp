@@ -1,0 +1,54 @@
+#include "platform/connection_socket.h"
+
+#include <dirent.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace scadastore {
+
+SocketList OpenSockets() {
+  SocketList sockets;
+  DIR* directory = opendir("/proc/self/fd");
+  if (directory == nullptr) return sockets;
+  const int own = dirfd(directory);
+  while (const dirent* entry = readdir(directory)) {
+    char* end = nullptr;
+    const long fd = std::strtol(entry->d_name, &end, 10);
+    if (*end != '\0' || end == entry->d_name || fd == own) continue;
+    char target[64];
+    const ssize_t length = readlinkat(own, entry->d_name, target, sizeof target - 1);
+    if (length <= 0) continue;
+    target[length] = '\0';
+    unsigned long long inode = 0;
+    if (std::sscanf(target, "socket:[%llu]", &inode) == 1)
+      sockets.emplace_back(inode, static_cast<int>(fd));
+  }
+  closedir(directory);
+  std::sort(sockets.begin(), sockets.end());
+  return sockets;
+}
+
+int SocketOpenedSince(const SocketList& before) {
+  SocketList opened;
+  const SocketList now = OpenSockets();
+  std::set_difference(now.begin(), now.end(), before.begin(), before.end(),
+                      std::back_inserter(opened),
+                      [](const auto& a, const auto& b) { return a.first < b.first; });
+  if (opened.empty()) return kNoSocket;
+  return opened.size() == 1 ? opened.front().second : kUnknownSocket;
+}
+
+bool SocketHasInput(int socket) {
+  pollfd watched{socket, POLLIN, 0};
+  return poll(&watched, 1, 0) != 0;
+}
+
+void ShutdownSocket(int socket) { shutdown(socket, SHUT_RDWR); }
+
+}  // namespace scadastore
