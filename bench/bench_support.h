@@ -36,6 +36,7 @@ struct Target {
 
 inline constexpr Target kSqlite{"SCADASTORE_TEST_SQLITE", 1, '[', ']'};
 inline constexpr Target kPostgres{"SCADASTORE_TEST_POSTGRES", 5, '"', '"'};
+inline constexpr Target kMariadb{"SCADASTORE_TEST_MARIADB", 2, '`', '`'};
 
 inline std::string Quote(const Target& target, const std::string& name) {
   return target.open + name + target.close;
@@ -90,21 +91,23 @@ inline std::string SqliteFile(const Target& target) {
   return {};
 }
 
-// The library's configuration text, "DSN;user;password;kind", or "" when the
-// target's variable is not set.
-inline std::string ConfigText(const Target& target) {
+// The library's configuration text, "DSN;user;password;kind" and `options`,
+// or "" when the target's variable is not set.
+inline std::string ConfigText(const Target& target, const std::string& options = "") {
   const char* config = std::getenv(target.envVar);
-  return config ? std::string(config) + ";" + std::to_string(target.kind) : std::string();
+  return config ? std::string(config) + ";" + std::to_string(target.kind) + options
+                : std::string();
 }
 
 // Points the library at the target; false when its server is not configured.
-inline bool Use(const Target& target) {
-  const std::string config = ConfigText(target);
+inline bool Use(const Target& target, const std::string& options = "") {
+  const std::string config = ConfigText(target, options);
   return !config.empty() && dbInitialize(config.c_str()) == 0;
 }
 
-inline bool UseOrSkip(benchmark::State& state, const Target& target) {
-  if (Use(target)) return true;
+inline bool UseOrSkip(benchmark::State& state, const Target& target,
+                      const std::string& options = "") {
+  if (Use(target, options)) return true;
   state.SkipWithError((std::string(target.envVar) + " is not set or unreachable").c_str());
   return false;
 }

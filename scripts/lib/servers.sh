@@ -396,13 +396,18 @@ INI
     printf 'export ODBCSYSINI=%q\n' "$dir"
     printf 'export ODBCINI=%q\n' "$dir/odbc.ini"
     echo "export SCADASTORE_TEST_SQLITE='scadastore_sqlite;;'"
+    # The server-fault tests freeze (SIGSTOP) and restart the servers.
     if postgres_running; then
       echo "export SCADASTORE_TEST_POSTGRES='scadastore_pg;$TEST_USER;$TEST_PASSWORD'"
+      printf 'export SCADASTORE_TEST_PG_DATA=%q\n' "$PG_DIR/data"
+      printf 'export SCADASTORE_TEST_PG_PIDFILE=%q\n' "$PG_DIR/data/postmaster.pid"
+      printf 'export SCADASTORE_TEST_PG_CTL=%q\n' "$(postgres_bin)/pg_ctl"
     else
       echo "unset SCADASTORE_TEST_POSTGRES"
     fi
     if maria_running; then
       echo "export SCADASTORE_TEST_MARIADB='scadastore_maria;$TEST_USER;$TEST_PASSWORD'"
+      printf 'export SCADASTORE_TEST_MARIA_PIDFILE=%q\n' "$MARIA_DIR/mysqld.pid"
     else
       echo "unset SCADASTORE_TEST_MARIADB"
     fi
