@@ -37,7 +37,7 @@ TEST_F(Demo, ReportedCountsMatchTheStore) {
   EXPECT_EQ(Ok({"alarms", "count", "plant_alarms"}), std::to_string(alarms) + "\n");
   nlohmann::json confirmed =
       Json({"sql", "select count(*) as n from plant_alarms where status <> 0"});
-  EXPECT_EQ(confirmed[0]["n"], std::to_string(Count(report, R"(\((\d+) confirmed)")));
+  EXPECT_EQ(confirmed[0]["n"], Count(report, R"(\((\d+) confirmed)"));
   EXPECT_EQ(Ok({"logs", "count", "plant_log"}),
             std::to_string(Count(report, R"(plant_log +(\d+) log entries)")) + "\n");
 

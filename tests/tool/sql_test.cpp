@@ -1,34 +1,56 @@
-// sql: free selects come back as the library's text table.
+// sql: every column, typed, time cells alike on every database; only a
+// select runs without --write; a failure carries the database's reason.
 #include "tool_runner.h"
 
 namespace scadastore::tooltest {
 namespace {
 
-class Sql : public ToolTest {};
+class Sql : public ToolTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    if (GetParam() && !UsePostgres()) GTEST_SKIP() << "no PostgreSQL test server";
+    Run({"drop", "tool_journal"});
+    Ok({"ensure", "log", "tool_journal"});
+    // 2035 lies beyond any window of plausible dates.
+    for (const char* time : {"2024-05-01 08:00:00", "2035-01-01 00:00:00"})
+      Ok({"logs", "add", "tool_journal", "--type", "7", "--source", "a,b", "--info", "i",
+          "--time", time});
+  }
+};
 
-TEST_F(Sql, SelectsShowTimeColumnsAsLocalDates) {
-  Ok({"ensure", "log", "journal"});
-  Ok({"logs", "add", "journal", "--type", "7", "--source", "a,b", "--info", "x",
-      "--time", "2024-05-01 08:00:00"});
-  // id is left out; logtime is named a time column.
-  std::vector<std::vector<std::string>> rows = SplitCsv(
-      Ok({"sql", "select id, logtime, logtype from journal", "--time-columns", "logtime",
-          "--format", "csv"}));
-  ASSERT_EQ(rows.size(), 2u);
-  EXPECT_EQ(rows[0], (std::vector<std::string>{"logtime", "logtype"}));
-  EXPECT_EQ(rows[1], (std::vector<std::string>{"2024-05-01 08:00:00", "7"}));
+TEST_P(Sql, EveryColumnTypedWithTimesAlike) {
+  std::string csv = Ok({"sql", "select id, logtime, logtype, 2.5 as x from tool_journal order by id",
+                        "--format", "csv"});
+  EXPECT_EQ(csv, "id,logtime,logtype,x\n1,2024-05-01 08:00:00,7,2.5\n2,2035-01-01 00:00:00,7,2.5\n");
+  nlohmann::json json = Json({"sql", "select id, source, logtime, logtype as n, "
+                                     "logtime + 1 as later from tool_journal order by id",
+                              "--time-columns", "later"});
+  ASSERT_EQ(json.size(), 2u);
+  EXPECT_EQ(json[0], nlohmann::json::parse(
+                         R"({"id":1,"source":"a,b","logtime":1714550400,"n":7,"later":1714550401})"));
+  EXPECT_EQ(Json({"sql", "select * from tool_journal where id > 5"}), nlohmann::json::array());
+}
 
-  nlohmann::json json = Json({"sql", "select source, logtime from journal"});
-  ASSERT_EQ(json.size(), 1u);
-  EXPECT_EQ(json[0]["source"], "a,b");
-  EXPECT_EQ(json[0]["logtime"], "1714550400");
-
-  EXPECT_EQ(Json({"sql", "select * from journal where id > 5"}), nlohmann::json::array());
+TEST_P(Sql, ChangesNeedWriteAndFailuresGiveTheReason) {
+  for (const char* statement : {"delete from tool_journal", "drop table tool_journal"}) {
+    ToolRun refused = Run({"sql", statement});
+    EXPECT_EQ(refused.status, 2) << statement;
+    EXPECT_TRUE(Contains(refused.err, "only a select runs without --write"));
+  }
+  EXPECT_EQ(Ok({"sql", "with gone as (select 1 as n) select n from gone", "--format", "csv"}),
+            "n\n1\n");
+  Ok({"sql", "delete from tool_journal where id = 2", "--write"});
+  EXPECT_EQ(Ok({"logs", "count", "tool_journal"}), "1\n");
 
   ToolRun bad = Run({"sql", "select * from nothing_here"});
   EXPECT_EQ(bad.status, 1);
-  EXPECT_TRUE(Contains(bad.err, "[rcd1503] failed to open table: select * from nothing_here"));
+  EXPECT_TRUE(Contains(bad.err, "nothing_here"));
+  EXPECT_TRUE(Contains(bad.err, GetParam() ? "[42P01]" : "no such table"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Databases, Sql, ::testing::Values(false, true),
+                         [](const auto& info) { return info.param ? "postgres" : "sqlite"; });
 
 }  // namespace
 }  // namespace scadastore::tooltest

@@ -1,4 +1,9 @@
-// Connection, table management and the tool's own conventions.
+// Tables as the database describes them, connection failures with their
+// reason, and the tool's own conventions (exit codes, nothing left behind).
+#include <sys/stat.h>
+
+#include <filesystem>
+
 #include "tool_runner.h"
 
 namespace scadastore::tooltest {
@@ -6,41 +11,95 @@ namespace {
 
 class Tables : public ToolTest {};
 
-TEST_F(Tables, EnsureExistsAndDrop) {
-  for (const char* kind : {"alarm", "log"}) Ok({"ensure", kind, std::string(kind) + "s"});
+TEST_F(Tables, EnsureDescribeAndDrop) {
+  EXPECT_EQ(Ok({"ensure", "alarm", "alarms"}), "created alarm table alarms\n");
+  EXPECT_EQ(Ok({"ensure", "alarm", "alarms"}), "alarm table alarms already exists\n");
+  Ok({"ensure", "log", "logs"});
   Ok({"ensure", "data", "samples", "--columns", "a,b:int,c:text"});
-  for (const char* table : {"alarms", "logs", "samples"}) {
-    EXPECT_EQ(Ok({"exists", table}), "yes\n");
-    Ok({"drop", table});
-    EXPECT_EQ(Run({"exists", table}).out, "no\n");
-  }
+  ToolRun other = Run({"ensure", "data", "samples", "--columns", "a,b"});
+  EXPECT_EQ(other.status, 1);
+  EXPECT_TRUE(Contains(other.err, "samples exists with other columns: a:float,b:int,c:text"));
+  EXPECT_TRUE(Contains(Run({"ensure", "data", "alarms", "--columns", "a"}).err,
+                       "alarms exists and is a alarm table"));
   EXPECT_EQ(Run({"ensure", "data", "bad", "--columns", "a:blob"}).status, 1);
 
-  ToolRun missing = Run({"exists", "nothing_here"});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.out, "no\n");
+  WriteFile("in.csv", "time,a,b,c\n2024-05-01 08:00:00,1.5,1,x\n2024-05-02 08:00:00,2,0,y\n");
+  Ok({"records", "import", "samples", Path("in.csv")});
+  nlohmann::json described = Json({"describe", "samples"});
+  EXPECT_EQ(described["kind"], "data");
+  EXPECT_EQ(described["rows"], 2);
+  EXPECT_EQ(described["first"], 1714550400);
+  EXPECT_EQ(described["last"], 1714636800);
+  EXPECT_EQ(described["columns"].size(), 7u);
+  EXPECT_EQ(described["columns"][5]["name"], "b");
+  EXPECT_EQ(described["columns"][5]["value"], "int");
+  EXPECT_TRUE(Contains(described["indexes"].dump(), "(id)"));
+  EXPECT_EQ(Ok({"tables", "--format", "csv"}),
+            "table,kind,rows,first,last\nalarms,alarm,0,,\nlogs,log,0,,\n"
+            "samples,data,2,2024-05-01 08:00:00,2024-05-02 08:00:00\n");
 
+  for (const char* table : {"alarms", "logs", "samples"}) {
+    EXPECT_EQ(Ok({"exists", table}), "yes\n");
+    EXPECT_EQ(Ok({"drop", table}), std::string("dropped ") + table + "\n");
+    EXPECT_EQ(Run({"exists", table}).out, "no\n");
+  }
   ToolRun drop = Run({"drop", "nothing_here"});
   EXPECT_EQ(drop.status, 1);
-  EXPECT_TRUE(Contains(drop.err, "no such table: nothing_here"));
+  EXPECT_TRUE(Contains(drop.err, "no table nothing_here in SQLite database"));
+  ToolRun describe = Run({"describe", "nothing_here"});
+  EXPECT_TRUE(Contains(describe.err, "no table nothing_here"));
 }
 
-TEST_F(Tables, WrongDataSourceFailsWithNonZeroExit) {
-  ToolRun run = RunBare({"--config", "no_such_dsn;;;3", "exists", "t"});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(Contains(run.err, "[rcd1302] failed to open DSN: no_such_dsn"));
-  EXPECT_TRUE(run.out.empty());
+TEST_F(Tables, FailuresNameTheirReason) {
+  ToolRun dsn = RunBare({"--config", "no_such_dsn;;;3", "records", "count", "t"});
+  EXPECT_EQ(dsn.status, 1);
+  EXPECT_TRUE(Contains(dsn.err, "Data source name not found"));
+  ToolRun count = RunBare({"--config", "no_such_dsn;;;3", "alarms", "count", "t"});
+  EXPECT_TRUE(Contains(count.err, "[rcd1302] failed to open DSN: no_such_dsn"));
+  EXPECT_TRUE(Contains(count.err, "the database says: [IM002]"));
+
+  // A mistyped file is not created empty.
+  ToolRun typo = Run({"exists", "t"});
+  EXPECT_EQ(typo.status, 1);
+  EXPECT_TRUE(Contains(typo.err, "no database file " + Path("test.db")));
+  EXPECT_FALSE(std::filesystem::exists(Path("test.db")));
+
+  // A read-only directory is still read.
+  std::filesystem::create_directory(Path("ro"));
+  std::string database = Path("ro/plant.db");
+  EXPECT_EQ(RunBare({"--sqlite", database, "ensure", "alarm", "events"}).status, 0);
+  chmod(Path("ro").c_str(), 0500);
+  ToolRun exists = RunBare({"--sqlite", database, "exists", "events"});
+  chmod(Path("ro").c_str(), 0700);
+  EXPECT_EQ(exists.out, "yes\n") << exists.err;
 }
 
-TEST_F(Tables, UsageErrorsAndHelp) {
+TEST_F(Tables, UsageErrorsExitTwoAndNothingIsLeftBehind) {
   EXPECT_EQ(RunBare({}).status, 2);
   EXPECT_EQ(RunBare({"--sqlite", Path("x.db"), "exists"}).status, 2);  // no table
   EXPECT_EQ(RunBare({"--sqlite", Path("x.db"), "--kind", "9", "exists", "t"}).status, 2);
+  EXPECT_EQ(RunBare({"--config", "dsn;user", "exists", "t"}).status, 2);
+  EXPECT_EQ(RunBare({"--tz", "Mars/Olympus", "exists", "t"}).status, 2);
+  EXPECT_EQ(RunBare({"exists", "t"}).status, 2);  // no database
+  EXPECT_EQ(Run({"ensure", "data", "t"}).status, 2);  // no columns
+  Ok({"ensure", "data", "t", "--columns", "a"});
+  EXPECT_EQ(Run({"stats", "t", "--day", "2024-02-30"}).status, 2);
+  EXPECT_EQ(Run({"records", "t", "--from", "2024-05-02", "--to", "2024-05-01"}).status, 2);
+
+  // A closed pipe ends the tool without leaving its data source files.
+  std::string tmp = Path("tmp");
+  std::filesystem::create_directory(tmp);
+  std::string command = "TMPDIR=" + tmp + " " SCADASTORE_TOOL " --sqlite " + Path("test.db") +
+                        " sql 'with recursive n(i) as (select 1 union all select i + 1 from n "
+                        "where i < 1000000) select i from n' | head -1 >/dev/null";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  EXPECT_TRUE(std::filesystem::is_empty(tmp));
+
   ToolRun help = RunBare({"--help"});
   ASSERT_EQ(help.status, 0);
   // Every command's help carries an example.
-  for (const char* command : {"ensure", "drop", "exists", "alarms", "logs", "records", "stats", "sql",
-                              "monitor", "demo"}) {
+  for (const char* command : {"tables", "describe", "ensure", "drop", "exists", "alarms", "logs",
+                              "records", "stats", "sql", "monitor", "demo"}) {
     ToolRun run = RunBare({command, "--help"});
     EXPECT_EQ(run.status, 0) << command;
     EXPECT_TRUE(Contains(run.out, "Example:\n  scadastore")) << command;

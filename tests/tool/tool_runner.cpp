@@ -1,20 +1,19 @@
 #include "tool_runner.h"
 
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 namespace scadastore::tooltest {
 namespace {
-
-std::string ShellQuote(const std::string& text) {
-  std::string quoted = "'";
-  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
 
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path);
@@ -29,28 +28,56 @@ void ToolTest::SetUp() {
   char pattern[] = "/tmp/scadastore-tool-test-XXXXXX";
   ASSERT_NE(mkdtemp(pattern), nullptr);
   dir_ = pattern;
+  database_ = {"--sqlite", Path("test.db")};
   setenv("TZ", "UTC", 1);  // local times in the output are then UTC
 }
 
 void ToolTest::TearDown() { std::filesystem::remove_all(dir_); }
 
-ToolRun ToolTest::RunBare(const std::vector<std::string>& args) {
-  std::string command = ShellQuote(SCADASTORE_TOOL);
-  for (const std::string& arg : args) command += " " + ShellQuote(arg);
-  command += " >" + Path("stdout") + " 2>" + Path("stderr") + " </dev/null";
-  int status = std::system(command.c_str());
+bool ToolTest::UsePostgres() {
+  const char* settings = std::getenv("SCADASTORE_TEST_POSTGRES");
+  if (settings == nullptr || *settings == '\0') return false;
+  database_ = {"--config", std::string(settings) + ";5"};
+  return true;
+}
+
+pid_t ToolTest::Start(const std::vector<std::string>& args, const std::string& name) {
+  std::vector<std::string> all = database_;
+  all.insert(all.end(), args.begin(), args.end());
+  std::vector<char*> argv = {const_cast<char*>(SCADASTORE_TOOL)};
+  for (std::string& arg : all) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t files;
+  posix_spawn_file_actions_init(&files);
+  posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&files, 1, Path(name + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  posix_spawn_file_actions_addopen(&files, 2, Path(name + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  pid_t pid = -1;
+  EXPECT_EQ(posix_spawn(&pid, SCADASTORE_TOOL, &files, nullptr, argv.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&files);
+  return pid;
+}
+
+ToolRun ToolTest::Wait(pid_t pid, const std::string& name) {
+  int status = 0;
+  rusage usage{};
+  EXPECT_EQ(wait4(pid, &status, 0, &usage), pid);
   ToolRun run;
   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  run.out = ReadFile(Path("stdout"));
-  run.err = ReadFile(Path("stderr"));
+  run.out = ReadFile(Path(name + ".out"));
+  run.err = ReadFile(Path(name + ".err"));
+  run.peakKilobytes = usage.ru_maxrss;
   return run;
 }
 
-ToolRun ToolTest::Run(const std::vector<std::string>& args) {
-  std::vector<std::string> all = {"--sqlite", Path("test.db")};
-  all.insert(all.end(), args.begin(), args.end());
-  return RunBare(all);
+ToolRun ToolTest::RunBare(const std::vector<std::string>& args) {
+  std::vector<std::string> saved = std::exchange(database_, {});
+  pid_t pid = Start(args);
+  database_ = saved;
+  return Wait(pid);
 }
+
+ToolRun ToolTest::Run(const std::vector<std::string>& args) { return Wait(Start(args)); }
 
 std::string ToolTest::Ok(const std::vector<std::string>& args) {
   ToolRun run = Run(args);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <string>
 #include <vector>
@@ -11,9 +12,10 @@
 namespace scadastore::tooltest {
 
 struct ToolRun {
-  int status = -1;  // exit status
+  int status = -1;  // exit status; 128 + the signal when one ended it
   std::string out;
   std::string err;
+  long peakKilobytes = 0;  // the tool's peak resident memory
 };
 
 class ToolTest : public ::testing::Test {
@@ -21,10 +23,19 @@ class ToolTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // The tool with --sqlite on the test's database, then `args`.
+  // Further runs go to the PostgreSQL test server (kind 5); false, with the
+  // test skipped, when none is configured.
+  bool UsePostgres();
+  bool postgres() const { return database_[0] == "--config"; }
+
+  // The tool on the test's database, then `args`.
   ToolRun Run(const std::vector<std::string>& args);
   // The tool with exactly `args`.
   ToolRun RunBare(const std::vector<std::string>& args);
+  // Starts the tool on the test's database with stdout and stderr to the
+  // test's files NAME.out and NAME.err; Wait collects it.
+  pid_t Start(const std::vector<std::string>& args, const std::string& name = "run");
+  ToolRun Wait(pid_t pid, const std::string& name = "run");
   // Runs with --format json --epoch, expects success and parses the output.
   nlohmann::json Json(std::vector<std::string> args);
   // Runs expecting success and returns stdout.
@@ -35,6 +46,7 @@ class ToolTest : public ::testing::Test {
 
  private:
   std::string dir_;
+  std::vector<std::string> database_;
 };
 
 // Whether `text` contains `part`; the failure shows the whole text.

@@ -73,12 +73,11 @@ std::vector<uint8_t> BuildQuery(const ListArguments& arguments) {
 
 
 void List(Context& context, const ListArguments& arguments) {
-  context.session.Connect();
-  CallerToken token = context.session.token();
+  CallerToken token = context.session.Token();
   const char* table = arguments.table.c_str();
   if (arguments.first > 0) {
     std::vector<AlarmRecord> records(arguments.first);
-    Check(almGetAllAlarm(token, table, records.data(),
+    context.session.Check(almGetAllAlarm(token, table, records.data(),
                          static_cast<uint32_t>(records.size() * sizeof(AlarmRecord))),
           "alarms");
     size_t count = 0;
@@ -87,13 +86,12 @@ void List(Context& context, const ListArguments& arguments) {
     return;
   }
   std::vector<uint8_t> query = BuildQuery(arguments);
-  AlarmRecord* records = nullptr;
-  uint32_t size = 0;
-  Check(almGetAlarmByQuery(token, table, reinterpret_cast<const AlarmQuery*>(query.data()),
-                           &records, &size),
-        "alarms");
-  std::unique_ptr<AlarmRecord, decltype(&std::free)> owner(records, &std::free);
-  context.Print(AlarmTable(records, size / sizeof(AlarmRecord), context.Output()));
+  LibraryBlock<AlarmRecord> records;
+  context.session.Check(almGetAlarmByQuery(token, table,
+                                           reinterpret_cast<const AlarmQuery*>(query.data()),
+                                           &records.data, &records.size),
+                        "alarms");
+  context.Print(AlarmTable(records.data, records.count(), context.Output()));
 }
 
 }  // namespace
@@ -121,8 +119,8 @@ ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOpt
 
 void AddAlarmCommands(CLI::App& app, Context& context) {
   EnsureKinds()["alarm"] = [](Context& context, const std::string& table, const std::string&) {
-    almEnsureTableExist(context.session.token(), table.c_str());
-    RequireTable(context, table, "the database refused to create it");
+    context.session.Check(almEnsureTableExist(context.session.Token(), table.c_str()),
+                          "ensure alarm");
   };
 
   auto list = std::make_shared<ListArguments>();
@@ -181,10 +179,9 @@ void AddAlarmCommands(CLI::App& app, Context& context) {
       record->value = 0;
       StoreAt(reinterpret_cast<uint8_t*>(record.get()), 72, flag);
     }
-    context.session.Connect();
-    Check(almSetAlarm(context.session.token(), table->c_str(), record.get(), sizeof *record),
+    context.session.Check(almSetAlarm(context.session.Token(), table->c_str(), record.get(), sizeof *record),
           "alarms add");
-    std::cout << almGetLastID(context.session.token(), table->c_str()) << '\n';
+    std::cout << almGetLastID(context.session.Token(), table->c_str()) << '\n';
   });
 
   auto id = std::make_shared<uint32_t>(0);
@@ -196,8 +193,7 @@ void AddAlarmCommands(CLI::App& app, Context& context) {
   ack->add_option("--status", *status, "status to set; 0 means not confirmed")
       ->capture_default_str();
   ack->callback([&context, table, id, status] {
-    context.session.Connect();
-    Check(almConfirmAlarm(context.session.token(), table->c_str(), *id, *status), "alarms ack");
+    context.session.Check(almConfirmAlarm(context.session.Token(), table->c_str(), *id, *status), "alarms ack");
   });
 
   auto time = std::make_shared<std::string>();
@@ -210,8 +206,7 @@ void AddAlarmCommands(CLI::App& app, Context& context) {
   recover->callback([&context, table, id, time] {
     uint32_t when = time->empty() ? static_cast<uint32_t>(std::time(nullptr))
                                   : ParseTime(*time, "--time");
-    context.session.Connect();
-    Check(almSetRecoverAlarm(context.session.token(), table->c_str(), *id, when),
+    context.session.Check(almSetRecoverAlarm(context.session.Token(), table->c_str(), *id, when),
           "alarms recover");
   });
 
@@ -219,9 +214,8 @@ void AddAlarmCommands(CLI::App& app, Context& context) {
                                "scadastore --sqlite plant.db alarms count plant_alarms");
   count->add_option("table", *table, "alarm table")->required();
   count->callback([&context, table] {
-    context.session.Connect();
     RequireTable(context, *table, "");
-    std::cout << almGetAlarmCount(context.session.token(), table->c_str()) << '\n';
+    std::cout << almGetAlarmCount(context.session.Token(), table->c_str()) << '\n';
   });
 }
 

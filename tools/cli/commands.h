@@ -1,6 +1,7 @@
 // The command families of the tool; each adds its subcommands to the app.
 #pragma once
 
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <iostream>
@@ -10,6 +11,7 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/cli/output.h"
+#include "tools/cli/schema.h"
 #include "tools/cli/session.h"
 
 namespace scadastore::cli {
@@ -48,6 +50,22 @@ void CopyText(char (&field)[N], const std::string& text, const char* what) {
 
 // Checks that a table of this name exists now; throws with `detail` if not.
 void RequireTable(Context& context, const std::string& table, const std::string& detail);
+
+// A block that the library hands out from malloc, freed on scope exit.
+template <typename T>
+struct LibraryBlock {
+  T* data = nullptr;
+  uint32_t size = 0;  // bytes
+  LibraryBlock() = default;
+  LibraryBlock(const LibraryBlock&) = delete;
+  LibraryBlock& operator=(const LibraryBlock&) = delete;
+  ~LibraryBlock() { std::free(data); }
+  size_t count() const { return size / sizeof(T); }
+};
+
+// The text table of sgGetRecordBySQL: row 0 holds the headers.
+ResultTable RunTextTableQuery(Context& context, const char* table, const std::string& sql,
+                              const char* timeColumns);
 
 // Alarm and log records as result rows.
 ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOptions& options);

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/cli/schema.h"
 #include "tools/cli/session.h"
 
 namespace scadastore::cli {
@@ -42,14 +43,6 @@ std::vector<Column> ParseColumns(const std::string& spec) {
       throw CommandError(fmt::format("--columns: '{}': the type must be float, int or text", item));
   }
   return columns;
-}
-
-uint32_t ParseStatistic(const std::string& name) {
-  if (name == "max") return 1;
-  if (name == "min") return 2;
-  if (name == "avg") return 3;
-  if (name == "sum") return 4;
-  throw CommandError("--stat must be max, min, avg or sum");
 }
 
 DataTable::DataTable(const std::string& name, std::vector<Column> columns, uint32_t statMode)
@@ -109,9 +102,8 @@ void DataTable::SetValue(uint8_t* record, size_t c, const std::string& text) con
     }
     case SCADASTORE_VALUE_INTEGER: {
       long value = std::strtol(text.c_str(), &end, 10);
-      if (text.empty() || *end != '\0' || errno == ERANGE || value < INT32_MIN ||
-          value > INT32_MAX)
-        refuse("an integer");
+      if (text.empty() || *end != '\0' || (value != 0 && value != 1))
+        refuse("0 or 1 (an int column keeps only these)");
       StoreAt(record, offsets_[c], static_cast<int32_t>(value));
       break;
     }
@@ -129,12 +121,6 @@ void DataTable::SetValue(uint8_t* record, size_t c, const std::string& text) con
   }
 }
 
-std::vector<std::string> DataTable::RecordHeaders() const {
-  std::vector<std::string> headers = {"id", "time", "ms", "modify"};
-  for (const Column& column : columns_) headers.push_back(column.name);
-  return headers;
-}
-
 std::vector<Cell> DataTable::RecordCells(const uint8_t* record,
                                          const OutputOptions& options) const {
   std::vector<Cell> cells = {LoadAt<uint32_t>(record, 0),
@@ -142,6 +128,21 @@ std::vector<Cell> DataTable::RecordCells(const uint8_t* record,
                              LoadAt<uint32_t>(record, 8), LoadAt<uint32_t>(record, 12)};
   for (size_t c = 0; c < columns_.size(); ++c) cells.push_back(Value(record, c));
   return cells;
+}
+
+}  // namespace scadastore::cli
+
+namespace scadastore::cli {
+
+DataTable ReadDataTable(Session& session, const std::string& name, uint32_t statMode) {
+  TableSchema schema = ReadSchema(session, name);
+  if (schema.Kind() != "data")
+    throw CommandError(fmt::format("{} is not a data table (its columns: {})", name,
+                                   schema.ColumnList()));
+  std::vector<Column> columns;
+  for (const SchemaColumn& column : schema.ValueColumns())
+    columns.push_back({column.name, column.valueType});
+  return DataTable(name, columns, statMode);
 }
 
 }  // namespace scadastore::cli

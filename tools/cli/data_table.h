@@ -20,9 +20,6 @@ struct Column {
 // "a:float,b:int,c:text"; a name without a type is a float column.
 std::vector<Column> ParseColumns(const std::string& spec);
 
-// Statistic codes of the library: 1 max, 2 min, 3 avg, 4 sum.
-uint32_t ParseStatistic(const std::string& name);
-
 class DataTable {
  public:
   DataTable(const std::string& name, std::vector<Column> columns, uint32_t statMode = 3);
@@ -39,13 +36,12 @@ class DataTable {
 
   // Value of column c of the record at `record`; a float NaN is null.
   Cell Value(const uint8_t* record, size_t c) const;
-  // Stores a float, an integer or a text; throws a CommandError when the
-  // text is not a value of the column's type.
+  // Stores a float, an integer (0 or 1, all that the library keeps) or a
+  // text; throws a CommandError when the text is not such a value.
   void SetValue(uint8_t* record, size_t c, const std::string& text) const;
   void SetFloat(uint8_t* record, size_t c, double value) const;
 
-  // "id", "time", "ms", "modify", then the column names.
-  std::vector<std::string> RecordHeaders() const;
+  // id, time, ms, modify, then the values.
   std::vector<Cell> RecordCells(const uint8_t* record, const OutputOptions& options) const;
 
  private:
@@ -57,6 +53,11 @@ class DataTable {
 };
 
 uint32_t ValueWidth(uint32_t type);
+
+class Session;
+// The data table of this name as the database describes it; a
+// CommandError when there is none or it is not a data table.
+DataTable ReadDataTable(Session& session, const std::string& name, uint32_t statMode = 3);
 
 // Reads one field of a packed record without alignment.
 template <typename T>

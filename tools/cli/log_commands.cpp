@@ -68,10 +68,9 @@ void AddLogEntryCommand(CLI::App& parent, const std::string& name, const std::st
     CopyText(record.logverify, add->verify, "--verify");
     CopyText(record.ackinfo, add->ack, "--ack");
     CopyText(record.batch, add->batch, "--batch");
-    context.session.Connect();
-    Check(logSetLog(context.session.token(), add->table.c_str(), &record, sizeof record),
+    context.session.Check(logSetLog(context.session.Token(), add->table.c_str(), &record, sizeof record),
           name.c_str());
-    std::cout << logGetLastID(context.session.token(), add->table.c_str()) << '\n';
+    std::cout << logGetLastID(context.session.Token(), add->table.c_str()) << '\n';
   });
 }
 
@@ -79,8 +78,8 @@ void AddLogEntryCommand(CLI::App& parent, const std::string& name, const std::st
 
 void AddLogCommands(CLI::App& app, Context& context) {
   EnsureKinds()["log"] = [](Context& context, const std::string& table, const std::string&) {
-    logEnsureTableExist(context.session.token(), table.c_str());
-    RequireTable(context, table, "the database refused to create it");
+    context.session.Check(logEnsureTableExist(context.session.Token(), table.c_str()),
+                          "ensure log");
   };
 
   struct ListArguments {
@@ -100,14 +99,11 @@ void AddLogCommands(CLI::App& app, Context& context) {
     uint32_t from = list->from.empty() ? 0 : ParseTime(list->from, "--from");
     uint32_t to = list->to.empty() ? UINT32_MAX : ParseTime(list->to, "--to");
     if (from >= to) throw CommandError("logs: --from must be before --to");
-    context.session.Connect();
-    LogRecord* records = nullptr;
-    uint32_t size = 0;
-    Check(logGetLogByTime(context.session.token(), list->table.c_str(), from, to, &records,
-                          &size),
-          "logs");
-    std::unique_ptr<LogRecord, decltype(&std::free)> owner(records, &std::free);
-    context.Print(LogTable(records, size / sizeof(LogRecord), context.Output()));
+    LibraryBlock<LogRecord> records;
+    context.session.Check(logGetLogByTime(context.session.Token(), list->table.c_str(), from, to,
+                                          &records.data, &records.size),
+                          "logs");
+    context.Print(LogTable(records.data, records.count(), context.Output()));
   });
 
   AddLogEntryCommand(*logs, "add",
@@ -124,9 +120,8 @@ void AddLogCommands(CLI::App& app, Context& context) {
                                "scadastore --sqlite plant.db logs count plant_log");
   count->add_option("table", *counted, "log table")->required();
   count->callback([&context, counted] {
-    context.session.Connect();
     RequireTable(context, *counted, "");
-    std::cout << logGetLogCount(context.session.token(), counted->c_str()) << '\n';
+    std::cout << logGetLogCount(context.session.Token(), counted->c_str()) << '\n';
   });
 }
 

@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "tools/cli/commands.h"
+#include "tools/cli/times.h"
 
 using namespace scadastore::cli;
 
@@ -39,6 +40,9 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"table", "csv", "json"}));
   app.add_flag("--epoch", context.epoch,
                "print times as seconds since 1970 instead of local date-times");
+  app.add_option("--tz", "local times (input, output and the calendar of stats) in this time "
+                         "zone, e.g. Europe/Berlin; default: the process's zone (TZ)")
+      ->each(UseTimeZone);
 
   AddTableCommands(app, context);
   AddAlarmCommands(app, context);
@@ -56,7 +60,7 @@ int main(int argc, char** argv) {
   } catch (const CommandError& error) {
     std::cout.flush();
     std::cerr << "scadastore: " << error.what() << '\n';
-    return 1;
+    return dynamic_cast<const UsageError*>(&error) ? 2 : 1;
   }
   return context.exitCode;
 }

@@ -20,34 +20,6 @@ size_t DisplayWidth(const std::string& text) {
                        [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; });
 }
 
-void PrintAligned(const ResultTable& table, std::ostream& out) {
-  std::vector<size_t> widths;
-  for (const std::string& header : table.headers) widths.push_back(DisplayWidth(header));
-  std::vector<std::vector<std::string>> texts;
-  for (const auto& row : table.rows) {
-    texts.emplace_back();
-    for (size_t c = 0; c < row.size() && c < widths.size(); ++c) {
-      texts.back().push_back(CellText(row[c]));
-      widths[c] = std::max(widths[c], DisplayWidth(texts.back().back()));
-    }
-  }
-  auto line = [&](const std::vector<std::string>& cells, const std::vector<Cell>* row) {
-    std::string text;
-    for (size_t c = 0; c < cells.size(); ++c) {
-      std::string pad(widths[c] - DisplayWidth(cells[c]), ' ');
-      bool right = row != nullptr && (*row)[c].is_number();
-      text += (c ? "  " : "") + (right ? pad + cells[c] : cells[c] + pad);
-    }
-    text.erase(text.find_last_not_of(' ') + 1);
-    out << text << '\n';
-  };
-  line(table.headers, nullptr);
-  std::vector<std::string> rule;
-  for (size_t width : widths) rule.emplace_back(width, '-');
-  line(rule, nullptr);
-  for (size_t r = 0; r < texts.size(); ++r) line(texts[r], &table.rows[r]);
-}
-
 std::string CsvField(const std::string& text) {
   if (text.find_first_of(",\"\r\n") == std::string::npos &&
       (text.empty() || (text.front() != ' ' && text.back() != ' ')))
@@ -80,36 +52,82 @@ std::string CellText(const Cell& cell) {
   return cell.dump();
 }
 
-void WriteCsv(const ResultTable& table, std::ostream& out) {
-  auto line = [&](const auto& cells, auto text) {
-    for (size_t c = 0; c < cells.size(); ++c) out << (c ? "," : "") << CsvField(text(cells[c]));
-    out << '\n';
+RowWriter::RowWriter(std::vector<std::string> headers, Format format, std::ostream& out)
+    : headers_(std::move(headers)), format_(format), out_(out) {
+  for (const std::string& header : headers_) widths_.push_back(DisplayWidth(header));
+  if (format_ == Format::Csv) {
+    for (size_t c = 0; c < headers_.size(); ++c) out_ << (c ? "," : "") << CsvField(headers_[c]);
+    out_ << '\n';
+  } else if (format_ == Format::Json) {
+    out_ << '[';
+  }
+}
+
+RowWriter::~RowWriter() {
+  if (!finished_) Finish();
+}
+
+void RowWriter::Write(std::vector<Cell> row) {
+  ++rows_;
+  switch (format_) {
+    case Format::Csv:
+      for (size_t c = 0; c < row.size(); ++c) out_ << (c ? "," : "") << CsvField(CellText(row[c]));
+      out_ << '\n';
+      break;
+    case Format::Json: {
+      nlohmann::ordered_json object = nlohmann::ordered_json::object();
+      for (size_t c = 0; c < row.size() && c < headers_.size(); ++c) object[headers_[c]] = row[c];
+      out_ << (rows_ > 1 ? ",\n  " : "\n  ") << object.dump();
+      break;
+    }
+    case Format::Table:
+      block_.push_back(std::move(row));
+      if (block_.size() == 1000) Flush();
+      break;
+  }
+}
+
+void RowWriter::Flush() {
+  // Widths only grow, so that later blocks stay aligned with earlier ones
+  // wherever their values allow.
+  for (const auto& row : block_)
+    for (size_t c = 0; c < row.size() && c < widths_.size(); ++c)
+      widths_[c] = std::max(widths_[c], DisplayWidth(CellText(row[c])));
+  auto line = [&](const std::vector<std::string>& cells, const std::vector<Cell>* row) {
+    std::string text;
+    for (size_t c = 0; c < cells.size() && c < widths_.size(); ++c) {
+      std::string pad(widths_[c] - std::min(widths_[c], DisplayWidth(cells[c])), ' ');
+      bool right = row != nullptr && (*row)[c].is_number();
+      text += (c ? "  " : "") + (right ? pad + cells[c] : cells[c] + pad);
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    out_ << text << '\n';
   };
-  line(table.headers, [](const std::string& header) { return header; });
-  for (const auto& row : table.rows) line(row, CellText);
+  if (rows_ == block_.size()) {  // the first block carries the header
+    line(headers_, nullptr);
+    std::vector<std::string> rule;
+    for (size_t width : widths_) rule.emplace_back(width, '-');
+    line(rule, nullptr);
+  }
+  for (const auto& row : block_) {
+    std::vector<std::string> texts;
+    for (const Cell& cell : row) texts.push_back(CellText(cell));
+    line(texts, &row);
+  }
+  block_.clear();
+}
+
+void RowWriter::Finish() {
+  finished_ = true;
+  if (format_ == Format::Table && (!block_.empty() || rows_ == 0)) Flush();
+  if (format_ == Format::Json) out_ << (rows_ ? "\n]\n" : "]\n");
+  out_.flush();
 }
 
 void Print(const ResultTable& table, const OutputOptions& options, std::ostream& out) {
-  if (table.headers.empty() && options.format != Format::Json) return;  // nothing selected
-  switch (options.format) {
-    case Format::Table:
-      PrintAligned(table, out);
-      break;
-    case Format::Csv:
-      WriteCsv(table, out);
-      break;
-    case Format::Json: {
-      nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-      for (const auto& row : table.rows) {
-        nlohmann::ordered_json object = nlohmann::ordered_json::object();
-        for (size_t c = 0; c < row.size() && c < table.headers.size(); ++c)
-          object[table.headers[c]] = row[c];
-        rows.push_back(std::move(object));
-      }
-      out << rows.dump(2) << '\n';
-      break;
-    }
-  }
+  RowWriter writer(table.headers, options.format, out);
+  for (const auto& row : table.rows) writer.Write(row);
+  writer.Finish();
 }
 
 }  // namespace scadastore::cli

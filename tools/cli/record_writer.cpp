@@ -21,8 +21,8 @@ void StoreRecords(Session& session, const DataTable& table, const uint8_t* recor
     const uint8_t* first = records + done * size;
     uint32_t result =
         session.CanBatch()
-            ? sgBatchSetRecord(session.token(), table.info(), first, static_cast<uint32_t>(n * size))
-            : sgSetRecord(session.token(), table.info(), reinterpret_cast<const DataRecord*>(first),
+            ? sgBatchSetRecord(session.Token(), table.info(), first, static_cast<uint32_t>(n * size))
+            : sgSetRecord(session.Token(), table.info(), reinterpret_cast<const DataRecord*>(first),
                           size);
     if (result != 0) throw StoreError(done, dbGetLastError());
     done += n;

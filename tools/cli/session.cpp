@@ -28,6 +28,8 @@ const char* const kSqliteDriverPaths[] = {
 // async-signal-safe calls.
 char cleanupFiles[2][4096];
 char cleanupDir[4096];
+volatile sig_atomic_t deferInterrupts = 0;
+volatile sig_atomic_t interrupted = 0;
 
 void RemoveCleanupPaths() {
   for (const char* file : cleanupFiles)
@@ -36,6 +38,10 @@ void RemoveCleanupPaths() {
 }
 
 void RemoveAndDie(int signal) {
+  if (deferInterrupts && signal != SIGPIPE && signal != SIGHUP) {
+    interrupted = 1;
+    return;
+  }
   RemoveCleanupPaths();
   ::signal(signal, SIG_DFL);
   raise(signal);
@@ -51,59 +57,109 @@ std::string FindSqliteDriver() {
       tried);
 }
 
-int KindOfConfig(const std::string& config) {
-  size_t position = std::string::npos;
-  for (int field = 0; field < 3; ++field) {
-    position = config.find(';', position + 1);  // npos + 1 is 0
-    if (position == std::string::npos) return 0;
+std::vector<std::string> SplitConfig(const std::string& config) {
+  std::vector<std::string> fields(1);
+  for (char c : config) {
+    if (c == ';') fields.emplace_back();
+    else fields.back() += c;
   }
-  return std::atoi(config.c_str() + position + 1);
+  return fields;
 }
 
 }  // namespace
 
-void ThrowLibraryError(const std::string& what) {
-  const char* text = dbGetLastError();
-  throw CommandError(fmt::format("{}: {}", what, *text ? text : "failed (no error text)"));
-}
-
 Session::~Session() { RemoveDataSourceFiles(); }
 
-CallerToken Session::token() const {
+CallerToken Session::Token() {
   // Any non-null pointer will do; the library only checks it.
   static int anchor;
-  return &anchor;
-}
-
-std::string Session::Describe() const {
-  if (!databasePath_.empty())
-    return fmt::format("SQLite database {} (kind {})", databasePath_, kind_);
-  return fmt::format("data source {} (kind {})", options.config.substr(0, options.config.find(';')),
-                     kind_);
-}
-
-void Session::Connect() {
-  if (connected_) return;
-  std::string config = options.config;
-  if (!options.sqlite.empty()) {
-    if (options.sqliteKind < 1 || options.sqliteKind > 6)
-      throw CommandError("--kind must be 1 to 6");
-    WriteSqliteDataSource();
-    config = fmt::format("scadastore;;;{}", options.sqliteKind);
-  }
-  if (config.empty())
-    throw CommandError("no database: give --sqlite FILE or --config 'DSN;user;password;kind'");
-  kind_ = KindOfConfig(config);
+  if (connected_) return &anchor;
+  Configure();
+  std::string config = fmt::format("{};{};{};{}", dsn_, user_, password_, kind_);
   if (dbInitialize(config.c_str()) != 0) {
     // dbInitialize writes no text of its own; once it has stored the
     // settings, a call through them fails with the library's coded text.
     std::string text = "the settings text was refused";
-    if (kind_ >= 1 && kind_ <= 6 &&
-        sgGetRecordCount(token(), reinterpret_cast<const DataTableInfo*>("")) == UINT32_MAX)
+    if (sgGetRecordCount(&anchor, reinterpret_cast<const DataTableInfo*>("")) == UINT32_MAX)
       text = dbGetLastError();
-    throw CommandError(fmt::format("cannot connect to {}: {}", Describe(), text));
+    std::string reason = Reason();
+    throw CommandError(fmt::format("cannot connect to {}: {}{}{}", Describe(), text,
+                                   reason.empty() ? "" : "; the database says: ", reason));
   }
   connected_ = true;
+  return &anchor;
+}
+
+OdbcConnection& Session::Database() {
+  std::string reason = Reason();
+  if (!reason.empty()) {
+    Token();  // throws with the library's text beside the reason
+    throw CommandError(fmt::format("cannot connect to {}: {}", Describe(), reason));
+  }
+  return *database_;
+}
+
+std::string Session::Reason() {
+  if (database_) return "";
+  Configure();
+  try {
+    database_ = std::make_unique<OdbcConnection>(dsn_, user_, password_);
+    return "";
+  } catch (const OdbcError& error) {
+    return error.what();
+  }
+}
+
+void Session::Fail(const std::string& what) {
+  const char* text = dbGetLastError();
+  std::string reason = Reason();
+  throw CommandError(fmt::format("{}: {}{}{}", what, *text ? text : "failed (no error text)",
+                                 reason.empty() ? "" : "; the database says: ", reason));
+}
+
+std::string Session::Quote(const std::string& name) const {
+  switch (kind_) {
+    case 2: return fmt::format("`{}`", name);
+    case 4:
+    case 5: return fmt::format("\"{}\"", name);
+    default: return fmt::format("[{}]", name);
+  }
+}
+
+void Session::DeferInterrupts(bool defer) { deferInterrupts = defer; }
+
+bool Session::Interrupted() { return interrupted != 0; }
+
+std::string Session::Describe() const {
+  if (!databasePath_.empty())
+    return fmt::format("SQLite database {} (kind {})", databasePath_, kind_);
+  return fmt::format("data source {} (kind {})", dsn_, kind_);
+}
+
+void Session::Configure() {
+  if (configured_) return;
+  // SIGPIPE too: `scadastore ... | head` must not leave the data source files.
+  for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) ::signal(signal, RemoveAndDie);
+  if (!options.sqlite.empty()) {
+    WriteSqliteDataSource();
+    dsn_ = "scadastore";
+    kind_ = options.sqliteKind;
+  } else if (options.config.empty()) {
+    throw UsageError("no database: give --sqlite FILE or --config 'DSN;user;password;kind'");
+  } else {
+    std::vector<std::string> fields = SplitConfig(options.config);
+    char* end = nullptr;
+    long kind = fields.size() == 4 ? std::strtol(fields[3].c_str(), &end, 10) : 0;
+    if (fields.size() != 4 || fields[0].empty() || *end != '\0' || kind < 1 || kind > 6)
+      throw UsageError(fmt::format(
+          "--config '{}' is not 'DSN;user;password;kind' with a kind from 1 to 6",
+          options.config));
+    dsn_ = fields[0];
+    user_ = fields[1];
+    password_ = fields[2];
+    kind_ = static_cast<int>(kind);
+  }
+  configured_ = true;
 }
 
 void Session::WriteSqliteDataSource() {
@@ -112,7 +168,13 @@ void Session::WriteSqliteDataSource() {
   fs::path database = fs::absolute(options.sqlite);
   if (!fs::is_directory(database.parent_path()))
     throw CommandError(fmt::format("{}: no such directory", database.parent_path().string()));
+  if (!options.createSqlite && !fs::exists(database))
+    throw CommandError(fmt::format(
+        "no database file {} (the commands ensure and demo create one)", database.string()));
   databasePath_ = database.string();
+  // WAL needs a writable directory for its side files; a read-only one is
+  // read in the default journal mode.
+  bool writable = access(database.parent_path().c_str(), W_OK) == 0;
 
   const char* tmp = std::getenv("TMPDIR");
   std::string pattern = fmt::format("{}/scadastore-odbc-XXXXXX", tmp && *tmp ? tmp : "/tmp");
@@ -124,14 +186,12 @@ void Session::WriteSqliteDataSource() {
   std::snprintf(cleanupDir, sizeof cleanupDir, "%s", iniDir_.c_str());
   std::snprintf(cleanupFiles[0], sizeof cleanupFiles[0], "%s", odbcinst.c_str());
   std::snprintf(cleanupFiles[1], sizeof cleanupFiles[1], "%s", odbc.c_str());
-  for (int signal : {SIGINT, SIGTERM, SIGHUP}) ::signal(signal, RemoveAndDie);
 
   // Timeout is the busy wait (ms) when another process writes the file.
   std::ofstream(odbcinst) << fmt::format("[SQLite3]\nDriver={}\n", driver);
   std::ofstream(odbc) << fmt::format(
-      "[scadastore]\nDriver=SQLite3\nDatabase={}\nTimeout=10000\nJournalMode=WAL\n"
-      "SyncPragma=NORMAL\n",
-      databasePath_);
+      "[scadastore]\nDriver=SQLite3\nDatabase={}\nTimeout=10000\n{}SyncPragma=NORMAL\n",
+      databasePath_, writable ? "JournalMode=WAL\n" : "");
   setenv("ODBCSYSINI", iniDir_.c_str(), 1);
   setenv("ODBCINI", odbc.c_str(), 1);
 }

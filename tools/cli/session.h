@@ -3,10 +3,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
 #include "scadastore.h"
+#include "tools/cli/odbc.h"
 
 namespace scadastore::cli {
 
@@ -15,18 +17,16 @@ struct CommandError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Throws a CommandError carrying the library's last error text.
-[[noreturn]] void ThrowLibraryError(const std::string& what);
-
-// Throws unless an export that returns a code gave 0.
-inline void Check(uint32_t result, const std::string& what) {
-  if (result != 0) ThrowLibraryError(what);
-}
+// A wrong command line: printed like a CommandError, exit 2.
+struct UsageError : CommandError {
+  using CommandError::CommandError;
+};
 
 struct ConnectionOptions {
   std::string config;  // "DSN;user;password;kind"
   std::string sqlite;  // database file of the embedded default
   int sqliteKind = 3;
+  bool createSqlite = false;  // a missing --sqlite file is created, else refused
 };
 
 class Session {
@@ -38,22 +38,44 @@ class Session {
 
   ConnectionOptions options;
 
-  // Initialises the library once; throws a CommandError when it refuses.
-  void Connect();
+  // The library's caller token, initialising the library on first use;
+  // throws a CommandError with the database's reason when it refuses.
+  CallerToken Token();
+  // The tool's own connection to the same database, opened on first use.
+  OdbcConnection& Database();
   int kind() const { return kind_; }
+  // A table or column name quoted as the kind's dialect wants.
+  std::string Quote(const std::string& name) const;
   // Multi-row inserts need kind 2 to 5; kinds 1 and 6 write row by row.
   bool CanBatch() const { return kind_ >= 2 && kind_ <= 5; }
   // What the tool is connected to, for reports.
   std::string Describe() const;
 
-  CallerToken token() const;
+  // Throws a CommandError: `what`, the library's last coded text and the
+  // database's reason, which the tool's own connection learns.
+  [[noreturn]] void Fail(const std::string& what);
+  // Throws as Fail unless an export that returns a code gave 0.
+  void Check(uint32_t result, const std::string& what) {
+    if (result != 0) Fail(what);
+  }
+
+  // While deferred, SIGINT and SIGTERM only set Interrupted(), so that a
+  // long write can stop between two calls and say what it stored.
+  void DeferInterrupts(bool defer);
+  static bool Interrupted();
 
  private:
+  void Configure();
   void WriteSqliteDataSource();
   void RemoveDataSourceFiles();
+  // The database's reason for failing, or "" when a probe succeeds.
+  std::string Reason();
 
+  bool configured_ = false;
   bool connected_ = false;
   int kind_ = 0;
+  std::string dsn_, user_, password_;
+  std::unique_ptr<OdbcConnection> database_;
   std::string iniDir_;
   std::string databasePath_;
 };

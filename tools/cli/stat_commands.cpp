@@ -1,5 +1,8 @@
 // stats: the database's max, min, sum or average of the float columns over
-// one interval, or per hour of a day, per day of a month, per month of a year.
+// one interval, or per hour of a local day, per day of a month, per month
+// of a year. Calendar slots follow the local clock: a day when it changes
+// has 23 or 25 hourly slots, and each slot is asked for on its own.
+#include <chrono>
 #include <cmath>
 #include <memory>
 
@@ -12,121 +15,142 @@
 namespace scadastore::cli {
 namespace {
 
-struct Arguments {
+using namespace std::chrono;
+
+struct StatOptions {
   std::string table, columns, from, to, day, month, stat = "avg";
   int year = 0;
 };
 
-// Slots prefilled with NaN, so that an interval without rows (whose values
-// the library leaves as they were) prints as no value.
-std::vector<uint8_t> NanSlots(const DataTable& table, size_t count) {
-  std::vector<uint8_t> slots(count * table.recordSize(), 0);
-  for (size_t s = 0; s < count; ++s)
-    for (size_t c = 0; c < table.columns().size(); ++c)
-      if (table.columns()[c].type == SCADASTORE_VALUE_FLOAT)
-        table.SetFloat(slots.data() + s * table.recordSize(), c, std::nan(""));
-  return slots;
-}
+struct Slot {
+  uint32_t start, end;  // [start, end)
+};
 
-ResultTable SlotTable(const DataTable& table, const std::vector<uint8_t>& slots,
-                      const OutputOptions& options) {
-  ResultTable result{{"time"}, {}};
-  for (const Column& column : table.columns())
-    if (column.type == SCADASTORE_VALUE_FLOAT) result.headers.push_back(column.name);
-  for (size_t offset = 0; offset < slots.size(); offset += table.recordSize()) {
-    const uint8_t* slot = slots.data() + offset;
-    result.rows.push_back({TimeCell(LoadAt<uint32_t>(slot, 4), options)});
-    for (size_t c = 0; c < table.columns().size(); ++c)
-      if (table.columns()[c].type == SCADASTORE_VALUE_FLOAT)
-        result.rows.back().push_back(table.Value(slot, c));
-  }
-  return result;
-}
-
-int32_t SignedTime(uint32_t seconds, const char* what) {
-  if (seconds > INT32_MAX) throw CommandError(fmt::format("{}: the statistics stop at 2038", what));
+int32_t SignedTime(uint32_t seconds) {
+  if (seconds > INT32_MAX) throw UsageError("stats: the statistics stop at 2038");
   return static_cast<int32_t>(seconds);
 }
 
-std::vector<uint8_t> Compute(Context& context, const Arguments& arguments,
-                             const DataTable& table) {
-  CallerToken token = context.session.token();
-  const DataTableInfo* info = table.info();
-  uint32_t size = table.recordSize();
-  if (!arguments.from.empty() || !arguments.to.empty()) {
-    if (arguments.from.empty() || arguments.to.empty())
-      throw CommandError("stats: give both --from and --to");
-    int32_t from = SignedTime(ParseTime(arguments.from, "--from"), "--from");
-    int32_t to = SignedTime(ParseTime(arguments.to, "--to"), "--to");
-    if (from >= to) throw CommandError("stats: --from must be before --to");
-    std::vector<uint8_t> slot = NanSlots(table, 1);
-    Check(sgGetRecordStatValueOfInterval(token, info, ParseStatistic(arguments.stat), from, to,
-                                         reinterpret_cast<DataRecord*>(slot.data()), size),
-          "stats");
-    return slot;
+// "YYYY-MM-DD" of --day, or "YYYY-MM" of --month with "-01" appended.
+year_month_day ParseDate(const std::string& text, const char* what) {
+  int y = 0;
+  unsigned m = 0, d = 0;
+  char end;
+  year_month_day date{year(y), month(m), day(d)};
+  if (std::sscanf(text.c_str(), "%4d-%2u-%2u%c", &y, &m, &d, &end) == 3)
+    date = {year(y), month(m), day(d)};
+  if (!date.ok() || y < 1970)
+    throw UsageError(fmt::format("{}: '{}' is not a date from 1970", what, text));
+  return date;
+}
+
+// Hourly slots of a local day, daily slots of a month, monthly of a year.
+std::vector<Slot> CalendarSlots(const StatOptions& options) {
+  std::vector<Slot> slots;
+  auto days = [&](year_month_day first, year_month_day last) {
+    for (sys_days d = first; d < sys_days(last); d += std::chrono::days(1))
+      slots.push_back({LocalStart(d), LocalStart(d + std::chrono::days(1))});
+  };
+  if (!options.day.empty()) {
+    year_month_day date = ParseDate(options.day, "--day");
+    uint32_t start = LocalStart(date), end = LocalStart(sys_days(date) + std::chrono::days(1));
+    for (uint32_t hour = start; hour < end; hour += 3600)
+      slots.push_back({hour, std::min(hour + 3600, end)});
+  } else if (!options.month.empty()) {
+    year_month_day first = ParseDate(options.month + "-01", "--month");
+    days(first, first + months(1));
+  } else {
+    if (options.year < 1970) throw UsageError("--year: give a year from 1970");
+    for (unsigned m = 1; m <= 12; ++m) {
+      year_month_day first{year(options.year), month(m), day(1)};
+      slots.push_back({LocalStart(first), LocalStart(first + months(1))});
+    }
   }
-  if (!arguments.day.empty()) {
-    int year, month, day;
-    char end;
-    if (std::sscanf(arguments.day.c_str(), "%4d-%2d-%2d%c", &year, &month, &day, &end) != 3)
-      throw CommandError(fmt::format("--day: '{}' is not YYYY-MM-DD", arguments.day));
-    std::vector<uint8_t> slots = NanSlots(table, 24);
-    Check(sgGetRecord_Day(token, info, 0, LocalStart(year, month, day), 0, 0, 0, slots.data(),
-                          24 * size),
-          "stats --day");
-    return slots;
+  return slots;
+}
+
+std::vector<Slot> Slots(const StatOptions& options) {
+  bool range = !options.from.empty() || !options.to.empty();
+  if (range) {
+    if (options.from.empty() || options.to.empty())
+      throw UsageError("stats: give both --from and --to");
+    uint32_t from = ParseTime(options.from, "--from"), to = ParseTime(options.to, "--to");
+    if (from >= to) throw UsageError("stats: --from must be before --to");
+    return {{from, to}};
   }
-  if (!arguments.month.empty()) {
-    YearMonth month = ParseYearMonth(arguments.month);
-    int days = DaysInMonth(month.year, month.month);
-    std::vector<uint8_t> slots = NanSlots(table, days);
-    Check(sgGetRecord_Month(token, info, 0, LocalStart(month.year, month.month, 1), 0, 0, days,
-                            slots.data(), days * size),
-          "stats --month");
-    return slots;
+  if (options.day.empty() && options.month.empty() && options.year == 0)
+    throw UsageError("stats: give --from and --to, --day, --month or --year");
+  return CalendarSlots(options);
+}
+
+uint32_t StatisticCode(const std::string& name) {
+  if (name == "max") return 1;
+  if (name == "min") return 2;
+  if (name == "sum") return 4;
+  return 3;
+}
+
+void RunStats(Context& context, const StatOptions& options) {
+  uint32_t statistic = StatisticCode(options.stat);
+  std::vector<Slot> slots = Slots(options);
+  DataTable table = ReadDataTable(context.session, options.table, statistic);
+  std::vector<std::string> floats;
+  std::vector<size_t> floatColumns;  // positions in the table
+  for (size_t c = 0; c < table.columns().size(); ++c)
+    if (table.columns()[c].type == SCADASTORE_VALUE_FLOAT) {
+      floats.push_back(table.columns()[c].name);
+      floatColumns.push_back(c);
+    }
+  std::vector<size_t> chosen = SelectColumns(floats, options.columns, table.name());
+  std::vector<std::string> headers = {"time", "hours"};
+  for (size_t c : chosen) headers.push_back(floats[c]);
+
+  RowWriter writer(headers, context.Output().format, std::cout);
+  std::vector<uint8_t> record = table.EmptyRecord();
+  for (const Slot& slot : slots) {
+    // NaN marks a value the library leaves as it was: a slot without rows.
+    for (size_t c : floatColumns) table.SetFloat(record.data(), c, std::nan(""));
+    context.session.Check(
+        sgGetRecordStatValueOfInterval(context.session.Token(), table.info(), statistic,
+                                       SignedTime(slot.start), SignedTime(slot.end),
+                                       reinterpret_cast<DataRecord*>(record.data()),
+                                       table.recordSize()),
+        "stats");
+    std::vector<Cell> row = {TimeCell(slot.start, context.Output()),
+                             (slot.end - slot.start) / 3600.0};
+    for (size_t c : chosen) row.push_back(table.Value(record.data(), floatColumns[c]));
+    writer.Write(std::move(row));
   }
-  if (arguments.year != 0) {
-    std::vector<uint8_t> slots = NanSlots(table, 12);
-    Check(sgGetRecord_Year(token, info, 0, LocalStart(arguments.year, 1, 1), arguments.year,
-                           slots.data(), 12 * size),
-          "stats --year");
-    return slots;
-  }
-  throw CommandError("stats: give --from and --to, --day, --month or --year");
+  writer.Finish();
 }
 
 }  // namespace
 
 void AddStatCommands(CLI::App& app, Context& context) {
-  auto arguments = std::make_shared<Arguments>();
+  auto options = std::make_shared<StatOptions>();
   CLI::App* stats = AddCommand(
       app, "stats",
       "Statistics of the float columns of a data table, computed by the database: over "
-      "[--from, --to), or per hour of a --day, per day of a --month, per month of a --year "
-      "(local calendar)",
-      "scadastore --sqlite plant.db stats samples --columns temp,flow --day 2024-05-01 "
-      "--stat max");
-  stats->add_option("table", arguments->table, "data table")->required();
-  stats->add_option("--columns", arguments->columns,
-                    "value columns of the table, in order: name:float|int|text,...")
-      ->required();
-  auto* from = stats->add_option("--from", arguments->from, "start: local date-time or epoch seconds");
-  auto* to = stats->add_option("--to", arguments->to, "end (excluded)");
-  auto* day = stats->add_option("--day", arguments->day, "a local day, YYYY-MM-DD: 24 hourly slots")
+      "[--from, --to), or per hour of a --day, per day of a --month, per month of a --year of "
+      "the local calendar (see --tz). A day on which the clocks change has 23 or 25 hourly "
+      "slots; the hours column gives each slot's length",
+      "scadastore --sqlite plant.db --tz Europe/Berlin stats samples --columns temp,flow --day "
+      "2024-10-27 --stat max");
+  stats->add_option("table", options->table, "data table")->required();
+  stats->add_option("--columns", options->columns,
+                    "float columns to compute, by name and in this order; default: all");
+  auto* from = stats->add_option("--from", options->from, "start: local date-time or epoch seconds");
+  auto* to = stats->add_option("--to", options->to, "end (excluded)");
+  auto* day = stats->add_option("--day", options->day, "a local day, YYYY-MM-DD: hourly slots")
                   ->excludes(from)->excludes(to);
-  auto* month = stats->add_option("--month", arguments->month, "a month, YYYY-MM: one slot per day")
+  auto* month = stats->add_option("--month", options->month, "a month, YYYY-MM: one slot per day")
                     ->excludes(from)->excludes(to)->excludes(day);
-  stats->add_option("--year", arguments->year, "a year, YYYY: one slot per month")
+  stats->add_option("--year", options->year, "a year, YYYY: one slot per month")
       ->excludes(from)->excludes(to)->excludes(day)->excludes(month);
-  stats->add_option("--stat", arguments->stat, "max, min, avg or sum")
+  stats->add_option("--stat", options->stat, "max, min, avg or sum")
       ->capture_default_str()
       ->check(CLI::IsMember({"max", "min", "avg", "sum"}));
-  stats->callback([&context, arguments] {
-    DataTable table(arguments->table, ParseColumns(arguments->columns),
-                    ParseStatistic(arguments->stat));
-    context.session.Connect();
-    context.Print(SlotTable(table, Compute(context, *arguments, table), context.Output()));
-  });
+  stats->callback([&context, options] { RunStats(context, *options); });
 }
 
 }  // namespace scadastore::cli

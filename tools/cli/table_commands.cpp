@@ -1,9 +1,149 @@
-// ensure, drop, exists: table management common to every family.
+// tables, describe, ensure, drop, exists: table management common to every
+// family, read from the database's own description of its tables.
 #include <fmt/format.h>
 
 #include "tools/cli/commands.h"
+#include "tools/cli/data_table.h"
 
 namespace scadastore::cli {
+namespace {
+
+struct TableOptions {
+  std::string kind, table, columns;
+};
+
+// The time column of each kind of table.
+std::string TimeColumn(const TableSchema& schema) {
+  std::string kind = schema.Kind();
+  if (kind == "data") return "time";
+  if (kind == "alarm") return "arisetime";
+  if (kind == "log") return "logtime";
+  return "";
+}
+
+struct TableSize {
+  Cell rows, first, last;  // first and last time; null for an empty table
+};
+
+TableSize ReadSize(Context& context, const TableSchema& schema) {
+  Session& session = context.session;
+  std::string time = TimeColumn(schema);
+  std::string range = time.empty() ? "" : fmt::format(",min({0}),max({0})", session.Quote(time));
+  try {
+    OdbcStatement statement = session.Database().Statement();
+    statement.Execute(fmt::format("select count(*){} from {}", range, session.Quote(schema.name)));
+    statement.Fetch();
+    TableSize size{std::stoll(statement.Text(1).value_or("0")), Cell(), Cell()};
+    if (time.empty()) return size;
+    if (auto first = statement.Text(2))
+      size.first = TimeCell(static_cast<uint32_t>(std::stoul(*first)), context.Output());
+    if (auto last = statement.Text(3))
+      size.last = TimeCell(static_cast<uint32_t>(std::stoul(*last)), context.Output());
+    return size;
+  } catch (const OdbcError& error) {
+    throw CommandError(fmt::format("reading {}: {}", schema.name, error.what()));
+  }
+}
+
+const char* ValueTypeName(uint32_t type) {
+  switch (type) {
+    case SCADASTORE_VALUE_FLOAT: return "float";
+    case SCADASTORE_VALUE_INTEGER: return "int";
+    case SCADASTORE_VALUE_TEXT: return "text";
+    default: return "";
+  }
+}
+
+void RunTables(Context& context) {
+  ResultTable result{{"table", "kind", "rows", "first", "last"}, {}};
+  for (const std::string& name : ListTables(context.session)) {
+    TableSchema schema = ReadSchema(context.session, name);
+    TableSize size = ReadSize(context, schema);
+    result.rows.push_back({name, schema.Kind(), size.rows, size.first, size.last});
+  }
+  context.Print(result);
+}
+
+void RunDescribe(Context& context, const TableOptions& options) {
+  TableSchema schema = ReadSchema(context.session, options.table);
+  TableSize size = ReadSize(context, schema);
+  std::vector<std::string> indexes = ReadIndexes(context.session, schema.name);
+  ResultTable columns{{"column", "type", "value"}, {}};
+  bool data = schema.Kind() == "data";
+  for (size_t c = 0; c < schema.columns.size(); ++c) {
+    const SchemaColumn& column = schema.columns[c];
+    columns.rows.push_back(
+        {column.name, column.typeName, data && c >= 4 ? ValueTypeName(column.valueType) : ""});
+  }
+  if (context.Output().format == Format::Json) {
+    nlohmann::ordered_json object = {{"table", schema.name}, {"kind", schema.Kind()},
+                                     {"rows", size.rows},    {"first", size.first},
+                                     {"last", size.last},    {"indexes", indexes}};
+    object["columns"] = nlohmann::ordered_json::array();
+    for (const auto& row : columns.rows)
+      object["columns"].push_back({{"name", row[0]}, {"type", row[1]}, {"value", row[2]}});
+    std::cout << object.dump(2) << '\n';
+    return;
+  }
+  std::cout << fmt::format("table    {} ({} table)\nrows     {}\n", schema.name, schema.Kind(),
+                           size.rows.dump());
+  if (!size.first.is_null())
+    std::cout << fmt::format("time     {} to {}\n", CellText(size.first), CellText(size.last));
+  std::cout << fmt::format("indexes  {}\n\n", indexes.empty() ? "none" : JoinNames(indexes));
+  context.Print(columns);
+}
+
+// What `ensure` finds: nothing (then it creates), or a table that must be
+// of the asked kind and, for a data table, have the asked columns.
+bool AlreadyThere(Context& context, const TableOptions& options) {
+  if (!TableExists(context.session, options.table)) return false;
+  TableSchema schema = ReadSchema(context.session, options.table);
+  if (schema.Kind() != options.kind)
+    throw CommandError(fmt::format("ensure: {} exists and is a {} table, not a {} table",
+                                   options.table, schema.Kind(), options.kind));
+  if (options.kind != "data") return true;
+  std::string present, asked;
+  for (const SchemaColumn& column : schema.ValueColumns())
+    present += fmt::format("{}{}:{}", present.empty() ? "" : ",", column.name,
+                           ValueTypeName(column.valueType));
+  for (const Column& column : ParseColumns(options.columns))
+    asked += fmt::format("{}{}:{}", asked.empty() ? "" : ",", column.name,
+                         ValueTypeName(column.type));
+  if (present != asked)
+    throw CommandError(fmt::format("ensure: {} exists with other columns: {} (asked: {})",
+                                   options.table, present, asked));
+  return true;
+}
+
+void RunEnsure(Context& context, const TableOptions& options) {
+  auto kind = EnsureKinds().find(options.kind);
+  if (kind == EnsureKinds().end()) {
+    std::vector<std::string> known;
+    for (const auto& [name, function] : EnsureKinds()) known.push_back(name);
+    throw UsageError(
+        fmt::format("ensure: unknown kind '{}' (known: {})", options.kind, JoinNames(known)));
+  }
+  if (options.kind == "data" && options.columns.empty())
+    throw UsageError("ensure data: give --columns");
+  if (AlreadyThere(context, options)) {
+    std::cout << fmt::format("{} table {} already exists\n", options.kind, options.table);
+    return;
+  }
+  kind->second(context, options.table, options.columns);
+  if (!TableExists(context.session, options.table))
+    context.session.Fail(fmt::format("ensure: {} was not created", options.table));
+  std::cout << fmt::format("created {} table {}\n", options.kind, options.table);
+}
+
+void RunDrop(Context& context, const TableOptions& options) {
+  ReadSchema(context.session, options.table);  // "no table ..." with the tables there are
+  char error[1024] = "";
+  if (dbRemoveTable(context.session.Token(), options.table.c_str(), error, sizeof error) != 0)
+    context.session.Fail(fmt::format("drop {}{}{}", options.table, *error ? ": " : "", error));
+  std::cout << fmt::format("dropped {}\n", options.table);
+}
+
+}  // namespace
 
 std::map<std::string, EnsureFunction>& EnsureKinds() {
   static std::map<std::string, EnsureFunction> kinds;
@@ -18,55 +158,71 @@ CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::strin
 }
 
 void RequireTable(Context& context, const std::string& table, const std::string& detail) {
-  if (!dbIsTableExist(context.session.token(), table.c_str()))
+  if (!TableExists(context.session, table))
     throw CommandError(fmt::format("table {} does not exist{}{}", table, detail.empty() ? "" : ": ",
                                    detail));
 }
 
+ResultTable RunTextTableQuery(Context& context, const char* table, const std::string& sql,
+                              const char* timeColumns) {
+  uint32_t rows = 0, fields = 0, textLength = 0;
+  LibraryBlock<uint32_t> offsets;
+  LibraryBlock<char> text;
+  context.session.Check(sgGetRecordBySQL(context.session.Token(), table, sql.c_str(), timeColumns,
+                                         &rows, &fields, &offsets.data, &text.data, &textLength),
+                        "sgGetRecordBySQL");
+  ResultTable result;
+  for (uint32_t r = 0; text.data != nullptr && r <= rows; ++r) {
+    std::vector<Cell> cells;
+    for (uint32_t f = 0; f < fields; ++f) cells.push_back(text.data + offsets.data[r * fields + f]);
+    if (r == 0) {
+      for (const Cell& cell : cells) result.headers.push_back(cell);
+    } else {
+      result.rows.push_back(std::move(cells));
+    }
+  }
+  return result;
+}
+
 void AddTableCommands(CLI::App& app, Context& context) {
-  struct Arguments {
-    std::string kind, table, columns;
-  };
-  auto arguments = std::make_shared<Arguments>();
+  auto options = std::make_shared<TableOptions>();
+
+  CLI::App* tables = AddCommand(app, "tables",
+                                "List the tables with their kind, rows and time range",
+                                "scadastore --sqlite plant.db tables");
+  tables->callback([&context] { RunTables(context); });
+
+  CLI::App* describe = AddCommand(
+      app, "describe",
+      "Show a table as the database describes it: its kind, rows, time range, indexes and "
+      "columns with their types (the names that --columns takes)",
+      "scadastore --sqlite plant.db describe samples");
+  describe->add_option("table", options->table, "table name")->required();
+  describe->callback([&context, options] { RunDescribe(context, *options); });
 
   CLI::App* ensure = AddCommand(
-      app, "ensure", "Create an alarm, log or data table unless it exists",
+      app, "ensure",
+      "Create an alarm, log or data table unless it exists; an existing table of another kind "
+      "or with other columns is an error",
       "scadastore --sqlite plant.db ensure data samples --columns temp:float,pump:int,mode:text");
-  ensure->add_option("kind", arguments->kind, "alarm, log or data")->required();
-  ensure->add_option("table", arguments->table, "table name")->required();
-  ensure->add_option("--columns", arguments->columns,
-                     "value columns of a data table: name:float|int|text,... (int values "
-                     "are stored as 0 or 1)");
-  ensure->callback([&context, arguments] {
-    auto kind = EnsureKinds().find(arguments->kind);
-    if (kind == EnsureKinds().end()) {
-      std::string known;
-      for (const auto& [name, function] : EnsureKinds()) known += (known.empty() ? "" : ", ") + name;
-      throw CommandError(fmt::format("ensure: unknown kind '{}' (known: {})", arguments->kind, known));
-    }
-    context.session.Connect();
-    kind->second(context, arguments->table, arguments->columns);
-    std::cout << fmt::format("{} table {} is there\n", arguments->kind, arguments->table);
-  });
+  ensure->add_option("kind", options->kind, "alarm, log or data")->required();
+  ensure->add_option("table", options->table, "table name")->required();
+  ensure->add_option("--columns", options->columns,
+                     "value columns of a data table: name:float|int|text,... (a bare name is "
+                     "float; int values are stored as 0 or 1)");
+  ensure->preparse_callback([&context](size_t) { context.session.options.createSqlite = true; });
+  ensure->callback([&context, options] { RunEnsure(context, *options); });
 
   CLI::App* drop = AddCommand(app, "drop", "Drop a table", "scadastore --sqlite plant.db drop samples");
-  drop->add_option("table", arguments->table, "table name")->required();
-  drop->callback([&context, arguments] {
-    context.session.Connect();
-    char error[1024] = "";
-    if (dbRemoveTable(context.session.token(), arguments->table.c_str(), error, sizeof error) != 0)
-      throw CommandError(fmt::format("drop {}: {}", arguments->table,
-                                     *error ? error : "cannot connect"));
-    std::cout << fmt::format("dropped {}\n", arguments->table);
-  });
+  drop->add_option("table", options->table, "table name")->required();
+  drop->callback([&context, options] { RunDrop(context, *options); });
 
   CLI::App* exists = AddCommand(app, "exists",
                                 "Print yes and exit 0 when a table exists, else no and exit 1",
                                 "scadastore --sqlite plant.db exists samples");
-  exists->add_option("table", arguments->table, "table name")->required();
-  exists->callback([&context, arguments] {
-    context.session.Connect();
-    bool found = dbIsTableExist(context.session.token(), arguments->table.c_str()) != 0;
+  exists->add_option("table", options->table, "table name")->required();
+  exists->callback([&context, options] {
+    bool found = TableExists(context.session, options->table);
     std::cout << (found ? "yes\n" : "no\n");
     context.exitCode = found ? 0 : 1;
   });

@@ -1,7 +1,12 @@
 #include "tools/cli/times.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -10,12 +15,37 @@
 namespace scadastore::cli {
 namespace {
 
-uint32_t ToSeconds(std::tm& local, const std::string& text, const std::string& what) {
-  local.tm_isdst = -1;  // let the zone decide whether daylight saving applies
-  std::tm asked = local;
-  time_t seconds = std::mktime(&local);
-  if (seconds < 0 || seconds > static_cast<time_t>(UINT32_MAX) ||
-      local.tm_mday != asked.tm_mday || local.tm_mon != asked.tm_mon)
+std::string ZoneName() {
+  const char* zone = std::getenv("TZ");
+  return zone && *zone ? zone : "the local time zone";
+}
+
+bool SameWallClock(time_t seconds, const std::tm& asked) {
+  std::tm local;
+  return localtime_r(&seconds, &local) != nullptr && local.tm_year == asked.tm_year &&
+         local.tm_mon == asked.tm_mon && local.tm_mday == asked.tm_mday &&
+         local.tm_hour == asked.tm_hour && local.tm_min == asked.tm_min &&
+         local.tm_sec == asked.tm_sec;
+}
+
+// The instants that show this wall-clock time: none when the clocks skip
+// it, two when they go back over it.
+std::vector<time_t> Readings(const std::tm& asked) {
+  std::vector<time_t> found;
+  for (int dst : {0, 1}) {
+    std::tm local = asked;
+    local.tm_isdst = dst;
+    time_t seconds = std::mktime(&local);
+    if (seconds != -1 && SameWallClock(seconds, asked) &&
+        std::find(found.begin(), found.end(), seconds) == found.end())
+      found.push_back(seconds);
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+uint32_t InRange(time_t seconds, const std::string& text, const std::string& what) {
+  if (seconds < 0 || seconds > static_cast<time_t>(UINT32_MAX))
     throw CommandError(fmt::format("{}: '{}' is not a time from 1970 to 2106", what, text));
   return static_cast<uint32_t>(seconds);
 }
@@ -32,7 +62,17 @@ uint32_t ParseTime(const std::string& text, const std::string& what) {
                               "%Y-%m-%dT%H:%M", "%Y-%m-%d"}) {
     std::tm local{};
     const char* end = strptime(text.c_str(), pattern, &local);
-    if (end != nullptr && *end == '\0') return ToSeconds(local, text, what);
+    if (end == nullptr || *end != '\0') continue;
+    std::vector<time_t> readings = Readings(local);
+    if (readings.empty())
+      throw CommandError(fmt::format(
+          "{}: '{}' does not exist in {} (the clocks skip it); give epoch seconds", what, text,
+          ZoneName()));
+    if (readings.size() > 1)
+      throw CommandError(fmt::format(
+          "{}: '{}' happens twice in {} (the clocks go back over it); give epoch seconds", what,
+          text, ZoneName()));
+    return InRange(readings[0], text, what);
   }
   throw CommandError(fmt::format(
       "{}: '{}' is neither a local date-time (2024-05-01 08:00:00) nor seconds since 1970",
@@ -48,27 +88,28 @@ std::string FormatLocalTime(uint32_t seconds) {
   return text;
 }
 
-uint32_t LocalStart(int year, int month, int day) {
+uint32_t LocalStart(std::chrono::year_month_day date) {
   std::tm local{};
-  local.tm_year = year - 1900;
-  local.tm_mon = month - 1;
-  local.tm_mday = day;
-  return ToSeconds(local, fmt::format("{:04}-{:02}-{:02}", year, month, day), "date");
+  local.tm_year = static_cast<int>(date.year()) - 1900;
+  local.tm_mon = static_cast<int>(static_cast<unsigned>(date.month())) - 1;
+  local.tm_mday = static_cast<int>(static_cast<unsigned>(date.day()));
+  std::string text = fmt::format("{:04}-{:02}-{:02}", local.tm_year + 1900, local.tm_mon + 1,
+                                 local.tm_mday);
+  std::vector<time_t> readings = Readings(local);
+  if (!readings.empty()) return InRange(readings[0], text, "date");
+  // Midnight skipped: the day starts when the clocks jump.
+  local.tm_isdst = -1;
+  return InRange(std::mktime(&local), text, "date");
 }
 
-int DaysInMonth(int year, int month) {
-  static const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-  return month == 2 && leap ? 29 : days[month - 1];
-}
-
-YearMonth ParseYearMonth(const std::string& text) {
-  YearMonth value{};
-  char end;
-  if (std::sscanf(text.c_str(), "%4d-%2d%c", &value.year, &value.month, &end) != 2 ||
-      value.month < 1 || value.month > 12)
-    throw CommandError(fmt::format("--month: '{}' is not YYYY-MM", text));
-  return value;
+void UseTimeZone(const std::string& zone) {
+  const char* directory = std::getenv("TZDIR");
+  std::string path = fmt::format("{}/{}", directory && *directory ? directory : "/usr/share/zoneinfo",
+                                 zone);
+  if (zone.empty() || zone.find("..") != std::string::npos || access(path.c_str(), R_OK) != 0)
+    throw UsageError(fmt::format("--tz: unknown time zone '{}' (names as Europe/Berlin)", zone));
+  setenv("TZ", zone.c_str(), 1);
+  tzset();
 }
 
 }  // namespace scadastore::cli

@@ -185,7 +185,7 @@ class Recorder {
   // Stores the alarms raised so far, then the confirmations and recoveries
   // that happened before `until`, then the log entries.
   void Flush(uint32_t until) {
-    CallerToken token = context_.session.token();
+    CallerToken token = context_.session.Token();
     if (!raised_.empty()) {
       std::vector<AlarmRecord> records;
       uint32_t next = almGetLastID(token, kAlarms) + 1;
@@ -196,7 +196,7 @@ class Recorder {
         log_.push_back(LogEntry(plant_.dayStart() + alarm.arise, 3, "alarm",
                                 fmt::format("alarm {} raised: {}", alarm.id, Describe(alarm)), ""));
       }
-      Check(almSetAlarm(token, kAlarms, records.data(),
+      context_.session.Check(almSetAlarm(token, kAlarms, records.data(),
                         static_cast<uint32_t>(records.size() * sizeof(AlarmRecord))),
             "demo: storing alarms");
       raised_.clear();
@@ -205,7 +205,7 @@ class Recorder {
       if (alarm.id == 0) continue;
       if (alarm.confirm != 0 && alarm.confirm < until) {
         uint32_t when = std::min(alarm.confirm, kDay - 1);
-        Check(almConfirmAlarm(token, kAlarms, alarm.id, 1), "demo: confirming an alarm");
+        context_.session.Check(almConfirmAlarm(token, kAlarms, alarm.id, 1), "demo: confirming an alarm");
         log_.push_back(LogEntry(plant_.dayStart() + when, 2, "console",
                                 fmt::format("confirmed alarm {}: {}", alarm.id, Describe(alarm)),
                                 Operator(when)));
@@ -213,7 +213,7 @@ class Recorder {
         ++confirmed_;
       }
       if (alarm.recover != 0 && !alarm.recoveryStored && alarm.recover < until) {
-        Check(almSetRecoverAlarm(token, kAlarms, alarm.id, plant_.dayStart() + alarm.recover),
+        context_.session.Check(almSetRecoverAlarm(token, kAlarms, alarm.id, plant_.dayStart() + alarm.recover),
               "demo: recovering an alarm");
         alarm.recoveryStored = true;
       }
@@ -222,7 +222,7 @@ class Recorder {
       std::stable_sort(log_.begin(), log_.end(), [](const LogRecord& a, const LogRecord& b) {
         return a.logtime < b.logtime;
       });
-      Check(logSetLog(token, kLog, log_.data(), static_cast<uint32_t>(log_.size() * sizeof(LogRecord))),
+      context_.session.Check(logSetLog(token, kLog, log_.data(), static_cast<uint32_t>(log_.size() * sizeof(LogRecord))),
             "demo: writing the log");
       for (const LogRecord& entry : log_) logTimes_.push_back(uint32_t{entry.logtime});
       logWritten_ += log_.size();
@@ -289,11 +289,11 @@ ResultTable KeepColumns(const ResultTable& table, const std::vector<std::string>
 }
 
 void Report(Context& context, const DataTable& table, const Recorder& recorder, uint32_t day) {
-  CallerToken token = context.session.token();
+  CallerToken token = context.session.Token();
   OutputOptions display{Format::Table, false};
 
   std::vector<uint8_t> slots(24 * table.recordSize());
-  Check(sgGetRecord_Day(token, table.info(), 0, day, 0, 0, 0, slots.data(),
+  context.session.Check(sgGetRecord_Day(token, table.info(), 0, day, 0, 0, 0, slots.data(),
                         static_cast<uint32_t>(slots.size())),
         "demo: hourly statistics");
   ResultTable hourly{{"tag", "unit", "min", "max", "hourly averages 00h..23h"}, {}};
@@ -317,28 +317,28 @@ void Report(Context& context, const DataTable& table, const Recorder& recorder, 
   head.stationCount = 1;
   std::memcpy(query.data(), &head, sizeof head);
   std::memcpy(query.data() + sizeof head, kStations[0], std::strlen(kStations[0]));
-  AlarmRecord* alarms = nullptr;
-  uint32_t size = 0;
-  Check(almGetAlarmByQuery(token, kAlarms, reinterpret_cast<AlarmQuery*>(query.data()), &alarms,
-                           &size),
-        "demo: alarm query");
-  std::unique_ptr<AlarmRecord, decltype(&std::free)> ownAlarms(alarms, &std::free);
+  LibraryBlock<AlarmRecord> alarms;
+  context.session.Check(almGetAlarmByQuery(token, kAlarms,
+                                           reinterpret_cast<AlarmQuery*>(query.data()),
+                                           &alarms.data, &alarms.size),
+                        "demo: alarm query");
   std::cout << fmt::format("\nAlarms of level >= 2 at station {} (almGetAlarmByQuery):\n",
                            kStations[0]);
-  ResultTable north = KeepColumns(AlarmTable(alarms, size / sizeof(AlarmRecord), display),
+  ResultTable north = KeepColumns(AlarmTable(alarms.data, alarms.count(), display),
                                   {"id", "tag", "value", "level", "arisetime", "status",
                                    "recovertime", "description"});
   for (auto& row : north.rows) row[2] = std::round(row[2].get<double>() * 100) / 100;
   Print(north, display, std::cout);
 
   uint32_t hour = day + recorder.BusiestHour();
-  LogRecord* entries = nullptr;
-  Check(logGetLogByTime(token, kLog, hour, hour + 3599, &entries, &size), "demo: log query");
-  std::unique_ptr<LogRecord, decltype(&std::free)> ownEntries(entries, &std::free);
+  LibraryBlock<LogRecord> entries;
+  context.session.Check(
+      logGetLogByTime(token, kLog, hour, hour + 3599, &entries.data, &entries.size),
+      "demo: log query");
   std::cout << fmt::format("\nLog entries from {} to {}:59:59 (logGetLogByTime):\n",
                            FormatLocalTime(hour).substr(0, 16),
                            FormatLocalTime(hour).substr(11, 2));
-  Print(KeepColumns(LogTable(entries, size / sizeof(LogRecord), display),
+  Print(KeepColumns(LogTable(entries.data, entries.count(), display),
                     {"id", "time", "type", "source", "operator", "info"}),
         display, std::cout);
 
@@ -347,40 +347,24 @@ void Report(Context& context, const DataTable& table, const Recorder& recorder, 
       "confirmed, max(alarmlevel) as top_level, max(arisetime) as last_alarm from {} group by "
       "station order by station",
       kAlarms);
-  uint32_t rows = 0, fields = 0, textLength = 0;
-  uint32_t* offsets = nullptr;
-  char* text = nullptr;
-  Check(sgGetRecordBySQL(token, kAlarms, sql.c_str(), "last_alarm", &rows, &fields, &offsets,
-                         &text, &textLength),
-        "demo: free SQL");
-  std::unique_ptr<uint32_t, decltype(&std::free)> ownOffsets(offsets, &std::free);
-  std::unique_ptr<char, decltype(&std::free)> ownText(text, &std::free);
-  ResultTable summary;
-  for (uint32_t r = 0; text != nullptr && r <= rows; ++r) {
-    std::vector<Cell> cells;
-    for (uint32_t f = 0; f < fields; ++f) cells.push_back(std::string(text + offsets[r * fields + f]));
-    if (r == 0) {
-      for (const Cell& cell : cells) summary.headers.push_back(cell);
-    } else {
-      summary.rows.push_back(cells);
-    }
-  }
+  ResultTable summary = RunTextTableQuery(context, kAlarms, sql, "last_alarm");
   std::cout << fmt::format("\nFree SQL (sgGetRecordBySQL): {}\n", sql);
   Print(summary, display, std::cout);
 }
 
 void RunDemo(Context& context, const std::string& dayText) {
   auto started = std::chrono::steady_clock::now();
-  context.session.Connect();
+  CallerToken token = context.session.Token();
   if (!context.session.CanBatch())
-    throw CommandError("demo: kind " + std::to_string(context.session.kind()) +
-                       " stores samples one by one; use a kind from 2 to 5 (--sqlite uses 3)");
-  CallerToken token = context.session.token();
+    throw UsageError("demo: kind " + std::to_string(context.session.kind()) +
+                     " stores samples one by one; use a kind from 2 to 5 (--sqlite uses 3)");
 
   time_t dayTime = dayText.empty() ? std::time(nullptr) - kDay : ParseTime(dayText, "--day");
   std::tm local;
   localtime_r(&dayTime, &local);
-  uint32_t day = LocalStart(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+  uint32_t day = LocalStart({std::chrono::year(local.tm_year + 1900),
+                             std::chrono::month(local.tm_mon + 1),
+                             std::chrono::day(local.tm_mday)});
 
   std::vector<Column> columns;
   for (const char* station : kStations)
@@ -442,6 +426,7 @@ void AddDemoCommand(CLI::App& app, Context& context) {
       "scadastore --sqlite build/demo.db demo --day 2024-05-01");
   auto dayText = std::make_shared<std::string>();
   demo->add_option("--day", *dayText, "the local day to play, YYYY-MM-DD (default: yesterday)");
+  demo->preparse_callback([&context](size_t) { context.session.options.createSqlite = true; });
   demo->callback([&context, dayText] { RunDemo(context, *dayText); });
 }
 

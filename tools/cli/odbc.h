@@ -1,0 +1,75 @@
+// The tool's own ODBC connection, beside the library's: it reads the schema,
+// streams rows and learns the database's own reason for a failure.
+#pragma once
+
+#include <sql.h>
+#include <sqlext.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace scadastore::cli {
+
+struct HandleFree {
+  SQLSMALLINT type;
+  void operator()(void* handle) const {
+    if (type == SQL_HANDLE_DBC) SQLDisconnect(handle);  // fails harmlessly when not connected
+    SQLFreeHandle(type, handle);
+  }
+};
+using Handle = std::unique_ptr<void, HandleFree>;
+
+// "[state] message" of the handle's first diagnostic record, or "".
+std::string Diagnostic(SQLSMALLINT type, SQLHANDLE handle);
+
+// A failed ODBC call: the database's own text.
+struct OdbcError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct ResultColumn {
+  std::string name;
+  SQLSMALLINT type;  // SQL_INTEGER, SQL_DOUBLE, SQL_VARCHAR, ...
+};
+
+class OdbcStatement {
+ public:
+  explicit OdbcStatement(Handle handle) : handle_(std::move(handle)) {}
+
+  void Execute(const std::string& sql);
+  // Catalog calls: tables, columns and indexes of one table.
+  void Tables();
+  void Columns(const std::string& table);
+  void Indexes(const std::string& table);
+
+  std::vector<ResultColumn> Describe();
+  bool Fetch();
+  // Column `c` (from 1) as text; nullopt for NULL.
+  std::optional<std::string> Text(int c);
+
+ private:
+  void Check(SQLRETURN result, const char* what);
+  Handle handle_;
+};
+
+class OdbcConnection {
+ public:
+  // Connects to a data source of odbc.ini; throws an OdbcError with the
+  // driver's reason.
+  OdbcConnection(const std::string& dsn, const std::string& user, const std::string& password);
+
+  OdbcStatement Statement();
+  // Manual commit: nothing is kept until Commit.
+  void BeginTransaction();
+  void EndTransaction(bool commit);
+  bool IsSqlite() const { return sqlite_; }
+
+ private:
+  Handle environment_{nullptr, {SQL_HANDLE_ENV}};
+  Handle connection_{nullptr, {SQL_HANDLE_DBC}};
+  bool sqlite_ = false;
+};
+
+}  // namespace scadastore::cli
