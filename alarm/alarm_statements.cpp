@@ -13,24 +13,25 @@ namespace {
 
 constexpr size_t kNameWidth = 32;  // station and tag texts of a query
 
-std::string Text(SqlDialect dialect, const void* base, size_t offset, size_t width) {
-  return EscapeText(dialect, FieldText(static_cast<const char*>(base) + offset, width));
+std::string_view Text(const void* base, size_t offset, size_t width) {
+  return FieldText(static_cast<const char*>(base) + offset, width);
 }
 
 // " or " between the items; one item takes its bare form, several their
-// parenthesised form. `item(i, parenthesised)` formats entry i.
+// parenthesised form. `item(i, parenthesised)` builds entry i.
 template <class Item>
 Statement JoinItems(Statement condition, uint32_t count, Item&& item) {
   for (uint32_t i = 0; i < count; ++i) {
-    if (i > 0) condition.text += " or ";
+    if (i > 0) condition += {" or "};
     condition += item(i, count > 1);
   }
-  condition.text += ")";
+  condition += {")"};
   return condition;
 }
 
 // The one list condition of a query: the first set list bit in the order
 // types, stations, station tags, points decides, even when its list is empty.
+// Station and tag texts are bound values.
 Statement ListCondition(SqlDialect dialect, const void* query) {
   const uint32_t filter = LoadField<uint32_t>(query, offsetof(AlarmQuery, filter));
   const uint32_t typeCount = LoadField<uint32_t>(query, offsetof(AlarmQuery, typeCount));
@@ -41,6 +42,14 @@ Statement ListCondition(SqlDialect dialect, const void* query) {
   const size_t stationsAt = typesAt + size_t{4} * typeCount;
   const size_t tagsAt = stationsAt + kNameWidth * stationCount;
   const size_t pointsAt = tagsAt + kNameWidth * tagCount;
+  // "`name` = " and the bound text, parenthesised or bare.
+  auto equals = [&](const char* name, size_t at, bool parenthesised) {
+    Statement item{std::string(parenthesised ? "(" : "") + OpenQuote(dialect) + name +
+                   CloseQuote(dialect) + " = "};
+    item.AppendText(Text(query, at, kNameWidth));
+    if (parenthesised) item += {")"};
+    return item;
+  };
 
   if (filter & SCADASTORE_FILTER_ALARM_TYPES) {
     if (typeCount == 0) return {};
@@ -53,35 +62,31 @@ Statement ListCondition(SqlDialect dialect, const void* query) {
   if (filter & SCADASTORE_FILTER_STATIONS) {
     if (stationCount == 0) return {};
     return JoinItems({" and ("}, stationCount, [&](uint32_t i, bool parenthesised) {
-      const std::string station = Text(dialect, query, stationsAt + kNameWidth * i, kNameWidth);
-      return FormatStatement(dialect, kStatementSize,
-                             parenthesised ? "(`station` = '%s')" : "`station` = '%s'",
-                             station.c_str());
+      return equals("station", stationsAt + kNameWidth * i, parenthesised);
     });
   }
   if (filter & SCADASTORE_FILTER_STATION_TAGS) {
     if (stationCount != 1 || tagCount == 0) return {};
-    const std::string station = Text(dialect, query, stationsAt, kNameWidth);
-    Statement opening = FormatStatement(dialect, kStatementSize, " and (`station` = '%s') and (",
-                                          station.c_str());
+    Statement opening{" and "};
+    opening += equals("station", stationsAt, true);
+    opening += {" and ("};
     return JoinItems(std::move(opening), tagCount, [&](uint32_t i, bool parenthesised) {
-      const std::string tag = Text(dialect, query, tagsAt + kNameWidth * i, kNameWidth);
-      return FormatStatement(dialect, kStatementSize, parenthesised ? "(`tag` = '%s')" : "`tag` = '%s'",
-                             tag.c_str());
+      return equals("tag", tagsAt + kNameWidth * i, parenthesised);
     });
   }
   if (filter & SCADASTORE_FILTER_POINTS) {
     if (pointCount == 0) return {};
     return JoinItems({" and ("}, pointCount, [&](uint32_t i, bool parenthesised) {
       const size_t at = pointsAt + sizeof(PointKey) * i;
-      const std::string station = Text(dialect, query, at + offsetof(PointKey, station), kNameWidth);
-      const std::string tag = Text(dialect, query, at + offsetof(PointKey, tag), kNameWidth);
       const int tagtype = LoadField<uint16_t>(query, at + offsetof(PointKey, tagtype));
-      return FormatStatement(
-          dialect, kStatementSize,
-          parenthesised ? "((`station` = '%s') and (`tag` = '%s') and (`tagtype` = %d))"
-                        : "(`station` = '%s') and (`tag` = '%s') and (`tagtype` = %d)",
-          station.c_str(), tag.c_str(), tagtype);
+      Statement item{parenthesised ? "(" : ""};
+      item += equals("station", at + offsetof(PointKey, station), true);
+      item += {" and "};
+      item += equals("tag", at + offsetof(PointKey, tag), true);
+      item += FormatStatement(dialect, kStatementSize, parenthesised ? " and (`tagtype` = %d))"
+                                                                      : " and (`tagtype` = %d)",
+                              tagtype);
+      return item;
     });
   }
   return {};
@@ -103,23 +108,31 @@ Statement CreateTableStatement(DbKind kind, const char* table) {
 Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record) {
   const SqlDialect dialect = DialectOf(kind);
   auto number = [&](size_t offset) { return LoadField<uint32_t>(record, offset); };
-  auto text = [&](size_t offset, size_t width) { return Text(dialect, record, offset, width); };
+  auto text = [&](size_t offset, size_t width) { return Text(record, offset, width); };
   // The value travels in single precision, printed from the float.
   const double value = static_cast<float>(StoredValue(record));
-  return FormatStatement(
+  Statement insert = FormatStatement(
       dialect, kWriteBufferSize,
       "insert into `%s` (`id`, `station`, `tag`, `tagtype`, `alarmtype`, `value`, `status`, "
       "`recovertime`, `arisetime`, `ip`, `description`, `millisecond`, `batch`, `alarmlevel`) "
-      "values(%u, '%s', '%s', %u, %u, %.17g, %u, %u, %u, %u, '%s', %u, '%s', %u)",
-      table, id, text(offsetof(AlarmRecord, station), sizeof(AlarmRecord::station)).c_str(),
-      text(offsetof(AlarmRecord, tag), sizeof(AlarmRecord::tag)).c_str(),
-      number(offsetof(AlarmRecord, tagtype)), number(offsetof(AlarmRecord, alarmtype)), value,
-      number(offsetof(AlarmRecord, status)), number(offsetof(AlarmRecord, recovertime)),
-      number(offsetof(AlarmRecord, arisetime)), number(offsetof(AlarmRecord, ip)),
-      text(offsetof(AlarmRecord, description), sizeof(AlarmRecord::description)).c_str(),
-      number(offsetof(AlarmRecord, millisecond)),
-      text(offsetof(AlarmRecord, batch), sizeof(AlarmRecord::batch)).c_str(),
-      number(offsetof(AlarmRecord, alarmlevel)));
+      "values(%u, ",
+      table, id);
+  insert.AppendText(text(offsetof(AlarmRecord, station), sizeof(AlarmRecord::station)));
+  insert += {", "};
+  insert.AppendText(text(offsetof(AlarmRecord, tag), sizeof(AlarmRecord::tag)));
+  insert += FormatStatement(dialect, kWriteBufferSize, ", %u, %u, %.17g, %u, %u, %u, %u, ",
+                            number(offsetof(AlarmRecord, tagtype)),
+                            number(offsetof(AlarmRecord, alarmtype)), value,
+                            number(offsetof(AlarmRecord, status)),
+                            number(offsetof(AlarmRecord, recovertime)),
+                            number(offsetof(AlarmRecord, arisetime)), number(offsetof(AlarmRecord, ip)));
+  insert.AppendText(text(offsetof(AlarmRecord, description), sizeof(AlarmRecord::description)));
+  insert += FormatStatement(dialect, kWriteBufferSize, ", %u, ",
+                            number(offsetof(AlarmRecord, millisecond)));
+  insert.AppendText(text(offsetof(AlarmRecord, batch), sizeof(AlarmRecord::batch)));
+  insert += FormatStatement(dialect, kWriteBufferSize, ", %u)",
+                            number(offsetof(AlarmRecord, alarmlevel)));
+  return insert.Bound(kWriteBufferSize);
 }
 
 Statement ConfirmStatement(DbKind kind, const char* table, uint32_t status, uint32_t id) {

@@ -1,6 +1,7 @@
 // Statement texts of the alarm family, as pure functions of the kind and the
-// caller's inputs (the shared ones are in core/common_statements.h). Each fixed statement is cut like the bounded buffer
-// named beside it; caller texts are escaped for their single quotes.
+// caller's inputs (the shared ones are in core/common_statements.h). Each
+// fixed statement is cut like the bounded buffer named beside it; caller
+// texts are bound values (Statement in core/sql_text.h).
 #pragma once
 
 #include <cstdint>

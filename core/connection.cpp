@@ -1,5 +1,6 @@
 #include "core/connection.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -111,7 +112,35 @@ int DbConnection::TableExists(const char* tableName) {
   return found;
 }
 
-int DbConnection::OpenQuery(const char* sql) {
+bool DbConnection::BindTexts(SQLHSTMT statement, const std::vector<std::string>& texts,
+                             BoundTexts& bound, DiagnosticForm form) {
+  bound.values.resize(texts.size());
+  bound.lengths.resize(texts.size());
+  for (size_t i = 0; i < texts.size(); ++i) {
+    std::string& value = bound.values[i];
+    if (dialect() != SqlDialect::Backtick) {
+      value = texts[i];
+    } else if (!FromAnsi(texts[i], value)) {
+      // Refused whole rather than stored altered; no driver is involved.
+      char message[64];
+      FormatBounded(message, sizeof message, "text %zu is not in the host's character set", i + 1);
+      if (form == DiagnosticForm::Plain)
+        FormatBounded(error_text_, sizeof error_text_, "%s", message);
+      else
+        FormatBounded(error_text_, sizeof error_text_, "ret: %d, msg: %s", SQL_ERROR, message);
+      return false;
+    }
+    bound.lengths[i] = static_cast<SQLLEN>(value.size());
+    if (!Check(Odbc().BindParameter(statement, static_cast<SQLUSMALLINT>(i + 1), SQL_PARAM_INPUT,
+                                    SQL_C_CHAR, SQL_VARCHAR, std::max<SQLULEN>(value.size(), 1), 0,
+                                    value.data(), bound.lengths[i], &bound.lengths[i]),
+               SQL_HANDLE_STMT, statement, form))
+      return false;
+  }
+  return true;
+}
+
+int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& texts) {
   if (statement_) replaced_statements_.push_back(std::move(statement_));
   statement_ = OdbcHandle(SQL_HANDLE_STMT);
   result_columns_ = -1;
@@ -128,14 +157,18 @@ int DbConnection::OpenQuery(const char* sql) {
     return 0;
   Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_SCROLLABLE,
                      reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
+  BoundTexts bound;
+  if (!BindTexts(handle, texts, bound, DiagnosticForm::Plain)) return 0;
   return Check(ExecuteBounded(handle, sql), SQL_HANDLE_STMT, handle);
 }
 
-int DbConnection::Execute(const char* sql) {
+int DbConnection::Execute(const char* sql, const std::vector<std::string>& texts) {
   ClearErrorText();
   OdbcHandle statement(SQL_HANDLE_STMT);
   if (!statement.Allocate(connection_.get()))
     return Check(SQL_ERROR, SQL_HANDLE_DBC, connection_.get(), DiagnosticForm::WithReturnCode);
+  BoundTexts bound;
+  if (!BindTexts(statement.get(), texts, bound, DiagnosticForm::WithReturnCode)) return 0;
   return Check(ExecuteBounded(statement.get(), sql), SQL_HANDLE_STMT, statement.get(),
                DiagnosticForm::WithReturnCode);
 }

@@ -37,8 +37,10 @@ class DbConnection {
   int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
 
-  int OpenQuery(const char* sql);
-  int Execute(const char* sql);
+  // `texts` are bound to the `?`s of `sql` in order; in the backtick dialect
+  // they are converted from the host's character set to UTF-8 first.
+  int OpenQuery(const char* sql, const std::vector<std::string>& texts = {});
+  int Execute(const char* sql, const std::vector<std::string>& texts = {});
   uint32_t CountRows();
   int MoveFirst();
   int MoveNext();
@@ -66,6 +68,14 @@ class DbConnection {
   bool AllocateEnvironmentAndConnection();
   // SQLExecDirect, cut off when the server does not answer within the bound.
   SQLRETURN ExecuteBounded(SQLHSTMT statement, const char* sql);
+  // Values and lengths bound to a statement; they must outlive its execution.
+  struct BoundTexts {
+    std::vector<std::string> values;
+    std::vector<SQLLEN> lengths;
+  };
+  // False with the error text in `form` when a text cannot be converted or bound.
+  bool BindTexts(SQLHSTMT statement, const std::vector<std::string>& texts, BoundTexts& bound,
+                 DiagnosticForm form);
   void ClearErrorText();
   bool ColumnExists(uint16_t column);
   int ReadFailedWithoutDriver(uint16_t column);

@@ -18,17 +18,23 @@ bool ExportCall::Open() {
 }
 
 bool ExportCall::Query(const Statement& sql) {
-  if (db_.OpenQuery(sql.text.c_str())) return true;
+  if (sql.complete && db_.OpenQuery(sql.Sent().c_str(), sql.texts)) return true;
   db_.Close();
   Fail(Serial::kOpenTable, sql);
   return false;
 }
 
 bool ExportCall::Execute(const Statement& sql) {
-  if (db_.Execute(sql.text.c_str())) return true;
+  const int serial = code_.serials.Of(Serial::kExecError);
+  if (!sql.complete) {
+    db_.Close();
+    Write(serial, "exec error: not run, cut at %zu characters, sql: %s", sql.text.size(),
+          sql.text.c_str());
+    return false;
+  }
+  if (db_.Execute(sql.Sent().c_str(), sql.texts)) return true;
   db_.Close();
-  Write(code_.serials.Of(Serial::kExecError), "exec error: %s, sql: %s", db_.ErrorText(),
-        sql.text.c_str());
+  Write(serial, "exec error: %s, sql: %s", db_.ErrorText(), sql.text.c_str());
   return false;
 }
 

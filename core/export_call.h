@@ -24,8 +24,9 @@ class ExportCall {
   // Opens with the settings in force; on failure serial 02 with the DSN.
   bool Open();
   // OpenQuery; on failure closes and writes kOpenTable with the statement.
+  // A statement cut by its buffer is not run: it fails alike, naming the cut text.
   bool Query(const Statement& sql);
-  // Execute; on failure closes and writes kExecError.
+  // Execute; on failure closes and writes kExecError. A cut statement is not run.
   bool Execute(const Statement& sql);
   // The caller's own statement text, run as given: its session is not pooled
   // afterwards, since the text may have changed it.

@@ -15,6 +15,7 @@ struct OdbcApi {
   decltype(&::SQLDriverConnect) DriverConnect = ::SQLDriverConnect;
   decltype(&::SQLDisconnect) Disconnect = ::SQLDisconnect;
   decltype(&::SQLSetStmtAttr) SetStmtAttr = ::SQLSetStmtAttr;
+  decltype(&::SQLBindParameter) BindParameter = ::SQLBindParameter;
   decltype(&::SQLExecDirect) ExecDirect = ::SQLExecDirect;
   decltype(&::SQLTables) Tables = ::SQLTables;
   decltype(&::SQLFetch) Fetch = ::SQLFetch;

@@ -32,7 +32,8 @@ uint32_t ReadRows(DbConnection& db, uint32_t limit, ReadRow&& readRow) {
   return count;
 }
 
-// A counted result read into a zeroed malloc block, rows * recordSize bytes.
+// A counted result read into a zeroed malloc block, rows * recordSize bytes
+// (at most 4 GiB - 1, the largest size a caller can be told).
 struct RowBlock {
   enum class Status { Read, Empty, NoMemory, ReadFailed };
   Status status = Status::Empty;
@@ -47,6 +48,11 @@ RowBlock ReadRowBlock(DbConnection& db, size_t recordSize, ReadRow&& readRow) {
   RowBlock result;
   uint32_t rows = db.CountRows();
   if (rows == 0) return result;
+  // The block's size goes out as 32 bits: a larger block cannot be handed out.
+  if (recordSize > UINT32_MAX / rows) {
+    result.status = RowBlock::Status::NoMemory;
+    return result;
+  }
   result.block = AllocateResultBlock(recordSize * rows);
   if (!result.block) {
     result.status = RowBlock::Status::NoMemory;

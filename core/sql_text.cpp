@@ -31,14 +31,36 @@ Statement FormatStatement(SqlDialect dialect, uint32_t bufferSize, const char* b
   return {std::string(buffer.data()), complete};
 }
 
-std::string EscapeText(SqlDialect dialect, std::string_view text) {
-  std::string escaped;
-  escaped.reserve(text.size());
-  for (char c : text) {
-    escaped += c;
-    if (c == '\'' || (c == '\\' && dialect == SqlDialect::Backtick)) escaped += c;
+Statement& Statement::operator+=(const Statement& piece) {
+  if (!texts.empty() || !piece.texts.empty()) {
+    if (texts.empty()) sql = text;
+    sql += piece.Sent();
+    texts.insert(texts.end(), piece.texts.begin(), piece.texts.end());
   }
-  return escaped;
+  text += piece.text;
+  complete = complete && piece.complete;
+  return *this;
+}
+
+Statement& Statement::AppendText(std::string_view value) {
+  if (texts.empty()) sql = text;
+  text += '\'';
+  for (char c : value) {
+    text += c;
+    if (c == '\'') text += c;
+  }
+  text += '\'';
+  sql += '?';
+  texts.emplace_back(value);
+  return *this;
+}
+
+Statement& Statement::Bound(size_t bufferSize) {
+  if (text.size() > bufferSize - 1) {
+    text.resize(bufferSize - 1);
+    complete = false;
+  }
+  return *this;
 }
 
 std::string_view FieldText(const void* field, size_t width) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/settings.h"
 
@@ -11,16 +12,24 @@ namespace scadastore {
 
 // What every statement builder returns: the text, and whether it was built
 // whole. An incomplete text was cut at its buffer or stopped at a limit.
+// `text` is the documented form that error texts show, a caller's text value
+// standing there between single quotes with its quotes doubled. Text values
+// never travel inside the statement, though: `sql` holds `?` in their places
+// and `texts` the values, bound in that order (both empty without values).
 struct Statement {
   std::string text;
   bool complete = true;
+  std::string sql = {};
+  std::vector<std::string> texts = {};
 
   // Appends a piece; the whole is complete only when every piece is.
-  Statement& operator+=(const Statement& piece) {
-    text += piece.text;
-    complete = complete && piece.complete;
-    return *this;
-  }
+  Statement& operator+=(const Statement& piece);
+  // Appends a caller's text value.
+  Statement& AppendText(std::string_view value);
+  // Cuts the shown text as a buffer of `bufferSize` bytes would hold it.
+  Statement& Bound(size_t bufferSize);
+  // What the database receives.
+  const std::string& Sent() const { return texts.empty() ? text : sql; }
 };
 
 // The buffer of the short statements (lookups, counts, deletes by id).
@@ -36,10 +45,6 @@ Statement FormatStatement(SqlDialect dialect, uint32_t bufferSize, const char* b
 
 // The template converted to the dialect (exposed for builders that append pieces).
 std::string DialectTemplate(SqlDialect dialect, const char* backtickTemplate);
-
-// A caller text as it stands between single quotes: a quote is doubled, and in
-// the backtick dialect a backslash too.
-std::string EscapeText(SqlDialect dialect, std::string_view text);
 
 // The text of a fixed-width field: up to its NUL, never beyond `width` bytes.
 std::string_view FieldText(const void* field, size_t width);

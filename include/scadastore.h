@@ -346,6 +346,10 @@ SCADASTORE_API uint32_t sgEnsureTableExist(CallerToken token, const DataTableInf
 SCADASTORE_API uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table,
                                     const DataRecord* record, uint32_t size);
 
+/* Text values one sgBatchSetRecord call binds at most (records times text
+ * columns); a larger batch fails with "[rcd1704] failed to create sql". */
+#define SCADASTORE_BATCH_TEXT_LIMIT 4096
+
 /* Stores size / recordSize records in one statement (kinds 2, 3, 4, 5). */
 SCADASTORE_API uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table,
                                          const void* buffer, uint32_t size);

@@ -71,9 +71,7 @@ uint32_t logGetLogByTime(CallerToken token, const char* table, uint32_t startTim
       ReadLogRecord(db, record);
       return true;
     });
-    // The size goes out in bytes, so a block beyond 4 GiB cannot be handed out.
-    if (result.status == RowBlock::Status::NoMemory || result.rows > UINT32_MAX / kLogRecordSize)
-      return call.Fail(Serial::kAllocMemory);
+    if (result.status == RowBlock::Status::NoMemory) return call.Fail(Serial::kAllocMemory);
     *records = reinterpret_cast<LogRecord*>(result.block.release());
     *size = result.rows * kLogRecordSize;
     return 0;

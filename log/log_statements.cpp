@@ -2,19 +2,14 @@
 
 #include <cstddef>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 #include "core/common_statements.h"
 #include "core/sql_text.h"
 #include "scadastore.h"
 
 namespace scadastore::log {
-namespace {
-
-std::string Text(SqlDialect dialect, const char* field, size_t width) {
-  return EscapeText(dialect, FieldText(field, width));
-}
-
-}  // namespace
 
 Statement CreateTableStatement(DbKind kind, const char* table) {
   return FormatStatement(
@@ -37,19 +32,23 @@ Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const voi
   const SqlDialect dialect = DialectOf(kind);
   LogRecord entry;
   std::memcpy(&entry, record, sizeof entry);
-  return FormatStatement(
+  Statement insert = FormatStatement(
       dialect, kInsertBufferSize,
       "insert into `%s` (`id`, `logtime`, `millisecond`, `logtype`, `source`, `loginfo`, "
-      "`operator`, `monitor`, `logverify`, `ip`, `ackinfo`, `batch`) "
-      "values(%u, %u, %u, %u, '%s', '%s', '%s', '%s', '%s', %u, '%s', '%s')",
-      table, id, entry.logtime, entry.millisecond, entry.logtype,
-      Text(dialect, entry.source, sizeof entry.source).c_str(),
-      Text(dialect, entry.loginfo, sizeof entry.loginfo).c_str(),
-      Text(dialect, entry.operator_, sizeof entry.operator_).c_str(),
-      Text(dialect, entry.monitor, sizeof entry.monitor).c_str(),
-      Text(dialect, entry.logverify, sizeof entry.logverify).c_str(), entry.ip,
-      Text(dialect, entry.ackinfo, sizeof entry.ackinfo).c_str(),
-      Text(dialect, entry.batch, sizeof entry.batch).c_str());
+      "`operator`, `monitor`, `logverify`, `ip`, `ackinfo`, `batch`) values(%u, %u, %u, %u, ",
+      table, id, entry.logtime, entry.millisecond, entry.logtype);
+  const std::string_view texts[] = {
+      FieldText(entry.source, sizeof entry.source),       FieldText(entry.loginfo, sizeof entry.loginfo),
+      FieldText(entry.operator_, sizeof entry.operator_), FieldText(entry.monitor, sizeof entry.monitor),
+      FieldText(entry.logverify, sizeof entry.logverify), FieldText(entry.ackinfo, sizeof entry.ackinfo),
+      FieldText(entry.batch, sizeof entry.batch)};
+  for (size_t i = 0; i < std::size(texts); ++i) {
+    // The ip stands between logverify and ackinfo.
+    if (i == 5) insert += FormatStatement(dialect, kInsertBufferSize, "%u, ", entry.ip);
+    insert.AppendText(texts[i]);
+    insert += {i + 1 < std::size(texts) ? ", " : ")"};
+  }
+  return insert.Bound(kInsertBufferSize);
 }
 
 }  // namespace scadastore::log

@@ -21,7 +21,8 @@ Statement CreateTableStatement(DbKind kind, const char* table);
 // Entries with startTime <= logtime <= endTime, in id order.
 Statement TimeRangeStatement(DbKind kind, const char* table, uint32_t startTime, uint32_t endTime);
 
-// Stores `record` (a LogRecord, possibly unaligned) under `id`; rsvd is left NULL.
+// Stores `record` (a LogRecord, possibly unaligned) under `id`; rsvd is left
+// NULL. Incomplete when its shown text does not fit kInsertBufferSize.
 Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record);
 
 }  // namespace scadastore::log

@@ -67,4 +67,24 @@ bool ConvertFromUtf8(const char* source, const char* charset, char* target, int 
   return true;
 }
 
+bool FromAnsi(std::string_view text, std::string& utf8) {
+  const char* charset = TargetCharset();
+  if (std::strcmp(charset, "UTF-8") == 0) {
+    utf8.assign(text);
+    return true;
+  }
+  iconv_t cd = systemCalls.iconv_open("UTF-8", charset);
+  if (cd == reinterpret_cast<iconv_t>(-1)) return false;
+  // A character takes at most 4 bytes in UTF-8 and at least 1 in the source.
+  utf8.assign(text.size() * 4, '\0');
+  char* in = const_cast<char*>(text.data());
+  char* out = utf8.data();
+  size_t inLeft = text.size(), outLeft = utf8.size();
+  const bool converted = systemCalls.iconv(cd, &in, &inLeft, &out, &outLeft) != static_cast<size_t>(-1) &&
+                         systemCalls.iconv(cd, nullptr, nullptr, &out, &outLeft) != static_cast<size_t>(-1);
+  iconv_close(cd);
+  utf8.resize(static_cast<size_t>(out - utf8.data()));
+  return converted;
+}
+
 }  // namespace scadastore

@@ -55,8 +55,7 @@ RecordHead LoadHead(const void* record) {
           LoadField<uint32_t>(record, 8), LoadField<uint32_t>(record, 12)};
 }
 
-void AppendValueText(std::string& out, SqlDialect dialect, const ColumnLayout& column,
-                     const void* record) {
+void AppendValue(Statement& out, const ColumnLayout& column, const void* record) {
   switch (column.type) {
     case SCADASTORE_VALUE_FLOAT: {
       // Same text as "%.17g" in the C locale, without the cost of printf.
@@ -64,21 +63,15 @@ void AppendValueText(std::string& out, SqlDialect dialect, const ColumnLayout& c
       auto end = std::to_chars(digits, digits + sizeof digits,
                                LoadField<double>(record, column.offset),
                                std::chars_format::general, kDoubleDigits);
-      out.append(digits, end.ptr);
+      out += {std::string(digits, end.ptr)};
       break;
     }
     case SCADASTORE_VALUE_INTEGER:
-      out += LoadField<int32_t>(record, column.offset) != 0 ? '1' : '0';
+      out += {LoadField<int32_t>(record, column.offset) != 0 ? "1" : "0"};
       break;
-    case SCADASTORE_VALUE_TEXT: {
-      const size_t start = out.size();
-      const unsigned char* field = static_cast<const unsigned char*>(record) + column.offset;
-      out += '\'';
-      out += EscapeText(dialect, FieldText(field, column.width));
-      out += '\'';
-      if (out.size() - start > kValueTextLimit) out.resize(start + kValueTextLimit);
+    case SCADASTORE_VALUE_TEXT:
+      out.AppendText(FieldText(static_cast<const unsigned char*>(record) + column.offset, column.width));
       break;
-    }
     default:
       break;
   }

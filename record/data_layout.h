@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/settings.h"
+#include "core/sql_text.h"
 #include "scadastore.h"
 
 namespace scadastore {
@@ -19,8 +20,6 @@ class DbConnection;
 namespace scadastore::record {
 
 constexpr uint32_t kRecordHeadSize = 16;
-// A value's SQL text holds at most this many characters.
-constexpr size_t kValueTextLimit = 255;
 
 // Bytes a value of this type takes in a record: 8, 4, 256, or 0 for other codes.
 uint32_t ValueWidth(uint32_t type);
@@ -64,11 +63,9 @@ struct RecordHead {
 
 RecordHead LoadHead(const void* record);
 
-// Appends the SQL text of one value of `record`: "%.17g" for a double, 1 or 0
-// for an integer, a quoted text (cut at kValueTextLimit characters, which may
-// cost the closing quote) and nothing for other codes.
-void AppendValueText(std::string& out, SqlDialect dialect, const ColumnLayout& column,
-                     const void* record);
+// Appends one value of `record`: "%.17g" for a double, 1 or 0 for an
+// integer, a bound text, nothing for other codes.
+void AppendValue(Statement& out, const ColumnLayout& column, const void* record);
 
 // The part of a record a failed read was filling, in the order of the
 // readers' "failed to get field" serials.

@@ -45,6 +45,35 @@ void MoveToPosition(DbConnection& db, uint32_t index) {
   for (uint32_t step = 1; step < index; ++step) db.MoveNext();
 }
 
+// sgGetRecord after its argument check: the rows of `statement` as one block.
+uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement& statement,
+                   bool callersStatement, void** records, uint32_t* size) {
+  if (!call.Open()) return call.failure();
+  if (callersStatement) call.db().DoNotPool();
+  const TableLayout layout = DescribeTable(table);
+  if (!call.Query(statement)) return call.failure();
+  DbConnection& db = call.db();
+  if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
+  std::optional<ReadFailure> failure;
+  RowBlock result = ReadRowBlock(db, layout.recordSize, [&](unsigned char* record, uint32_t) {
+    failure = ReadRecord(db, layout.columns, record);
+    return !failure;
+  });
+  switch (result.status) {
+    case RowBlock::Status::Empty:
+      *records = nullptr;
+      *size = 0;
+      return 0;
+    case RowBlock::Status::NoMemory: return call.Fail(Serial::kAllocMemory);
+    case RowBlock::Status::ReadFailed: return FailRead(call, *failure);
+    case RowBlock::Status::Read:
+      break;
+  }
+  *records = result.block.release();
+  *size = result.rows * layout.recordSize;
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -146,33 +175,11 @@ uint32_t sgGetRecord(CallerToken token, const DataTableInfo* table, void** recor
                      uint32_t* size, const char* sql) {
   return RunExport(Export::kSgGetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || !size) return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
-    if (sql && *sql) call.db().DoNotPool();
-    const TableLayout layout = DescribeTable(*table);
     const Statement statement =
         sql && *sql ? Statement{sql}
-                    : SelectAllStatement(call.kind(), layout.name, kWholeTableStatementSize);
-    if (!call.Query(statement)) return call.failure();
-    DbConnection& db = call.db();
-    if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
-    std::optional<ReadFailure> failure;
-    RowBlock result = ReadRowBlock(db, layout.recordSize, [&](unsigned char* record, uint32_t) {
-      failure = ReadRecord(db, layout.columns, record);
-      return !failure;
-    });
-    switch (result.status) {
-      case RowBlock::Status::Empty:
-        *records = nullptr;
-        *size = 0;
-        return 0;
-      case RowBlock::Status::NoMemory: return call.Fail(Serial::kAllocMemory);
-      case RowBlock::Status::ReadFailed: return FailRead(call, *failure);
-      case RowBlock::Status::Read:
-        break;
-    }
-    *records = result.block.release();
-    *size = result.rows * layout.recordSize;
-    return 0;
+                    : SelectAllStatement(call.kind(), std::string(TableName(table)),
+                                         kWholeTableStatementSize);
+    return ReadBlock(call, *table, statement, sql && *sql, records, size);
   });
 }
 
@@ -182,9 +189,12 @@ uint32_t sgGetAllRecordOfInterval(CallerToken token, const DataTableInfo* table,
   return RunExport(Export::kSgGetAllRecordOfInterval, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || !size || startTime >= endTime)
       return call.InvalidParameter();
-    const Statement statement =
-        IntervalStatement(call.kind(), std::string(TableName(table)), startTime, endTime);
-    return sgGetRecord(token, table, records, size, statement.text.c_str());
+    // Read as sgGetRecord reads, with its codes.
+    return RunExport(Export::kSgGetRecord, [&](ExportCall& read) -> uint32_t {
+      const Statement statement =
+          IntervalStatement(read.kind(), std::string(TableName(table)), startTime, endTime);
+      return ReadBlock(read, *table, statement, false, records, size);
+    });
   });
 }
 

@@ -15,10 +15,10 @@ void AppendQuoted(std::string& out, SqlDialect dialect, std::string_view name) {
   out += CloseQuote(dialect);
 }
 
-void AppendNumber(std::string& out, uint32_t number) {
+void AppendNumber(Statement& out, uint32_t number) {
   char digits[16];
   auto end = std::to_chars(digits, digits + sizeof digits, number);
-  out.append(digits, end.ptr);
+  out += {std::string(digits, end.ptr)};
 }
 
 const char* ColumnType(uint32_t type) {
@@ -47,38 +47,44 @@ bool AppendColumnNames(std::string& text, size_t start, size_t limit, SqlDialect
   return true;
 }
 
-// Appends "," and each value's text while the text, counted from `start`,
+// Appends "," and each value while the shown text, counted from `start`,
 // stays below `limit`.
-bool AppendValues(std::string& text, size_t start, size_t limit, SqlDialect dialect,
+bool AppendValues(Statement& out, size_t start, size_t limit,
                   const std::vector<ColumnLayout>& columns, const void* record) {
   for (const ColumnLayout& column : columns) {
     if (!CarriesValue(column)) continue;
-    if (text.size() - start >= limit) return false;
-    text += ',';
-    AppendValueText(text, dialect, column, record);
+    if (out.text.size() - start >= limit) return false;
+    out += {","};
+    AppendValue(out, column, record);
   }
   return true;
 }
 
 // "id,time,ms,0": the fixed fields of a new record, whatever its own id and modify hold.
-void AppendNewHead(std::string& text, const void* record, uint32_t id) {
+void AppendNewHead(Statement& out, const void* record, uint32_t id) {
   const RecordHead head = LoadHead(record);
-  AppendNumber(text, id);
-  text += ',';
-  AppendNumber(text, head.time);
-  text += ',';
-  AppendNumber(text, head.ms);
-  text += ",0";
+  AppendNumber(out, id);
+  out += {","};
+  AppendNumber(out, head.time);
+  out += {","};
+  AppendNumber(out, head.ms);
+  out += {",0"};
 }
 
 // "(id,time,ms,0,values...)": a new record's row of a batch.
-bool AppendRow(std::string& text, size_t start, SqlDialect dialect, const TableLayout& table,
-               const void* record, uint32_t id) {
-  text += '(';
-  AppendNewHead(text, record, id);
-  if (!AppendValues(text, start, kStatementBufferSize, dialect, table.columns, record)) return false;
-  text += ')';
-  return text.size() - start < kStatementBufferSize;
+bool AppendRow(Statement& out, size_t start, const TableLayout& table, const void* record,
+               uint32_t id) {
+  out += {"("};
+  AppendNewHead(out, record, id);
+  if (!AppendValues(out, start, kStatementBufferSize, table.columns, record)) return false;
+  out += {")"};
+  return out.text.size() - start < kStatementBufferSize;
+}
+
+size_t TextColumns(const TableLayout& table) {
+  return std::count_if(table.columns.begin(), table.columns.end(), [](const ColumnLayout& column) {
+    return column.type == SCADASTORE_VALUE_TEXT;
+  });
 }
 
 }  // namespace
@@ -112,15 +118,18 @@ Statement InsertStatement(DbKind kind, const TableLayout& table, const void* rec
   Statement insert = FormatStatement(dialect, kLookupStatementSize,
                                      "insert into `%s` (`id`,`time`,`ms`,`modify`",
                                      table.name.c_str());
-  std::string& text = insert.text;
-  text.reserve(kStatementBufferSize);
-  insert.complete = AppendColumnNames(text, 0, kStatementLimit, dialect, table.columns);
-  if (!insert.complete) return insert;
-  text += ") values(";
-  AppendNewHead(text, record, id);
-  insert.complete = AppendValues(text, 0, kStatementLimit, dialect, table.columns, record);
-  if (insert.complete) text += ')';
-  return insert;
+  if (!AppendColumnNames(insert.text, 0, kStatementLimit, dialect, table.columns)) {
+    insert.complete = false;
+    return insert;
+  }
+  insert += {") values("};
+  AppendNewHead(insert, record, id);
+  if (!AppendValues(insert, 0, kStatementLimit, table.columns, record)) {
+    insert.complete = false;
+    return insert;
+  }
+  insert += {")"};
+  return insert.Bound(kStatementBufferSize);
 }
 
 Statement BatchStatement(DbKind kind, const TableLayout& table, const void* buffer, uint32_t size,
@@ -128,6 +137,7 @@ Statement BatchStatement(DbKind kind, const TableLayout& table, const void* buff
   const Statement refused{{}, false};
   if (table.recordSize == 0 || table.recordSize > size || !table.HoldsValues()) return refused;
   const uint32_t count = size / table.recordSize;
+  if (count * TextColumns(table) > kBatchTextLimit) return refused;
   // INSERT ALL repeats the column list in every clause; the multi-row form
   // writes it once in its header.
   const bool insertAll = kind == 4;
@@ -142,25 +152,23 @@ Statement BatchStatement(DbKind kind, const TableLayout& table, const void* buff
   columns += ") values ";
   if (columns.size() >= kStatementBufferSize) return refused;
 
-  std::string text;
-  text.reserve(kBatchReserve);
-  text += insertAll ? "INSERT ALL " : columns;
+  Statement batch{insertAll ? "INSERT ALL " : columns};
   const auto* records = static_cast<const unsigned char*>(buffer);
   for (uint32_t i = 0; i < count; ++i) {
-    const size_t pieceStart = text.size();
-    if (insertAll) text += columns;
-    if (!AppendRow(text, pieceStart, dialect, table, records + size_t{i} * table.recordSize,
-                   firstId + i))
+    const size_t pieceStart = batch.text.size();
+    if (insertAll) batch += {columns};
+    if (!AppendRow(batch, pieceStart, table, records + size_t{i} * table.recordSize, firstId + i))
       return refused;
-    if (i + 1 < count) text += insertAll ? ' ' : ',';
+    if (i + 1 < count) batch += {insertAll ? " " : ","};
     // Rows are alike in length: room for all of them once the first is known.
     if (i == 0) {
-      const size_t perRow = text.size() - pieceStart;
-      text.reserve(std::max(kBatchReserve, pieceStart + count * (perRow + perRow / 8)));
+      const size_t room = std::max(kBatchReserve, pieceStart + count * (batch.text.size() - pieceStart) * 9 / 8);
+      batch.text.reserve(room);
+      if (!batch.texts.empty()) batch.sql.reserve(room);
     }
   }
-  if (insertAll) text += "SELECT * FROM DUAL;";
-  return {std::move(text)};
+  if (insertAll) batch += {"SELECT * FROM DUAL;"};
+  return batch;
 }
 
 Statement UpdateStatement(DbKind kind, const TableLayout& table, const void* record, uint32_t id) {
@@ -168,24 +176,22 @@ Statement UpdateStatement(DbKind kind, const TableLayout& table, const void* rec
   const SqlDialect dialect = DialectOf(kind);
   Statement update =
       FormatStatement(dialect, kLookupStatementSize, "update `%s` set `modify`=1", table.name.c_str());
-  std::string& text = update.text;
-  text.reserve(kStatementBufferSize);
   for (const ColumnLayout& column : table.columns) {
     if (!CarriesValue(column)) continue;
-    if (text.size() >= kStatementLimit) {
+    if (update.text.size() >= kStatementLimit) {
       update.complete = false;
       return update;
     }
-    text += ',';
-    AppendQuoted(text, dialect, column.name);
-    text += '=';
-    AppendValueText(text, dialect, column, record);
+    std::string name = ",";
+    AppendQuoted(name, dialect, column.name);
+    update += {name + "="};
+    AppendValue(update, column, record);
   }
-  text += " where ";
-  AppendQuoted(text, dialect, "id");
-  text += '=';
-  AppendNumber(text, id);
-  return update;
+  std::string where = " where ";
+  AppendQuoted(where, dialect, "id");
+  update += {where + "="};
+  AppendNumber(update, id);
+  return update.Bound(kStatementBufferSize);
 }
 
 Statement DeleteAllStatement(DbKind kind, const std::string& table) {

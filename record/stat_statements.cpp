@@ -56,13 +56,12 @@ Statement StatementBuilder(DbKind kind, const DataTableInfo& table, Statistic st
     first = false;
   }
   text += " from ";
-  // The table's name and the bounds share one short buffer: a long name cuts
-  // the tail, and the database rejects what is left.
-  std::string name(TableName(&table));
-  text += FormatStatement(dialect, kTailBuffer, "`%s` where (`time`>=%d) and (`time`<%d)",
-                          name.c_str(), static_cast<int32_t>(start), static_cast<int32_t>(end))
-              .text;
   statement.complete = true;
+  // The table's name and the bounds share one short buffer: a long name cuts
+  // the condition, and what is left may compute over other rows.
+  std::string name(TableName(&table));
+  statement += FormatStatement(dialect, kTailBuffer, "`%s` where (`time`>=%d) and (`time`<%d)",
+                               name.c_str(), static_cast<int32_t>(start), static_cast<int32_t>(end));
   return statement;
 }
 

@@ -19,7 +19,8 @@ Statistic StatisticOfCode(uint32_t code);
 
 // select <aggregate> of every float column over start <= time < end.
 // Incomplete: with an empty text unless start < end as unsigned numbers, with
-// the text so far when the select list grows past its limit.
+// the text so far when the select list grows past its limit, and cut when the
+// table's name leaves no room for the condition.
 Statement StatementBuilder(DbKind kind, const DataTableInfo& table, Statistic statistic,
                            uint32_t start, uint32_t end);
 

@@ -8,6 +8,7 @@
 #   start_servers STATE STRICT        start (or keep) both servers, record them in STATE
 #   stop_servers STATE                stop what STATE records, remove the data
 #   write_odbc_files DIR STATE        DIR/odbcinst.ini, DIR/odbc.ini, DIR/test-env.sh
+#   ensure_gbk_locale                 generate zh_CN.GBK when it is missing
 #
 # Every function returns non-zero on failure and never exits the caller's shell.
 
@@ -414,4 +415,54 @@ INI
     echo "export SCADASTORE_TEST_BLACKHOLE_PORT=$BLACKHOLE_PORT"
     echo "export SCADASTORE_TEST_MARIA_BLACKHOLE_PORT=$MARIA_BLACKHOLE_PORT"
   } >"$dir/test-env.sh"
+  write_quoting_sources "$dir"
+}
+
+# Server configurations under which naive quoting of text values breaks:
+# PostgreSQL reading backslash escapes in plain literals, MariaDB reading none,
+# and MariaDB on a GBK connection (multibyte characters ending in a backslash).
+write_quoting_sources() {
+  local dir=$1
+  if postgres_running; then
+    cat >>"$dir/odbc.ini" <<INI
+[scadastore_pg_escapes]
+Driver=PostgreSQL ANSI
+Servername=127.0.0.1
+Port=$PG_PORT
+Database=$TEST_DB
+ConnSettings=SET standard_conforming_strings=off
+INI
+    echo "export SCADASTORE_TEST_POSTGRES_ESCAPES='scadastore_pg_escapes;$TEST_USER;$TEST_PASSWORD'" \
+      >>"$dir/test-env.sh"
+  fi
+  if maria_running; then
+    cat >>"$dir/odbc.ini" <<INI
+[scadastore_maria_no_escapes]
+Driver=MariaDB
+SERVER=127.0.0.1
+PORT=$MARIA_PORT
+DATABASE=$TEST_DB
+CHARSET=utf8mb4
+CONN_TIMEOUT=10
+INITSTMT=SET sql_mode=CONCAT(@@sql_mode, ',NO_BACKSLASH_ESCAPES')
+[scadastore_maria_gbk]
+Driver=MariaDB
+SERVER=127.0.0.1
+PORT=$MARIA_PORT
+DATABASE=$TEST_DB
+CHARSET=gbk
+CONN_TIMEOUT=10
+INI
+    {
+      echo "export SCADASTORE_TEST_MARIADB_NO_ESCAPES='scadastore_maria_no_escapes;$TEST_USER;$TEST_PASSWORD'"
+      echo "export SCADASTORE_TEST_MARIADB_GBK='scadastore_maria_gbk;$TEST_USER;$TEST_PASSWORD'"
+    } >>"$dir/test-env.sh"
+  fi
+}
+
+# The tests run hosts in a GBK locale; Debian generates none by default.
+ensure_gbk_locale() {
+  locale -a 2>/dev/null | grep -qi '^zh_CN\.gbk$' && return 0
+  log "generating the zh_CN.GBK locale"
+  localedef -i zh_CN -f GBK zh_CN.GBK || { error "localedef zh_CN.GBK failed"; return 1; }
 }

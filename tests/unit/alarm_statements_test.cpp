@@ -67,16 +67,24 @@ TEST(AlarmStatements, InsertTakesFieldsInColumnOrderFromUnalignedRecords) {
   // The id and confirmed fields (999, 1) are never read; the value travels in single precision.
   AlarmRecord record{999, "st1", "t1", 1, 0.1, 3, 1, 1000, 0xC0A80001,
                      2, "high", 250, 1010, "b", 5, {}};
-  auto insert = [&record](DbKind dialect) {
+  auto statement = [&record](DbKind dialect) {
     std::vector<unsigned char> unaligned(sizeof record + 1);
     std::memcpy(unaligned.data() + 1, &record, sizeof record);
-    return InsertStatement(dialect, "a1", 42, unaligned.data() + 1).text;
+    return InsertStatement(dialect, "a1", 42, unaligned.data() + 1);
   };
+  auto insert = [&](DbKind dialect) { return statement(dialect).text; };
   EXPECT_EQ(insert(Bracket),
             "insert into [a1] ([id], [station], [tag], [tagtype], [alarmtype], [value], [status], "
             "[recovertime], [arisetime], [ip], [description], [millisecond], [batch], "
             "[alarmlevel]) values(42, 'st1', 't1', 1, 3, 0.10000000149011612, 2, 1010, 1000, "
             "3232235521, 'high', 250, 'b', 5)");
+  // What the database receives: the texts as bound values.
+  EXPECT_EQ(statement(Bracket).sql,
+            "insert into [a1] ([id], [station], [tag], [tagtype], [alarmtype], [value], [status], "
+            "[recovertime], [arisetime], [ip], [description], [millisecond], [batch], "
+            "[alarmlevel]) values(42, ?, ?, 1, 3, 0.10000000149011612, 2, 1010, 1000, "
+            "3232235521, ?, 250, ?, 5)");
+  EXPECT_EQ(statement(Bracket).texts, (std::vector<std::string>{"st1", "t1", "high", "b"}));
 
   record.value = 123456789;
   EXPECT_NE(insert(Bracket).find("'t1', 1, 3, 123456792, 2,"), std::string::npos);
@@ -86,11 +94,17 @@ TEST(AlarmStatements, InsertTakesFieldsInColumnOrderFromUnalignedRecords) {
   reinterpret_cast<unsigned char*>(&record.value)[0] = 5;
   EXPECT_NE(insert(Bracket).find("'t1', 4, 3, 5, 2,"), std::string::npos) << insert(Bracket);
 
+  // Shown with its quotes doubled, sent as it stands, in every dialect.
   std::strcpy(record.description, "it's a\\b");
   std::memset(record.station, 'S', sizeof record.station);  // no NUL: the width ends it
   EXPECT_NE(insert(Bracket).find("'" + std::string(32, 'S') + "', 't1'"), std::string::npos);
-  EXPECT_NE(insert(Bracket).find("'it''s a\\b'"), std::string::npos) << insert(Bracket);
-  EXPECT_NE(insert(Backtick).find("'it''s a\\\\b'"), std::string::npos) << insert(Backtick);
+  EXPECT_NE(insert(Backtick).find("'it''s a\\b'"), std::string::npos) << insert(Backtick);
+  EXPECT_EQ(statement(Backtick).texts,
+            (std::vector<std::string>{std::string(32, 'S'), "t1", "it's a\\b", "b"}));
+  // Past its 2048-byte buffer the statement is shown cut and incomplete.
+  const Statement cut = InsertStatement(Bracket, std::string(2000, 'n').c_str(), 1, &record);
+  EXPECT_FALSE(cut.complete);
+  EXPECT_EQ(cut.text.size(), 2047u);
 }
 
 TEST(AlarmStatements, QueryConditionsAndListPrecedence) {

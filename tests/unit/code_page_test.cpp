@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <clocale>
 #include <cstring>
+#include <string>
 
 #include "platform/code_page.h"
 #include "platform/system_calls.h"
@@ -63,6 +65,20 @@ TEST(CodePage, FailingConverterNeverLeavesAnUnterminatedTarget) {
   }
   EXPECT_TRUE(ConvertFromUtf8("a\xE4\xB8\xAD", "GBK", target, sizeof target));  // restored
   EXPECT_STREQ(target, "a\xD6\xD0");
+}
+
+// Texts on their way in: a GBK host's texts become UTF-8; one that is not
+// GBK is refused rather than stored altered.
+TEST(CodePage, HostTextsBecomeUtf8) {
+  std::string utf8;
+  ASSERT_TRUE(FromAnsi("\xbf\x5c\xff", utf8));  // not UTF-8: passed on as it stands
+  EXPECT_EQ(utf8, "\xbf\x5c\xff");
+  ASSERT_NE(std::setlocale(LC_CTYPE, "zh_CN.GBK"), nullptr);
+  EXPECT_TRUE(FromAnsi("\xD6\xD0\xCE\xC4 \xbf\x5c", utf8));
+  EXPECT_EQ(utf8, "\xE4\xB8\xAD\xE6\x96\x87 \xE7\xB8\x97");
+  EXPECT_FALSE(FromAnsi("\xbf\x27", utf8));
+  EXPECT_FALSE(FromAnsi("ab\xbf", utf8));
+  std::setlocale(LC_CTYPE, "C");
 }
 
 }  // namespace

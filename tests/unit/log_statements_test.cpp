@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "log/log_statements.h"
 #include "scadastore.h"
@@ -40,13 +41,17 @@ TEST(LogStatements, EveryStatementInEachDialect) {
     EXPECT_EQ(TimeRangeStatement(kind, "ev", 10, 4294967295u).text,
               quoted("select * from `ev` where (`logtime` >= 10) and (`logtime` <= 4294967295)"
                      " order by `id` asc"));
-    // A backslash is doubled in the backtick dialect only.
-    EXPECT_EQ(InsertStatement(kind, "ev", 7, &record).text,
-              quoted("insert into `ev` (`id`, `logtime`, `millisecond`, `logtype`, `source`, "
-                     "`loginfo`, `operator`, `monitor`, `logverify`, `ip`, `ackinfo`, `batch`) "
-                     "values(7, 1700000000, 250, 3, 'pump ''A''', '" +
-                     std::string(backtick ? "C:\\\\data" : "C:\\data") + "', '" +
-                     std::string(32, 'o') + "', '', '', 4294967295, '', '')"));
+    // Shown with quotes doubled, sent as bound values in every dialect.
+    const Statement insert = InsertStatement(kind, "ev", 7, &record);
+    const std::string head =
+        quoted("insert into `ev` (`id`, `logtime`, `millisecond`, `logtype`, `source`, "
+               "`loginfo`, `operator`, `monitor`, `logverify`, `ip`, `ackinfo`, `batch`) "
+               "values(7, 1700000000, 250, 3, ");
+    EXPECT_EQ(insert.text, head + "'pump ''A''', 'C:\\data', '" + std::string(32, 'o') +
+                               "', '', '', 4294967295, '', '')");
+    EXPECT_EQ(insert.sql, head + "?, ?, ?, ?, ?, 4294967295, ?, ?)");
+    EXPECT_EQ(insert.texts, (std::vector<std::string>{"pump 'A'", "C:\\data", std::string(32, 'o'),
+                                                      "", "", "", ""}));
   }
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "core/common_statements.h"
 #include "record/record_statements.h"
@@ -54,9 +55,13 @@ TEST(RecordStatements, InsertAndUpdateOfOneRecord) {
   EXPECT_TRUE(insert.complete);
   EXPECT_EQ(insert.text,
             "insert into [t] ([id],[time],[ms],[modify],[a],[b],[c]) values(5,100,250,0,21.5,1,'on')");
+  EXPECT_EQ(insert.sql,
+            "insert into [t] ([id],[time],[ms],[modify],[a],[b],[c]) values(5,100,250,0,21.5,1,?)");
+  EXPECT_EQ(insert.texts, std::vector<std::string>{"on"});
   Statement update = UpdateStatement(Backtick, t, record.data(), 12);
   EXPECT_TRUE(update.complete);
   EXPECT_EQ(update.text, "update `t` set `modify`=1,`a`=21.5,`b`=1,`c`='on' where `id`=12");
+  EXPECT_EQ(update.sql, "update `t` set `modify`=1,`a`=21.5,`b`=1,`c`=? where `id`=12");
 
   for (uint32_t size : {t.recordSize - 1, t.recordSize + 1}) {
     Statement refused = InsertStatement(Bracket, t, record.data(), size, 5);
@@ -85,7 +90,17 @@ TEST(RecordStatements, StatementsStopAtTheirLimits) {
 
   EXPECT_FALSE(BatchStatement(3, t33, records.data(), records.bytes(), 1).complete);
   EXPECT_FALSE(BatchStatement(4, t33, records.data(), records.bytes(), 1).complete);
-  EXPECT_TRUE(BatchStatement(3, t31, records.data(), t31.recordSize * 2, 1).complete);
+  const Statement two = BatchStatement(3, t31, records.data(), t31.recordSize * 2, 1);
+  EXPECT_TRUE(two.complete);
+  EXPECT_EQ(two.texts.size(), 62u);
+
+  // A batch binds at most SCADASTORE_BATCH_TEXT_LIMIT texts.
+  DataTable oneText("t", {{"c", 12}});
+  const TableLayout c = DescribeTable(*oneText.info());
+  RecordBuffer many(c.recordSize, kBatchTextLimit + 1);
+  EXPECT_EQ(BatchStatement(3, c, many.data(), c.recordSize * kBatchTextLimit, 1).texts.size(),
+            kBatchTextLimit);
+  EXPECT_FALSE(BatchStatement(3, c, many.data(), many.bytes(), 1).complete);
 }
 
 TEST(RecordStatements, BatchInMultiRowAndInsertAllForms) {

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "core/settings.h"
 #include "core/sql_text.h"
@@ -85,10 +86,20 @@ TEST(Dialects, NamesAreNeverRewritten) {
             "select \"abcdefg");
 }
 
-TEST(Dialects, TextLiteralsDoubleQuotesAndBacktickBackslashes) {
-  EXPECT_EQ(EscapeText(SqlDialect::Bracket, "it's a\\b"), "it''s a\\b");
-  EXPECT_EQ(EscapeText(SqlDialect::Backtick, "it's a\\b"), "it''s a\\\\b");
-  EXPECT_EQ(EscapeText(SqlDialect::DoubleQuote, "plain"), "plain");
+TEST(Dialects, TextValuesAreShownQuotedAndSentBound) {
+  Statement statement{"where a = "};
+  statement.AppendText("it's a\\b");
+  statement += {" or b = "};
+  statement.AppendText("");
+  EXPECT_EQ(statement.text, "where a = 'it''s a\\b' or b = ''");
+  EXPECT_EQ(statement.sql, "where a = ? or b = ?");
+  EXPECT_EQ(statement.texts, (std::vector<std::string>{"it's a\\b", ""}));
+  EXPECT_TRUE(statement.complete);
+  // Cut like a buffer of that size: the shown text stops, the statement is incomplete.
+  Statement cut{"select "};
+  cut.AppendText("abcdef").Bound(10);
+  EXPECT_EQ(cut.text, "select 'a");
+  EXPECT_FALSE(cut.complete);
   char field[4] = {'a', 'b', 'c', 'd'};
   EXPECT_EQ(FieldText(field, sizeof field), "abcd");
 }
