@@ -39,6 +39,15 @@
  *     Several records in one buffer stand back to back without padding.
  *  9. Calls may run on several threads at once; dbInitialize must not run
  *     concurrently with any other call.
+ * 10. Text values (record fields, the station and tag lists of a query) are
+ *     sent as bound parameters, never inside the statement, and stored exactly
+ *     as given; error texts show them between single quotes with quotes
+ *     doubled. Under kind 2 they are converted to UTF-8 first; one that is not
+ *     valid in the host's character set is refused. Table names and the
+ *     caller's own statements are used as given.
+ * 11. A select, update or delete whose text does not fit its fixed buffer is
+ *     not run; the export fails naming the cut statement. A result block whose
+ *     size would not fit 32 bits fails with "failed to alloc memory".
  */
 #ifndef SCADASTORE_H
 #define SCADASTORE_H

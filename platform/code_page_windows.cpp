@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "platform/utf8_characters.h"
 
@@ -58,6 +59,24 @@ bool ToAnsi(const char* source, char* target, int capacity) {
 
 bool ConvertFromUtf8(const char* source, const char* charset, char* target, int capacity) {
   return charset != nullptr && Convert(source, CodePageOf(charset), target, capacity);
+}
+
+bool FromAnsi(std::string_view text, std::string& utf8) {
+  const UINT codePage = GetACP();
+  if (codePage == CP_UTF8 || text.empty()) {
+    utf8.assign(text);
+    return true;
+  }
+  const int length = static_cast<int>(text.size());
+  const int units = MultiByteToWideChar(codePage, MB_ERR_INVALID_CHARS, text.data(), length, nullptr, 0);
+  if (units <= 0) return false;
+  std::wstring wide(static_cast<size_t>(units), L'\0');
+  MultiByteToWideChar(codePage, MB_ERR_INVALID_CHARS, text.data(), length, wide.data(), units);
+  const int bytes = WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, nullptr, 0, nullptr, nullptr);
+  if (bytes <= 0) return false;
+  utf8.assign(static_cast<size_t>(bytes), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, wide.data(), units, utf8.data(), bytes, nullptr, nullptr);
+  return true;
 }
 
 }  // namespace scadastore
