@@ -123,7 +123,8 @@ bool DbConnection::BindTexts(SQLHSTMT statement, const std::vector<std::string>&
     } else if (!FromAnsi(texts[i], value)) {
       // Refused whole rather than stored altered; no driver is involved.
       char message[64];
-      FormatBounded(message, sizeof message, "text %zu is not in the host's character set", i + 1);
+      FormatBounded(message, sizeof message, "text %u is not in the host's character set",
+                    static_cast<unsigned>(i + 1));
       if (form == DiagnosticForm::Plain)
         FormatBounded(error_text_, sizeof error_text_, "%s", message);
       else

@@ -28,7 +28,8 @@ bool ExportCall::Execute(const Statement& sql) {
   const int serial = code_.serials.Of(Serial::kExecError);
   if (!sql.complete) {
     db_.Close();
-    Write(serial, "exec error: not run, cut at %zu characters, sql: %s", sql.text.size(),
+    Write(serial, "exec error: not run, cut at %u characters, sql: %s",
+          static_cast<unsigned>(sql.text.size()),
           sql.text.c_str());
     return false;
   }
