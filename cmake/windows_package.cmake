@@ -1,7 +1,7 @@
 # The Windows package: scadastore.dll, its import library, the header and the
 # Windows tools, in a zip made by CPack (scadastore-<version>-win32|win64.zip).
 install(TARGETS scadastore RUNTIME DESTINATION bin ARCHIVE DESTINATION lib)
-install(FILES ${CMAKE_SOURCE_DIR}/include/scadastore.h DESTINATION include)
+install(FILES ${PROJECT_SOURCE_DIR}/include/scadastore.h DESTINATION include)
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
   set(CPACK_SYSTEM_NAME win64)
 else()
