@@ -7,6 +7,33 @@
 #include "platform/connection_socket.h"
 
 namespace scadastore {
+namespace {
+
+// A connection-text value in braces, each '}' doubled. Unbraced, psqlODBC
+// decodes '+' and '%XX' in a password and a value beginning with '{' swallows
+// the keys after it.
+std::string Braced(const char* value) {
+  std::string text = "{";
+  for (; *value != '\0'; ++value) {
+    text += *value;
+    if (*value == '}') text += '}';
+  }
+  return text + '}';
+}
+
+// MariaDB's driver ignores the login time-out and reads CONN_TIMEOUT from the
+// connection text instead; the other drivers ignore that key. An empty user or
+// password is left out, so the data source's own entry applies, as with
+// SQLConnect.
+std::string ConnectionText(const char* dsn, const char* user, const char* password,
+                           int loginSeconds) {
+  std::string text = std::string("DSN=") + dsn;
+  if (*user != '\0') text += std::string(";UID=") + user;
+  if (*password != '\0') text += ";PWD=" + Braced(password);
+  return text + ";CONN_TIMEOUT=" + std::to_string(loginSeconds);
+}
+
+}  // namespace
 
 SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const char* password,
                   int loginSeconds, int& socket) {
@@ -14,20 +41,22 @@ SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const c
       connection, SQL_ATTR_LOGIN_TIMEOUT,
       reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(loginSeconds)), 0);
   if (!SQL_SUCCEEDED(set)) return set;
-  // MariaDB's driver ignores the login time-out and reads CONN_TIMEOUT from
-  // the connection text instead; the other drivers ignore that key. An empty
-  // user or password is left out, so the data source's own entry applies, as
-  // with SQLConnect.
-  std::string text = std::string("DSN=") + dsn;
-  if (*user != '\0') text += std::string(";UID=") + user;
-  if (*password != '\0') text += std::string(";PWD=") + password;
-  text += ";CONN_TIMEOUT=" + std::to_string(loginSeconds);
+  const std::string text = ConnectionText(dsn, user, password, loginSeconds);
 
   static std::mutex connecting;
   std::lock_guard lock(connecting);
   const SocketList before = OpenSockets();
-  const SQLRETURN rc = Odbc().DriverConnect(connection, nullptr, (SQLCHAR*)text.c_str(), SQL_NTS,
-                                        nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT);
+  // psqlODBC reads a user name literally, braces included, where MariaDB's
+  // driver requires a value beginning with '{' to be braced: no connection
+  // text serves both, so such a user connects through SQLConnect, which
+  // parses nothing (MariaDB's login bound is then the data source's own
+  // CONN_TIMEOUT).
+  const SQLRETURN rc =
+      *user == '{'
+          ? Odbc().Connect(connection, (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
+                           (SQLCHAR*)password, SQL_NTS)
+          : Odbc().DriverConnect(connection, nullptr, (SQLCHAR*)text.c_str(), SQL_NTS, nullptr,
+                                 0, nullptr, SQL_DRIVER_NOPROMPT);
   socket = SQL_SUCCEEDED(rc) ? SocketOpenedSince(before) : kNoSocket;
   return rc;
 }

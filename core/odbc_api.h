@@ -12,6 +12,7 @@ struct OdbcApi {
   decltype(&::SQLFreeHandle) FreeHandle = ::SQLFreeHandle;
   decltype(&::SQLSetEnvAttr) SetEnvAttr = ::SQLSetEnvAttr;
   decltype(&::SQLSetConnectAttr) SetConnectAttr = ::SQLSetConnectAttr;
+  decltype(&::SQLConnect) Connect = ::SQLConnect;
   decltype(&::SQLDriverConnect) DriverConnect = ::SQLDriverConnect;
   decltype(&::SQLDisconnect) Disconnect = ::SQLDisconnect;
   decltype(&::SQLSetStmtAttr) SetStmtAttr = ::SQLSetStmtAttr;

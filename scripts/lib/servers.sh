@@ -201,8 +201,8 @@ FLUSH PRIVILEGES;
 CREATE USER '$TEST_USER'@'127.0.0.1' IDENTIFIED BY '$TEST_PASSWORD';
 CREATE USER '$TEST_USER'@'localhost' IDENTIFIED BY '$TEST_PASSWORD';
 CREATE DATABASE $TEST_DB CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci;
-GRANT ALL ON *.* TO '$TEST_USER'@'127.0.0.1';
-GRANT ALL ON *.* TO '$TEST_USER'@'localhost';
+GRANT ALL ON *.* TO '$TEST_USER'@'127.0.0.1' WITH GRANT OPTION;
+GRANT ALL ON *.* TO '$TEST_USER'@'localhost' WITH GRANT OPTION;
 SQL
   if ! mariadb-install-db --no-defaults --user=mysql --datadir="$MARIA_DIR/data" \
       --auth-root-authentication-method=socket --skip-test-db --skip-name-resolve \
