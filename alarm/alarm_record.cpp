@@ -7,7 +7,7 @@
 namespace scadastore::alarm {
 
 double StoredValue(const void* record) {
-  if (LoadField<uint32_t>(record, offsetof(AlarmRecord, tagtype)) == kFlagTagType)
+  if (LoadField<uint32_t>(record, offsetof(AlarmRecord, tagtype)) == SCADASTORE_TAGTYPE_FLAG)
     return LoadField<uint8_t>(record, offsetof(AlarmRecord, value));
   return LoadField<double>(record, offsetof(AlarmRecord, value));
 }
@@ -25,7 +25,7 @@ void ReadAlarmRow(DbConnection& db, void* record, double& value) {
   integer(4, offsetof(AlarmRecord, tagtype));
   integer(5, offsetof(AlarmRecord, alarmtype));
   db.GetDouble(6, &value, sizeof value);
-  if (LoadField<uint32_t>(record, offsetof(AlarmRecord, tagtype)) == kFlagTagType)
+  if (LoadField<uint32_t>(record, offsetof(AlarmRecord, tagtype)) == SCADASTORE_TAGTYPE_FLAG)
     StoreField<uint8_t>(record, offsetof(AlarmRecord, value), value > 0.0 ? 1 : 0);
   else
     StoreField<double>(record, offsetof(AlarmRecord, value), value);

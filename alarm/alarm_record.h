@@ -10,8 +10,6 @@
 namespace scadastore::alarm {
 
 constexpr uint32_t kRecordSize = sizeof(AlarmRecord);
-// Under this tag type the value is a one-byte flag at the start of `value`.
-constexpr uint32_t kFlagTagType = 4;
 
 // The number stored in the value column: the flag byte under the flag tag
 // type, the double otherwise.

@@ -81,12 +81,18 @@ typedef void* CallerToken;
 /* ---- Records ---------------------------------------------------------- */
 
 #pragma pack(push, 4)
+/* The tag type whose value is a one-byte flag (0 or 1 when read back) at
+ * SCADASTORE_FLAG_OFFSET, the first byte of AlarmRecord.value; the other
+ * seven bytes of value carry nothing. */
+#define SCADASTORE_TAGTYPE_FLAG 4
+#define SCADASTORE_FLAG_OFFSET 72
+
 /* One alarm, 364 bytes. */
 typedef struct AlarmRecord {
   uint32_t id;            /* assigned by almSetAlarm; ignored on input */
   char station[32];
   char tag[32];
-  uint32_t tagtype;       /* 4: value is a one-byte flag at offset 72 */
+  uint32_t tagtype;       /* SCADASTORE_TAGTYPE_FLAG: value is a one-byte flag */
   double value;
   uint32_t alarmtype;
   uint32_t confirmed;     /* output only: status != 0 */
@@ -153,13 +159,22 @@ typedef struct LogRecord {
   uint8_t reserved[4];    /* never touched */
 } LogRecord;
 
-/* Value types of a data table column. */
+/* Value types of a data table column and their widths in a DataRecord. */
 enum {
-  SCADASTORE_VALUE_FLOAT = 3,    /* double, 8 bytes in a record */
-  SCADASTORE_VALUE_INTEGER = 4,  /* int32, 4 bytes; stored as 1 or 0 */
-  SCADASTORE_VALUE_TEXT = 12     /* 256-byte text field; varchar(64) */
+  SCADASTORE_VALUE_FLOAT = 3,    /* double */
+  SCADASTORE_VALUE_INTEGER = 4,  /* int32; stored as 1 or 0 */
+  SCADASTORE_VALUE_TEXT = 12     /* NUL-terminated text; the column is varchar(64) */
   /* any other code: a float column that carries no value (0 bytes) */
 };
+#define SCADASTORE_FLOAT_WIDTH 8u
+#define SCADASTORE_INTEGER_WIDTH 4u
+#define SCADASTORE_TEXT_WIDTH 256u
+/* Bytes a value of this type takes in a DataRecord. */
+#define SCADASTORE_VALUE_WIDTH(type)                                  \
+  ((type) == SCADASTORE_VALUE_FLOAT     ? SCADASTORE_FLOAT_WIDTH      \
+   : (type) == SCADASTORE_VALUE_INTEGER ? SCADASTORE_INTEGER_WIDTH    \
+   : (type) == SCADASTORE_VALUE_TEXT    ? SCADASTORE_TEXT_WIDTH       \
+                                        : 0u)
 
 typedef struct ColumnInfo {
   uint32_t type;          /* a SCADASTORE_VALUE_* code */
@@ -171,13 +186,23 @@ typedef struct ColumnInfo {
  * table name may be passed wherever only the name is read. */
 typedef struct DataTableInfo {
   char name[436];
-  uint32_t statMode;      /* 1 max, 2 min, 4 or 5 sum, other: average */
+  uint32_t statMode;      /* a SCADASTORE_STAT_* code; any other: average */
   uint32_t reserved1;
   uint32_t recordSize;    /* bytes of one DataRecord of this table */
   uint32_t reserved2;
   uint32_t columnCount;
   ColumnInfo columns[];   /* columnCount entries */
 } DataTableInfo;
+
+/* Statistic codes: the statKind of sgGetRecordStatValueOfInterval (1 to 4;
+ * any other takes the table's statMode) and DataTableInfo.statMode. */
+enum {
+  SCADASTORE_STAT_MAX = 1,
+  SCADASTORE_STAT_MIN = 2,
+  SCADASTORE_STAT_AVERAGE = 3,
+  SCADASTORE_STAT_SUM = 4,
+  SCADASTORE_STAT_SUM_MODE = 5   /* statMode only: sums, as 4 */
+};
 
 /* One sample row: a 16-byte head and the values packed without alignment
  * in column order (float 8 bytes, integer 4, text 256, other codes 0). */
@@ -200,6 +225,7 @@ SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, station) == 4, "station");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, tag) == 36, "tag");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, tagtype) == 68, "tagtype");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, value) == 72, "value");
+SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, value) == SCADASTORE_FLAG_OFFSET, "flag offset");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, alarmtype) == 80, "alarmtype");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, confirmed) == 84, "confirmed");
 SCADASTORE_STATIC_ASSERT(offsetof(AlarmRecord, arisetime) == 88, "arisetime");
@@ -248,110 +274,194 @@ SCADASTORE_STATIC_ASSERT(offsetof(DataRecord, ms) == 8, "DataRecord ms");
 SCADASTORE_STATIC_ASSERT(offsetof(DataRecord, modify) == 12, "DataRecord modify");
 SCADASTORE_STATIC_ASSERT(offsetof(DataRecord, values) == 16, "DataRecord values");
 SCADASTORE_STATIC_ASSERT(sizeof(DataRecord) == 16, "DataRecord head size");
+SCADASTORE_STATIC_ASSERT(sizeof(double) == SCADASTORE_FLOAT_WIDTH, "float width");
+SCADASTORE_STATIC_ASSERT(sizeof(int32_t) == SCADASTORE_INTEGER_WIDTH, "integer width");
+
+/* ---- Contracts ------------------------------------------------------------
+ *
+ * Each export below states its arguments, what it returns and the codes of
+ * the texts it can write (convention 5). In every family serial 01 is
+ * "invalid parameter" (a null pointer, a zero id or position, a size that
+ * does not fit) and 02 "failed to open DSN: <dsn>"; the further messages are
+ * "failed to open table: <statement>", "exec error: <driver text>, sql:
+ * <statement>", "failed to get field <column>", "failed to alloc memory",
+ * "failed to create sql: <statement>", "no record" and "invalid Norvak data
+ * table". A code names one message of one export: grep it in the sources to
+ * find where it is written. An update or delete that matches no row fails
+ * with the export's exec-error code ("ret: 100, msg: "), except on MariaDB,
+ * whose driver reports success.
+ */
 
 /* ---- Configuration and tables ------------------------------------------ */
 
 /* Stores "DSN;user;password;kind[;option...]" (fields cut to 63 characters,
  * kind 1..6; options as in convention 2, unknown ones ignored) and proves it
- * with a test connection. Disconnects the pooled connections. 0: stored and connected; 1: the text
- * was rejected (settings unchanged) or the connection failed (settings kept).
- * Writes no error text. Must not run concurrently with other calls. */
+ * with a test connection; disconnects the pooled connections. config is read
+ * during the call only.
+ * 0: stored and connected. 1: config null or rejected (settings unchanged),
+ * or the connection failed (settings kept). Writes no error text. Must not
+ * run concurrently with other calls. */
 SCADASTORE_API uint32_t dbInitialize(const char* config);
 
-/* Does nothing; returns 0. */
+/* Does nothing; 0. */
 SCADASTORE_API uint32_t dbUninitialize(void);
 
-/* The last failure text of any export; never null, empty before the first
- * failure. Owned by the library; valid for the life of the process. */
+/* The last failure text of any export: never null, empty before the first
+ * failure. Owned by the library; valid for the life of the process; the next
+ * failure on any thread overwrites it. */
 SCADASTORE_API const char* dbGetLastError(void);
 
-/* 1 when a table of exactly this name exists in any schema the user sees;
- * 0 when it does not or the lookup failed. */
+/* 1 when a table of exactly this name (case-sensitive) exists in any schema
+ * the user sees; 0 when it does not, token or tableName is null, or the
+ * lookup failed. Writes no error text. */
 SCADASTORE_API unsigned char dbIsTableExist(CallerToken token, const char* tableName);
 
-/* Drops a table. 0 dropped, 1 failure; on a failed statement the
- * connection's "ret: %d, msg: %s" text goes to errorText when given. */
+/* Drops the table tableName.
+ * 0: dropped. 1: token or tableName null, no connection, or the drop failed;
+ * on a failed drop the connection's "ret: %d, msg: %s" text goes to
+ * errorText (errorTextSize bytes, NUL-terminated) when it is not null.
+ * Writes no error text of its own. */
 SCADASTORE_API uint32_t dbRemoveTable(CallerToken token, const char* tableName,
                                       char* errorText, uint32_t errorTextSize);
 
-/* ---- Alarms --------------------------------------------------------------- */
+/* ---- Alarms ----------------------------------------------------------------
+ * table: the alarm table's name, at most 111 characters. */
 
-/* Creates the alarm table and its index when missing. 0: existed or
- * creation tried; 1: null argument or no connection. */
+/* Creates the alarm table and, except under kind 4, its index on id, when
+ * no table of that name exists (an existing one is not compared).
+ * 0: existed, or creation tried (a rejected statement is not reported).
+ * 1: token or table null, or no connection. Writes no error text. */
 SCADASTORE_API uint32_t almEnsureTableExist(CallerToken token, const char* table);
 
-/* Stores size / 364 records under consecutive new ids. */
+/* Stores size / 364 records (a remainder is ignored) under new ids, the
+ * table's largest id plus 1, 2, ..., one insert each; records[k].id is not
+ * read. A rejected insert stops the call and keeps the records before it.
+ * 0: stored (also when the largest id could not be read: nothing written).
+ * 1: [alm101] token, table or records null or size < 364; [alm102];
+ * [alm103] the largest-id select failed; [alm104] an insert failed. */
 SCADASTORE_API uint32_t almSetAlarm(CallerToken token, const char* table,
                                     const AlarmRecord* records, uint32_t size);
 
+/* Sets status of the alarm with this id.
+ * 0: set. 1: [alm501] token or table null, or id 0; [alm502];
+ * [alm503] the update failed. */
 SCADASTORE_API uint32_t almConfirmAlarm(CallerToken token, const char* table,
                                         uint32_t id, uint32_t status);
 
+/* Sets recovertime of the alarm with this id.
+ * 0: set. 1: [alm801] token or table null, or id 0; [alm802];
+ * [alm803] the update failed. */
 SCADASTORE_API uint32_t almSetRecoverAlarm(CallerToken token, const char* table,
                                            uint32_t id, uint32_t recovertime);
 
-/* Runs the caller's statement as given. */
+/* Runs the caller's statement sql as given (table is only checked).
+ * 0: ran. 1: [alm601] token, table or sql null; [alm602];
+ * [alm603] the statement failed. */
 SCADASTORE_API uint32_t almDeleteAlarm(CallerToken token, const char* table,
                                        const char* sql);
 
-/* The largest id; 0 for an empty table and on failure. */
+/* The largest id; 0 for an empty table and on failure: [alm701] token or
+ * table null; [alm702]; [alm703] the select failed; [alm704] its value
+ * could not be read (column 1). */
 SCADASTORE_API uint32_t almGetLastID(CallerToken token, const char* table);
 
-/* Fills the buffer with the alarms of lowest id; records after the last
- * one filled are zero. */
+/* Fills records (size bytes, size / 364 records) with the alarms of lowest
+ * id, confirmed set from status; the bytes after the last record filled are
+ * zero. A failure leaves the buffer as it was.
+ * 0: filled. 1: [alm201] token, table or records null or size < 364;
+ * [alm202]; [alm203] the select failed. */
 SCADASTORE_API uint32_t almGetAllAlarm(CallerToken token, const char* table,
                                        AlarmRecord* records, uint32_t size);
 
-/* The alarms that the query selects, in id order, in a block (convention 7) the
- * caller frees; *size is in bytes (364 per record). No match: *records null
- * and *size 0. records and size must not be null. */
+/* The alarms that query selects (its head and the lists after it), in id
+ * order, in a block (convention 7) the caller frees; *size in bytes (364
+ * per record). *size is 0 from the start; no match: *records null.
+ * 0: handed out. 1: [alm301] token, table, query, records or size null;
+ * [alm302]; [alm303] the select failed or is cut (convention 11);
+ * [alm304] no memory for the statement or the block. */
 SCADASTORE_API uint32_t almGetAlarmByQuery(CallerToken token, const char* table,
                                            const AlarmQuery* query,
                                            AlarmRecord** records, uint32_t* size);
 
-/* The number of alarms; 0 on failure. */
+/* The number of alarms; 0 for an empty table and on failure: [alm401]
+ * token or table null; [alm402]; [alm403] the select failed. */
 SCADASTORE_API uint32_t almGetAlarmCount(CallerToken token, const char* table);
 
 /* ---- Logs ------------------------------------------------------------------ */
 
-/* Creates the log table and its index when missing. 0: existed or
- * creation tried; 1: null argument or no connection. */
+/* Creates the log table and, except under kind 4, its index on id, when no
+ * table of that name exists (an existing one is not compared).
+ * 0: existed, or creation tried (a rejected statement is not reported).
+ * 1: token or table null, or no connection. Writes no error text. */
 SCADASTORE_API uint32_t logEnsureTableExist(CallerToken token, const char* table);
 
-/* Stores size / 914 records under consecutive new ids, one statement each;
- * a rejected record stops the call and keeps those before it. Texts
- * (quotes doubled) must fit a 1023-character statement. */
+/* Stores size / 914 records (a remainder is ignored) under new ids, the
+ * table's largest id plus 1, 2, ..., one insert each; records[k].id and
+ * rsvd are not read. A rejected insert stops the call and keeps the records
+ * before it. Texts (quotes doubled) must fit a 1023-character statement.
+ * 0: stored (also when the largest id could not be read: nothing written).
+ * 1: [log101] token, table or records null or size < 914; [log102];
+ * [log103] the largest-id select failed; [log104] an insert failed or did
+ * not fit. */
 SCADASTORE_API uint32_t logSetLog(CallerToken token, const char* table,
                                   const LogRecord* records, uint32_t size);
 
-/* Fills the buffer with the entries of lowest id; records after the last
- * one filled are zero. */
+/* Fills buffer (size bytes, size / 914 records) with the entries of lowest
+ * id; the bytes after the last record filled are zero. A failure leaves the
+ * buffer as it was.
+ * 0: filled. 1: [log201] token, table or buffer null or size < 914;
+ * [log202]; [log203] the select failed. */
 SCADASTORE_API uint32_t logGetAllLog(CallerToken token, const char* table,
                                      LogRecord* buffer, uint32_t size);
 
-/* Entries with startTime <= logtime <= endTime (startTime < endTime), in id
- * order, in a block (convention 7) the caller frees; *size in bytes (914 per record).
- * No match: *records null and *size 0. records and size must not be null. */
+/* Entries with startTime <= logtime <= endTime, in id order, in a block
+ * (convention 7) the caller frees; *size in bytes (914 per record). No
+ * match: *records null and *size 0.
+ * 0: handed out. 1: [log301] token, table, records or size null, or
+ * startTime >= endTime; [log302]; [log303] the select failed or is cut;
+ * [log304] no memory for the block. */
 SCADASTORE_API uint32_t logGetLogByTime(CallerToken token, const char* table,
                                         uint32_t startTime, uint32_t endTime,
                                         LogRecord** records, uint32_t* size);
 
-/* The number of entries; 0 on failure. */
+/* The number of entries; 0 for an empty table and on failure: [log401]
+ * token or table null; [log402]; [log403] the select failed. */
 SCADASTORE_API uint32_t logGetLogCount(CallerToken token, const char* table);
 
-/* The largest id; 0 for an empty table and on failure. */
+/* The largest id; 0 for an empty table and on failure: [log501] token or
+ * table null; [log502]; [log503] the select failed; [log504] its value
+ * could not be read (column 1). */
 SCADASTORE_API uint32_t logGetLastID(CallerToken token, const char* table);
 
-/* Runs the caller's statement as given. */
+/* Runs the caller's statement sql as given (table is only checked).
+ * 0: ran. 1: [log601] token, table or sql null; [log602];
+ * [log603] the statement failed. */
 SCADASTORE_API uint32_t logDeleteLog(CallerToken token, const char* table, const char* sql);
 
-/* ---- Data records ----------------------------------------------------------- */
+/* ---- Data records -----------------------------------------------------------
+ * table: the caller's DataTableInfo, read during the call only; its name is
+ * the data table's. A record (and each slot of the statistics) is
+ * recordSize bytes: the 16-byte head and the values packed in column order,
+ * SCADASTORE_VALUE_WIDTH bytes each. Where the getField codes run over
+ * several serials, they follow the columns read: the id, time, ms, modify,
+ * then float, integer and text values; the number in the text is the
+ * result column. */
 
-/* Creates the data table when missing; a failed statement's text goes to
- * errorText when given. */
+/* Creates the data table (id, time, ms, modify and one column per value
+ * column) and, except under kind 4, its index, when no table of that name
+ * exists. When the create fails (or no index follows it), the
+ * connection's error text goes to errorText (errorTextSize bytes) if given.
+ * 0: existed, or creation tried (a rejected statement is not reported).
+ * 1: token or table null, or no connection. Writes no error text. */
 SCADASTORE_API uint32_t sgEnsureTableExist(CallerToken token, const DataTableInfo* table,
                                            char* errorText, int errorTextSize);
 
+/* Stores one record (size bytes, more than 16) under a new id, the table's
+ * largest id plus 1; record->id and modify are not read.
+ * 0: stored. 1: [rcd101] token, table or record null or size <= 16;
+ * [rcd102]; [rcd103] the largest-id select failed; [rcd105] its value could
+ * not be read (column 1); [rcd106] the insert does not fit its statement;
+ * [rcd104] the insert failed. */
 SCADASTORE_API uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table,
                                     const DataRecord* record, uint32_t size);
 
@@ -359,79 +469,155 @@ SCADASTORE_API uint32_t sgSetRecord(CallerToken token, const DataTableInfo* tabl
  * columns); a larger batch fails with "[rcd1704] failed to create sql". */
 #define SCADASTORE_BATCH_TEXT_LIMIT 4096
 
-/* Stores size / recordSize records in one statement (kinds 2, 3, 4, 5). */
+/* Stores size / recordSize records of buffer in one statement (kinds 2, 3,
+ * 4, 5) under consecutive new ids: all or none.
+ * 0: stored. 1: [rcd1701] token, table or buffer null, size <= 16, or kind
+ * 1 or 6; [rcd1702]; [rcd1703] the largest-id select failed; [rcd1706] its
+ * value could not be read (column 1); [rcd1704] the statement does not fit
+ * or binds more than SCADASTORE_BATCH_TEXT_LIMIT texts; [rcd1705] the
+ * insert failed. */
 SCADASTORE_API uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table,
                                          const void* buffer, uint32_t size);
 
+/* Rewrites the values of the record at position index (from 1, in id
+ * order) and sets its modify to 1; the head of record is not read.
+ * 0: rewritten. 1: [rcd1101] token, table or record null, index 0, or size
+ * other than recordSize; the codes of sgGetIdByIndex ([rcd9xx]) for the
+ * position; [rcd1102]; [rcd1104] the update does not fit its statement;
+ * [rcd1103] the update failed. */
 SCADASTORE_API uint32_t sgModifyRecordByIndex(CallerToken token, const DataTableInfo* table,
                                               uint32_t index, const DataRecord* record,
                                               uint32_t size);
 
-/* Runs the caller's statement as given. */
+/* Runs the caller's statement sql as given (table is only checked).
+ * 0: ran. 1: [rcd1601] token, table or sql null; [rcd1602];
+ * [rcd1603] the statement failed. */
 SCADASTORE_API uint32_t sgOperateRecord(CallerToken token, const DataTableInfo* table,
                                         const char* sql);
 
-/* Empties the table, or runs the caller's delete statement when sql is set. */
+/* Empties the table, or runs the caller's statement sql as given when it is
+ * neither null nor empty.
+ * 0: ran. 1: [rcd801] token or table null; [rcd802]; [rcd803] the
+ * statement failed or is cut (convention 11). */
 SCADASTORE_API uint32_t sgDeleteRecord(CallerToken token, const DataTableInfo* table,
                                        const char* sql);
 
+/* Deletes the record at position index (from 1, in id order).
+ * 0: deleted. 1: [rcd1201] token or table null, or index 0; the codes of
+ * sgGetIdByIndex ([rcd9xx]) for the position; [rcd1202]; [rcd1203] the
+ * delete failed or is cut. */
 SCADASTORE_API uint32_t sgDeleteRecordByIndex(CallerToken token, const DataTableInfo* table,
                                               uint32_t index);
 
-/* The whole table in id order, or the rows of the caller's select, in a
- * block (convention 7) the caller frees; *size in bytes. */
+/* The whole table in id order, or the rows of the caller's select sql (run
+ * as given when neither null nor empty), in a block (convention 7) the
+ * caller frees; *size in bytes (recordSize per record). No rows: *records
+ * null and *size 0. A failure writes neither.
+ * 0: handed out. 1: [rcd201] token, table, records or size null; [rcd202];
+ * [rcd203] the select failed or is cut; [rcd204] its columns are not the
+ * table's, or recordSize cannot hold the values; [rcd205] no memory for the
+ * block, or it would pass 4 GiB; a value could not be read: [rcd206] id,
+ * [rcd207] time, [rcd208] ms, [rcd209] modify, [rcd210] float, [rcd211]
+ * integer, [rcd212] text. */
 SCADASTORE_API uint32_t sgGetRecord(CallerToken token, const DataTableInfo* table,
                                     void** records, uint32_t* size, const char* sql);
 
-/* Records with startTime <= time <= endTime, as sgGetRecord. */
+/* Records with startTime <= time <= endTime, as sgGetRecord: 0 handed out;
+ * 1: [rcd301] token, table, records or size null, or startTime >= endTime;
+ * then the codes of sgGetRecord ([rcd202] .. [rcd212]). */
 SCADASTORE_API uint32_t sgGetAllRecordOfInterval(CallerToken token, const DataTableInfo* table,
                                                  uint32_t startTime, uint32_t endTime,
                                                  void** records, uint32_t* size);
 
-/* The first record of the minute startTime .. startTime + 59. */
+/* The first record (lowest id) of the minute startTime .. startTime + 59
+ * into record.
+ * 0: read. 1: [rcd401] token, table or record null, or size other than
+ * recordSize; [rcd402]; [rcd403] the select failed; [rcd404] its columns
+ * are not the table's, or recordSize cannot hold the values; [rcd405] no
+ * record in that minute; a value could not be read: [rcd406] id, [rcd407]
+ * time, [rcd408] ms, [rcd409] modify, [rcd410] float, [rcd411] integer,
+ * [rcd412] text. */
 SCADASTORE_API uint32_t sgGetRecordByTime(CallerToken token, const DataTableInfo* table,
                                           uint32_t startTime, DataRecord* record,
                                           uint32_t size);
 
-/* The id at a position counted from 1 in id order; 0 on failure. */
+/* The id at position index (from 1, in id order); 0 on failure: [rcd901]
+ * token or table null, or index 0; [rcd902]; [rcd903] the select failed;
+ * [rcd904] "invalid parameter": index past the last record; [rcd905] the
+ * id could not be read (column 1). */
 SCADASTORE_API uint32_t sgGetIdByIndex(CallerToken token, const DataTableInfo* table,
                                        uint32_t index);
 
+/* The record at position index (from 1, in id order) into record.
+ * 0: read. 1: [rcd1001] token, table or record null, index 0, size other
+ * than recordSize, or recordSize cannot hold the values; [rcd1002];
+ * [rcd1003] the select failed; [rcd1004] "invalid parameter": index past
+ * the last record; a value could not be read: [rcd1005] id, [rcd1006]
+ * time, [rcd1007] ms, [rcd1008] modify, [rcd1009] float, [rcd1010]
+ * integer, [rcd1011] text. */
 SCADASTORE_API uint32_t sgGetRecordByIndex(CallerToken token, const DataTableInfo* table,
                                            uint32_t index, DataRecord* record,
                                            uint32_t size);
 
-/* The number of records; 0xFFFFFFFF on failure. */
+/* The number of records; 0xFFFFFFFF on failure: [rcd1301] token or table
+ * null; [rcd1302]; [rcd1303] the select failed or is cut; [rcd1304] the
+ * count could not be read (column 1). */
 SCADASTORE_API uint32_t sgGetRecordCount(CallerToken token, const DataTableInfo* table);
 
-/* Statistics of the float columns over [startTime, endTime): statKind 1 max,
- * 2 min, 3 avg, 4 sum, anything else the table's statMode. */
+/* One slot of statistics of the float columns over startTime <= time <
+ * endTime into record: statKind a SCADASTORE_STAT_* code 1 to 4, any other
+ * takes the table's statMode. The slot's head is 0, startTime, 0, 0; a
+ * column without rows keeps the caller's bytes; other values are left.
+ * 0: filled. 1: [rcd1401] token, table or record null, startTime > endTime,
+ * size other than recordSize, or recordSize cannot hold the values;
+ * [rcd1402]; [rcd1405] the statement cannot be built (empty interval,
+ * too many columns); [rcd1403] it failed, or the table has no float
+ * column; [rcd1404] a statistic could not be read (result column). */
 SCADASTORE_API uint32_t sgGetRecordStatValueOfInterval(CallerToken token,
                                                        const DataTableInfo* table,
                                                        uint32_t statKind, int32_t startTime,
                                                        int32_t endTime, DataRecord* record,
                                                        uint32_t size);
 
-/* 24 hourly slots from startTime; size = 24 * recordSize. */
+/* 24 hourly slots from startTime with the table's statMode, as
+ * sgGetRecordStatValueOfInterval; size = 24 * recordSize; the unused
+ * arguments are ignored. 0: filled. 1: [rcd501] [rcd502] [rcd503] [rcd504]
+ * [rcd505] as [rcd1401] .. [rcd1405]; the slots before the failing one are
+ * filled. */
 SCADASTORE_API uint32_t sgGetRecord_Day(CallerToken token, const DataTableInfo* table,
                                         uint32_t unused1, uint32_t startTime, uint32_t unused2,
                                         uint32_t unused3, uint32_t unused4, void* slots,
                                         uint32_t size);
 
-/* One slot per day from startTime; size = days * recordSize. */
+/* days daily slots (86400 seconds each) from startTime; size = days *
+ * recordSize; otherwise as sgGetRecord_Day, codes [rcd601] [rcd602] [rcd603]
+ * [rcd604] [rcd605]. */
 SCADASTORE_API uint32_t sgGetRecord_Month(CallerToken token, const DataTableInfo* table,
                                           uint32_t unused1, uint32_t startTime, uint32_t unused2,
                                           uint32_t unused3, int32_t days, void* slots,
                                           uint32_t size);
 
-/* 12 monthly slots from startTime, month lengths of year; size = 12 * recordSize. */
+/* 12 monthly slots from startTime, with the month lengths of year; size =
+ * 12 * recordSize; otherwise as sgGetRecord_Day, codes [rcd701] [rcd702]
+ * [rcd703] [rcd704] [rcd705]. */
 SCADASTORE_API uint32_t sgGetRecord_Year(CallerToken token, const DataTableInfo* table,
                                          uint32_t unused1, uint32_t startTime, int32_t year,
                                          void* slots, uint32_t size);
 
-/* Any select as a text table: offsets[r * fieldCount + f] locates field f of
- * row r (row 0 is the header) in text. Both blocks (convention 7)
- * belong to the caller. */
+/* Any select sql, run as given, as a text table: *rowCount result rows,
+ * *fieldCount kept columns (columns named id, ms and modify are left out),
+ * *text the NUL-terminated names and cells one after another (*textLength
+ * bytes with the NULs), and (*offsets)[r * fieldCount + f] the offset of
+ * field f of row r in *text, row 0 the header. Cells of the column time
+ * and of the names in timeColumns ("a;b", may be null) are local date-times
+ * "YYYY-MM-DD hh:mm:ss" within 2010 .. 2034. Both blocks (convention 7)
+ * belong to the caller. table must not be null; it is not read.
+ * No column or no row: *text null and *textLength 0, the rest unwritten.
+ * 0: handed out. 1, nothing written: [rcd1501] token, table, sql or any of
+ * the five output pointers null; [rcd1502]; [rcd1503] the select failed;
+ * [rcd1504] no memory for the offsets, [rcd1505] for the text; [rcd1506] /
+ * [rcd1507] a header name too large / refused, [rcd1508] / [rcd1509] a
+ * cell too large / refused. */
 SCADASTORE_API uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
                                          const char* timeColumns, uint32_t* rowCount,
                                          uint32_t* fieldCount, uint32_t** offsets, char** text,

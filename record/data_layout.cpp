@@ -15,15 +15,6 @@ constexpr int kDoubleDigits = 17;
 
 }  // namespace
 
-uint32_t ValueWidth(uint32_t type) {
-  switch (type) {
-    case SCADASTORE_VALUE_FLOAT: return 8;
-    case SCADASTORE_VALUE_INTEGER: return 4;
-    case SCADASTORE_VALUE_TEXT: return 256;
-    default: return 0;
-  }
-}
-
 std::string_view TableName(const void* table) {
   const char* name = static_cast<const char*>(table);
   return std::string_view(name, strnlen(name, sizeof(DataTableInfo::name)));
@@ -35,7 +26,7 @@ std::vector<ColumnLayout> Layout(const DataTableInfo& table) {
   uint32_t offset = kRecordHeadSize;
   for (uint32_t i = 0; i < table.columnCount; ++i) {
     const ColumnInfo& column = table.columns[i];
-    uint32_t width = ValueWidth(column.type);
+    uint32_t width = SCADASTORE_VALUE_WIDTH(column.type);
     layout.push_back({FieldText(column.name, sizeof column.name), column.type, offset, width});
     offset += width;
   }

@@ -21,9 +21,6 @@ namespace scadastore::record {
 
 constexpr uint32_t kRecordHeadSize = 16;
 
-// Bytes a value of this type takes in a record: 8, 4, 256, or 0 for other codes.
-uint32_t ValueWidth(uint32_t type);
-
 struct ColumnLayout {
   std::string_view name;
   uint32_t type;

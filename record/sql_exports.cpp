@@ -43,7 +43,9 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
                           const char* timeColumns, uint32_t* rowCount, uint32_t* fieldCount,
                           uint32_t** offsets, char** text, uint32_t* textLength) {
   return RunExport(Export::kSgGetRecordBySQL, [&](ExportCall& call) -> uint32_t {
-    if (!token || !table || !sql) return call.InvalidParameter();
+    // Every output is checked, also those an empty result leaves unwritten.
+    if (!token || !table || !sql || !rowCount || !fieldCount || !offsets || !text || !textLength)
+      return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     if (!call.QueryCallerText(sql)) return call.failure();
     DbConnection& db = call.db();

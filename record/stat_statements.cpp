@@ -26,16 +26,17 @@ const char* AggregateOf(Statistic statistic) {
 
 Statistic StatisticOfCode(uint32_t code) {
   switch (code) {
-    case 1: return Statistic::Max;
-    case 2: return Statistic::Min;
-    case 4:
-    case 5: return Statistic::Sum;
+    case SCADASTORE_STAT_MAX: return Statistic::Max;
+    case SCADASTORE_STAT_MIN: return Statistic::Min;
+    case SCADASTORE_STAT_SUM:
+    case SCADASTORE_STAT_SUM_MODE: return Statistic::Sum;
     default: return Statistic::Average;
   }
 }
 
 Statistic ResolveStatistic(uint32_t statKind, uint32_t statMode) {
-  return StatisticOfCode(statKind >= 1 && statKind <= 4 ? statKind : statMode);
+  const bool callerChose = statKind >= SCADASTORE_STAT_MAX && statKind <= SCADASTORE_STAT_SUM;
+  return StatisticOfCode(callerChose ? statKind : statMode);
 }
 
 Statement StatementBuilder(DbKind kind, const DataTableInfo& table, Statistic statistic,

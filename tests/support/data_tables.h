@@ -30,7 +30,7 @@ class DataTable {
       ColumnInfo& column = table->columns[i];
       column.type = columns[i].second;
       std::strncpy(column.name, columns[i].first.c_str(), sizeof column.name - 1);
-      size += record::ValueWidth(columns[i].second);
+      size += SCADASTORE_VALUE_WIDTH(columns[i].second);
     }
     table->recordSize = size;
   }

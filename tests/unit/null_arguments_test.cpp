@@ -60,6 +60,12 @@ TEST(NullArguments, EveryExportRefusesThemWithItsCode) {
       {"sgGetRecordCount", [&] { return sgGetRecordCount(nullptr, info); }, 0xFFFFFFFFu, "[rcd1301]"},
       {"sgGetRecordStatValueOfInterval", [&] { return sgGetRecordStatValueOfInterval(token, nullptr, 1, 0, 10, nullptr, 64); }, 1, "[rcd1401]"},
       {"sgGetRecordBySQL", [&] { return sgGetRecordBySQL(token, "t", nullptr, nullptr, &rows, &fields, &offsets, &text, &size); }, 1, "[rcd1501]"},
+      // Each output pointer, even those an empty result would leave unwritten.
+      {"sgGetRecordBySQL rowCount", [&] { return sgGetRecordBySQL(token, "t", "select 1", nullptr, nullptr, &fields, &offsets, &text, &size); }, 1, "[rcd1501]"},
+      {"sgGetRecordBySQL fieldCount", [&] { return sgGetRecordBySQL(token, "t", "select 1", nullptr, &rows, nullptr, &offsets, &text, &size); }, 1, "[rcd1501]"},
+      {"sgGetRecordBySQL offsets", [&] { return sgGetRecordBySQL(token, "t", "select 1", nullptr, &rows, &fields, nullptr, &text, &size); }, 1, "[rcd1501]"},
+      {"sgGetRecordBySQL text", [&] { return sgGetRecordBySQL(token, "t", "select 1", nullptr, &rows, &fields, &offsets, nullptr, &size); }, 1, "[rcd1501]"},
+      {"sgGetRecordBySQL textLength", [&] { return sgGetRecordBySQL(token, "t", "select 1", nullptr, &rows, &fields, &offsets, &text, nullptr); }, 1, "[rcd1501]"},
       {"sgOperateRecord", [&] { return sgOperateRecord(token, info, nullptr); }, 1, "[rcd1601]"},
       {"sgBatchSetRecord", [&] { return sgBatchSetRecord(token, nullptr, nullptr, 64); }, 1, "[rcd1701]"},
   };
