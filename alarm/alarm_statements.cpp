@@ -95,14 +95,12 @@ Statement ListCondition(SqlDialect dialect, const void* query) {
 }  // namespace
 
 Statement CreateTableStatement(DbKind kind, const char* table) {
-  return FormatStatement(
-      DialectOf(kind), kCreateBufferSize,
-      "create table `%s` (`id` integer NOT NULL PRIMARY KEY, `station` varchar(32), "
-      "`tag` varchar(32), `tagtype` integer, `alarmtype` integer, `value` float, "
-      "`status` integer, `recovertime` integer, `arisetime` integer, `ip` integer, "
-      "`description` varchar(128), `millisecond` integer, `batch` varchar(64), "
-      "`alarmlevel` integer, `rsvd` varchar(128))%s%s",
-      table, HasTableOptions(kind) ? " " : "", TableOptions(kind));
+  return CreateFixedTableStatement(
+      kind, table,
+      "`id` integer NOT NULL PRIMARY KEY, `station` varchar(32), `tag` varchar(32), "
+      "`tagtype` integer, `alarmtype` integer, `value` float, `status` integer, "
+      "`recovertime` integer, `arisetime` integer, `ip` integer, `description` varchar(128), "
+      "`millisecond` integer, `batch` varchar(64), `alarmlevel` integer, `rsvd` varchar(128)");
 }
 
 Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record) {

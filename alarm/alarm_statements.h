@@ -12,7 +12,6 @@
 
 namespace scadastore::alarm {
 
-constexpr uint32_t kCreateBufferSize = 512;
 constexpr uint32_t kWriteBufferSize = 2048;  // almSetAlarm: largest id and inserts
 
 Statement CreateTableStatement(DbKind kind, const char* table);

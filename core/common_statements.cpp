@@ -30,6 +30,13 @@ Statement DropTableStatement(DbKind kind, const std::string& table) {
   return FormatStatement(DialectOf(kind), kStatementSize, "drop table `%s`", table.c_str());
 }
 
+Statement CreateFixedTableStatement(DbKind kind, const char* table, const char* backtickColumns) {
+  constexpr uint32_t kCreateBufferSize = 512;
+  const std::string backtickTemplate = std::string("create table `%s` (") + backtickColumns + ")%s%s";
+  return FormatStatement(DialectOf(kind), kCreateBufferSize, backtickTemplate.c_str(), table,
+                         HasTableOptions(kind) ? " " : "", TableOptions(kind));
+}
+
 const char* TableOptions(DbKind kind) {
   return HasTableOptions(kind) ? "ENGINE=InnoDB DEFAULT CHARSET=utf8" : "";
 }

@@ -21,6 +21,11 @@ Statement SelectAllStatement(DbKind kind, const std::string& table,
 Statement DeleteByIdStatement(DbKind kind, const std::string& table, uint32_t id);
 Statement DropTableStatement(DbKind kind, const std::string& table);
 
+// "create table `table` (columns)" and the kind's table options after a
+// blank, in a 512-byte buffer; `backtickColumns` is written in the backtick
+// dialect, which `kind` translates.
+Statement CreateFixedTableStatement(DbKind kind, const char* table, const char* backtickColumns);
+
 // What the kind writes after the closing parenthesis of a create statement.
 const char* TableOptions(DbKind kind);
 

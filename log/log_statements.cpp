@@ -12,13 +12,12 @@
 namespace scadastore::log {
 
 Statement CreateTableStatement(DbKind kind, const char* table) {
-  return FormatStatement(
-      DialectOf(kind), kCreateBufferSize,
-      "create table `%s` (`id` integer NOT NULL PRIMARY KEY, `logtime` integer, "
-      "`millisecond` integer, `logtype` integer, `source` varchar(64), `loginfo` varchar(250), "
-      "`operator` varchar(32), `monitor` varchar(32), `logverify` varchar(64), `ip` integer, "
-      "`ackinfo` varchar(250), `batch` varchar(64), `rsvd` varchar(128))%s%s",
-      table, HasTableOptions(kind) ? " " : "", TableOptions(kind));
+  return CreateFixedTableStatement(
+      kind, table,
+      "`id` integer NOT NULL PRIMARY KEY, `logtime` integer, `millisecond` integer, "
+      "`logtype` integer, `source` varchar(64), `loginfo` varchar(250), `operator` varchar(32), "
+      "`monitor` varchar(32), `logverify` varchar(64), `ip` integer, `ackinfo` varchar(250), "
+      "`batch` varchar(64), `rsvd` varchar(128)");
 }
 
 Statement TimeRangeStatement(DbKind kind, const char* table, uint32_t startTime, uint32_t endTime) {

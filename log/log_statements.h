@@ -11,7 +11,6 @@
 namespace scadastore::log {
 
 // Buffer sizes of the statements; a longer text is cut and the database rejects it.
-constexpr uint32_t kCreateBufferSize = 512;
 constexpr uint32_t kLongBufferSize = 2048;  // logSetLog's largest id, time ranges
 constexpr uint32_t kInsertBufferSize = 1024;
 

@@ -1,0 +1,70 @@
+#include "core/fixed_record_exports.h"
+
+namespace scadastore {
+namespace {
+
+// Column 1 of the one row of `select`; getField where the export has that
+// message, else the value as a NULL left it (0).
+uint32_t SingleValueExport(const ExportCode& code, CallerToken token, const char* table,
+                           Statement (*select)(DbKind, const std::string&)) {
+  return RunExport(code, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    if (!call.Query(select(call.kind(), table))) return call.failure();
+    uint32_t value = 0;
+    if (!ReadSingleInteger(call.db(), value) && code.serials.getField != 0)
+      return call.FailField(1);
+    return value;
+  });
+}
+
+Statement LargestId(DbKind kind, const std::string& table) {
+  return LargestIdStatement(kind, table);
+}
+
+}  // namespace
+
+uint32_t EnsureTableExport(CallerToken token, const char* table, TableStatement create) {
+  return Guarded<uint32_t>(1, [&]() -> uint32_t {
+    if (!token || !table) return 1;
+    return EnsureTableExists(table, create) ? 0 : 1;
+  });
+}
+
+uint32_t LargestIdExport(const ExportCode& code, CallerToken token, const char* table) {
+  return SingleValueExport(code, token, table, LargestId);
+}
+
+uint32_t CountExport(const ExportCode& code, CallerToken token, const char* table) {
+  return SingleValueExport(code, token, table, CountStatement);
+}
+
+uint32_t CallerStatementExport(const ExportCode& code, CallerToken token, const char* table,
+                               const char* sql) {
+  return RunExport(code, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !sql) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    return call.ExecuteCallerText(sql) ? 0 : call.failure();
+  });
+}
+
+uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const char* table,
+                            const void* records, uint32_t size, uint32_t recordSize,
+                            uint32_t largestIdBuffer, InsertBuilder insert) {
+  return RunExport(code, [&](ExportCall& call) -> uint32_t {
+    if (!token || !table || !records || size < recordSize) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
+    // The max(id) result stays open beside the inserts.
+    if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer)))
+      return call.failure();
+    uint32_t id = 0;
+    if (!ReadSingleInteger(call.db(), id)) return 0;
+    const auto* bytes = static_cast<const unsigned char*>(records);
+    for (uint32_t k = 0; k < size / recordSize; ++k)
+      if (!call.Execute(insert(call.kind(), table, ++id, bytes + size_t{k} * recordSize)))
+        return call.failure();
+    return 0;
+  });
+}
+
+}  // namespace scadastore
