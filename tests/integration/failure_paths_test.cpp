@@ -1,0 +1,174 @@
+// The failure paths a database rarely takes, forced through the ODBC call
+// table and the system-call table: a column read that fails gives the
+// export's "failed to get field %d" with that column, a refused allocation
+// its "failed to alloc memory", and either way the connection is closed.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "core/odbc_api.h"
+#include "platform/system_calls.h"
+#include "support/data_tables.h"
+#include "support/databases.h"
+
+namespace scadastore::testing {
+namespace {
+
+struct FaultCase {
+  const char* name;
+  SQLUSMALLINT failingColumn;  // 0: the result block's allocation fails instead
+  std::function<uint32_t()> call;
+  uint32_t result;
+  std::string error;
+};
+
+SQLUSMALLINT failingColumn = 0;
+int connects = 0, disconnects = 0;
+
+SQLRETURN FailingGetData(SQLHSTMT statement, SQLUSMALLINT column, SQLSMALLINT type,
+                         SQLPOINTER value, SQLLEN size, SQLLEN* indicator) {
+  if (column == failingColumn) return SQL_ERROR;
+  return ::SQLGetData(statement, column, type, value, size, indicator);
+}
+
+SQLRETURN CountedConnect(SQLHDBC connection, SQLHWND window, SQLCHAR* in, SQLSMALLINT inLength,
+                         SQLCHAR* out, SQLSMALLINT outSize, SQLSMALLINT* outLength,
+                         SQLUSMALLINT completion) {
+  SQLRETURN rc =
+      ::SQLDriverConnect(connection, window, in, inLength, out, outSize, outLength, completion);
+  if (SQL_SUCCEEDED(rc)) ++connects;
+  return rc;
+}
+
+SQLRETURN CountedDisconnect(SQLHDBC connection) {
+  ++disconnects;
+  return ::SQLDisconnect(connection);
+}
+
+// Runs each case under its fault and checks result, text and closed connection.
+void ExpectFailurePaths(const std::vector<FaultCase>& cases) {
+  for (const FaultCase& fault : cases) {
+    failingColumn = fault.failingColumn;
+    connects = disconnects = 0;
+    OdbcOverride odbc;
+    odbc->GetData = FailingGetData;
+    odbc->DriverConnect = CountedConnect;
+    odbc->Disconnect = CountedDisconnect;
+    auto refuse = [](size_t, size_t) -> void* { return nullptr; };
+    SystemCallOverride noMemory(systemCalls.calloc,
+                                fault.failingColumn == 0 ? +refuse : systemCalls.calloc);
+    EXPECT_EQ(fault.call(), fault.result) << fault.name;
+    EXPECT_EQ(dbGetLastError(), fault.error) << fault.name;
+    EXPECT_GT(connects, 0) << fault.name;
+    EXPECT_EQ(disconnects, connects) << fault.name << ": a connection was left open";
+  }
+}
+
+class FailurePathTest : public DatabaseTest {};
+
+TEST_P(FailurePathTest, Alarms) {
+  const std::string name = DropAtEnd(UniqueTableName("alm_fault"));
+  const char* table = name.c_str();
+  ASSERT_EQ(almEnsureTableExist(Token(), table), 0u);
+  AlarmRecord alarm{};
+  ASSERT_EQ(almSetAlarm(Token(), table, &alarm, sizeof alarm), 0u) << dbGetLastError();
+  AlarmQuery query{0, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0};
+  AlarmRecord* records = nullptr;
+  uint32_t size = 0;
+  ExpectFailurePaths({
+      {"almGetLastID", 1, [&] { return almGetLastID(Token(), table); }, 0,
+       "[alm704] failed to get field 1"},
+      {"almGetAlarmByQuery", 0,
+       [&] { return almGetAlarmByQuery(Token(), table, &query, &records, &size); }, 1,
+       "[alm304] failed to alloc memory"},
+  });
+}
+
+TEST_P(FailurePathTest, Logs) {
+  const std::string name = DropAtEnd(UniqueTableName("log_fault"));
+  const char* table = name.c_str();
+  ASSERT_EQ(logEnsureTableExist(Token(), table), 0u);
+  LogRecord entry{};
+  entry.logtime = 100;
+  ASSERT_EQ(logSetLog(Token(), table, &entry, sizeof entry), 0u) << dbGetLastError();
+  LogRecord* records = nullptr;
+  uint32_t size = 0;
+  ExpectFailurePaths({
+      {"logGetLastID", 1, [&] { return logGetLastID(Token(), table); }, 0,
+       "[log504] failed to get field 1"},
+      {"logGetLogByTime", 0,
+       [&] { return logGetLogByTime(Token(), table, 0, 200, &records, &size); }, 1,
+       "[log304] failed to alloc memory"},
+  });
+}
+
+TEST_P(FailurePathTest, Records) {
+  // Result columns: id, time, ms, modify, then a (5), b (6) and c (7).
+  DataTable data(DropAtEnd(UniqueTableName("rcd_fault")), {{"a", 3}, {"b", 4}, {"c", 12}});
+  const DataTableInfo* table = data.info();
+  ASSERT_EQ(sgEnsureTableExist(Token(), table, nullptr, 0), 0u);
+  RecordBuffer records(data.recordSize(), 2);
+  records.Put<uint32_t>(0, 4, 120);
+  records.Put<uint32_t>(1, 4, 180);
+  for (size_t k = 0; k < 2; ++k)
+    ASSERT_EQ(sgSetRecord(Token(), table, records.record(k), data.recordSize()), 0u)
+        << dbGetLastError();
+  RecordBuffer one(data.recordSize(), 24);
+  void* block = nullptr;
+  uint32_t size = 0, rows = 0, fields = 0;
+  uint32_t* offsets = nullptr;
+  char* text = nullptr;
+  std::vector<FaultCase> cases = {
+      {"sgSetRecord", 1, [&] { return sgSetRecord(Token(), table, records.record(0), data.recordSize()); },
+       1, "[rcd105] failed to get field 1"},
+      {"sgGetRecord", 2, [&] { return sgGetRecord(Token(), table, &block, &size, nullptr); }, 1,
+       "[rcd207] failed to get field 2"},
+      {"sgGetAllRecordOfInterval", 6,
+       [&] { return sgGetAllRecordOfInterval(Token(), table, 0, 200, &block, &size); }, 1,
+       "[rcd211] failed to get field 6"},
+      {"sgGetRecordByTime", 5,
+       [&] { return sgGetRecordByTime(Token(), table, 120, one.record(0), data.recordSize()); }, 1,
+       "[rcd410] failed to get field 5"},
+      {"sgGetIdByIndex", 1, [&] { return sgGetIdByIndex(Token(), table, 2); }, 0,
+       "[rcd905] failed to get field 1"},
+      {"sgGetRecordByIndex", 7,
+       [&] { return sgGetRecordByIndex(Token(), table, 2, one.record(0), data.recordSize()); }, 1,
+       "[rcd1011] failed to get field 7"},
+      {"sgModifyRecordByIndex", 1,
+       [&] { return sgModifyRecordByIndex(Token(), table, 1, one.record(0), data.recordSize()); }, 1,
+       "[rcd905] failed to get field 1"},
+      {"sgGetRecordCount", 1, [&] { return sgGetRecordCount(Token(), table); }, 0xFFFFFFFFu,
+       "[rcd1304] failed to get field 1"},
+      {"sgGetRecordStatValueOfInterval", 1,
+       [&] {
+         return sgGetRecordStatValueOfInterval(Token(), table, 1, 0, 200, one.record(0),
+                                               data.recordSize());
+       },
+       1, "[rcd1404] failed to get field 1"},
+      {"sgGetRecord_Day", 1,
+       [&] { return sgGetRecord_Day(Token(), table, 0, 0, 0, 0, 0, one.data(), one.bytes()); }, 1,
+       "[rcd504] failed to get field 1"},
+      {"sgGetRecord", 0, [&] { return sgGetRecord(Token(), table, &block, &size, nullptr); }, 1,
+       "[rcd205] failed to alloc memory"},
+      {"sgGetRecordBySQL", 0,
+       [&] {
+         const std::string select = "select * from " + std::string(table->name);
+         return sgGetRecordBySQL(Token(), table, select.c_str(), nullptr, &rows, &fields, &offsets,
+                                 &text, &size);
+       },
+       1, "[rcd1504] failed to alloc memory"},
+  };
+  if (kind() != 1 && kind() != 6)
+    cases.push_back({"sgBatchSetRecord", 1,
+                     [&] { return sgBatchSetRecord(Token(), table, records.data(), records.bytes()); },
+                     1, "[rcd1706] failed to get field 1"});
+  ExpectFailurePaths(cases);
+}
+
+INSTANTIATE_TEST_SUITE_P(Databases, FailurePathTest, ::testing::ValuesIn(Databases({3})),
+                         DatabaseName);
+
+}  // namespace
+}  // namespace scadastore::testing
