@@ -94,20 +94,24 @@ int DbConnection::TableExists(const char* tableName) {
     return 0;
   }
   int found = 0;
-  OdbcHandle tables(SQL_HANDLE_STMT);
-  if (tables.Allocate(connection_.get()) &&
-      SQL_SUCCEEDED(Odbc().Tables(tables.get(), nullptr, SQL_NTS, nullptr, SQL_NTS, nullptr,
-                                  SQL_NTS, (SQLCHAR*)"'TABLE'", SQL_NTS))) {
-    char name[256];
-    while (!found && SQL_SUCCEEDED(Odbc().Fetch(tables.get()))) {
-      std::memset(name, 0, sizeof name);
-      SQLLEN indicator = 0;
-      found = SQL_SUCCEEDED(Odbc().GetData(tables.get(), 3, SQL_C_CHAR, name, sizeof name,
-                                           &indicator)) &&
-              std::strcmp(name, tableName) == 0;
+  {  // the bound ends before Close() releases the socket
+    ServerWaitLimit limit(socket_, Settings().statementTimeoutSeconds);
+    OdbcHandle tables(SQL_HANDLE_STMT);
+    if (!tables.Allocate(connection_.get()) ||
+        !SQL_SUCCEEDED(Odbc().Tables(tables.get(), nullptr, SQL_NTS, nullptr, SQL_NTS, nullptr,
+                                     SQL_NTS, (SQLCHAR*)"'TABLE'", SQL_NTS))) {
+      poolable_ = false;
+    } else {
+      char name[256];
+      while (!found && SQL_SUCCEEDED(Odbc().Fetch(tables.get()))) {
+        std::memset(name, 0, sizeof name);
+        SQLLEN indicator = 0;
+        found = SQL_SUCCEEDED(Odbc().GetData(tables.get(), 3, SQL_C_CHAR, name, sizeof name,
+                                             &indicator)) &&
+                std::strcmp(name, tableName) == 0;
+      }
     }
   }
-  tables.Free();
   Close();
   return found;
 }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fstream>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -149,6 +150,30 @@ TEST_P(ServerFaultTest, FrozenServerBoundsConnectAndStatement) {
   EXPECT_GE(seconds, 3.9);
   EXPECT_LT(seconds, 7.0);
   EXPECT_EQ(AddRecord(), 0u) << dbGetLastError();
+}
+
+// A pooled session meets a frozen server: the table lookup of an ensure call
+// gives up at the statement bound, the connect that follows at the login
+// time-out, and the call fails (1: ensure calls write no error text) instead
+// of waiting for the server.
+TEST_P(ServerFaultTest, FrozenServerBoundsTheTableLookup) {
+  Configure(";pool;login=2;timeout=2");
+  ASSERT_EQ(Count(), 0u) << dbGetLastError();  // leaves its session in the pool
+  std::optional<FrozenServer> frozen(std::in_place, ServerPid());
+  std::promise<void> returned;
+  std::thread thaw([&, done = returned.get_future()] {
+    done.wait_for(std::chrono::seconds(12));
+    frozen.reset();
+  });
+  const auto start = Clock::now();
+  const uint32_t result = sgEnsureTableExist(Token(), table.info(), nullptr, 0);
+  const double seconds = SecondsSince(start);
+  returned.set_value();
+  thaw.join();
+  EXPECT_EQ(result, 1u);
+  EXPECT_GE(seconds, 3.9);
+  EXPECT_LT(seconds, 7.0) << "the lookup waited for the frozen server";
+  EXPECT_EQ(sgEnsureTableExist(Token(), table.info(), nullptr, 0), 0u) << dbGetLastError();
 }
 
 TEST_P(ServerFaultTest, PooledCallsStartAsOnANewConnection) {
