@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <string>
 #include <thread>
@@ -87,58 +88,56 @@ class MonitorTest : public ::testing::Test {
     return seconds;
   }
 
+  // What the receiver gets while the failing `call` runs; "" when nothing
+  // comes within `milliseconds`.
+  std::string DeliveredDuring(const std::function<int()>& call, int milliseconds = 3000) {
+    MonitorDelivery delivery;
+    auto received =
+        std::async(std::launch::async, [&] { return receiver.Receive(milliseconds, delivery); });
+    EXPECT_EQ(call(), 0);
+    if (!received.get()) return "";
+    EXPECT_EQ(delivery.message, 6119u);
+    EXPECT_EQ(delivery.wParam, 21u);
+    return delivery.text;
+  }
+
   MonitorReceiver receiver;
   DbConnection db;
 };
 
+// A receiver gets the connection's own text, exactly: for a failed statement
+// and for a column refused before the driver sees it.
 TEST_F(MonitorTest, ReceiverGetsExactlyTheConnectionText) {
   StartReceiver(getpid());
-  MonitorDelivery delivery;
-  bool received = false;
-  FailWhile([&] { received = receiver.Receive(3000, delivery); });
-  ASSERT_TRUE(received);
-  EXPECT_EQ(delivery.message, 6119u);
-  EXPECT_EQ(delivery.wParam, 21u);
-  EXPECT_EQ(delivery.text, db.ErrorText());
-  EXPECT_EQ(delivery.text.rfind("ret: -1, msg: ", 0), 0u);
-}
-
-TEST_F(MonitorTest, NothingIsSentWithoutAMessage) {
-  StartReceiver(getpid());
-  ASSERT_EQ(db.Execute("create table monitor_quiet (id integer)"), 1) << db.ErrorText();
+  EXPECT_EQ(DeliveredDuring([&] { return db.Execute("selec broken"); }), db.ErrorText());
+  EXPECT_EQ(std::string(db.ErrorText()).rfind("ret: -1, msg: ", 0), 0u);
+  uint32_t value = 0;
+  EXPECT_EQ(DeliveredDuring([&] {
+              return db.OpenQuery("select 1") && db.MoveToFirstRow() &&
+                     db.GetInteger(2, &value, sizeof value);
+            }),
+            "column 2 is not in the result (1 columns)");
   // No row matches: return code 100 without a diagnostic, so no delivery.
-  EXPECT_EQ(db.Execute("delete from monitor_quiet where id = 1"), 0);
-  MonitorDelivery delivery;
-  EXPECT_FALSE(receiver.Receive(200, delivery));
+  ASSERT_EQ(db.Execute("create table monitor_quiet (id integer)"), 1) << db.ErrorText();
+  EXPECT_EQ(DeliveredDuring([&] { return db.Execute("delete from monitor_quiet where id = 1"); }, 200),
+            "");
   db.Execute("drop table monitor_quiet");
 }
 
-TEST_F(MonitorTest, ColumnRefusedBeforeTheDriverIsAnnounced) {
-  StartReceiver(getpid());
-  ASSERT_EQ(db.OpenQuery("select 1"), 1) << db.ErrorText();
-  ASSERT_EQ(db.MoveToFirstRow(), 1) << db.ErrorText();
-  MonitorDelivery delivery;
-  auto received = std::async(std::launch::async, [&] { return receiver.Receive(3000, delivery); });
-  uint32_t value = 0;
-  EXPECT_EQ(db.GetInteger(2, &value, sizeof value), 0);
-  ASSERT_TRUE(received.get());
-  EXPECT_EQ(delivery.text, db.ErrorText());
-  EXPECT_EQ(delivery.text, "column 2 is not in the result (1 columns)");
-}
-
+// No block, a published id 0, a stale id whose socket is gone.
 TEST_F(MonitorTest, SilenceWithoutAReceiver) {
-  shm_unlink(kMonitorBlockName);
-  EXPECT_LT(SecondsForFailingStatement(), 2.0);
-
-  StartReceiver(0);  // published id 0
-  EXPECT_LT(SecondsForFailingStatement(), 2.0);
-  receiver.Stop();
-
-  // A stale id whose socket is gone.
-  StartReceiver(999999);
-  unlink(MonitorSocketPath(999999).c_str());
-  EXPECT_LT(SecondsForFailingStatement(), 2.0);
-  EXPECT_STRNE(db.ErrorText(), "");
+  const std::function<void()> receivers[] = {
+      [] { shm_unlink(kMonitorBlockName); }, [&] { StartReceiver(0); },
+      [&] {
+        StartReceiver(999999);
+        unlink(MonitorSocketPath(999999).c_str());
+      }};
+  for (const auto& start : receivers) {
+    start();
+    EXPECT_LT(SecondsForFailingStatement(), 2.0);
+    EXPECT_STRNE(db.ErrorText(), "");
+    receiver.Stop();
+  }
 }
 
 // Every way a receiver can fail to answer costs the host at most 5 seconds,
@@ -212,8 +211,8 @@ TEST_F(MonitorTest, ShrinkingBlockNeverFaults) {
 }
 
 // A receiver of user `nobody`, in a child process: it listens on the socket of
-// its own pid, publishes that id in a block of its own when asked to, and
-// reports what it receives through a pipe.
+// its own pid, keeps the block that publishes it when asked to, and reports
+// what it receives through a pipe.
 class ForeignReceiver {
  public:
   explicit ForeignReceiver(bool ownBlock) {
@@ -251,27 +250,19 @@ class ForeignReceiver {
     close(report_[0]);
     close(stop_[1]);
     if (setresgid(gid, gid, gid) != 0 || setresuid(uid, uid, uid) != 0) _exit(1);
-    uint64_t id = getpid();
-    std::string path = MonitorSocketPath(id);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, path.c_str());
-    int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-    if (listener < 0 || bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener, 4) != 0 || (ownBlock && PublishBlock(id) < 0))
-      _exit(1);
+    MonitorReceiver receiver;
+    std::string error;
+    if (!receiver.Start(getpid(), error)) _exit(1);
+    if (!ownBlock) shm_unlink(kMonitorBlockName);
     if (write(ready_[1], "r", 1) != 1) _exit(1);
-    pollfd events[2] = {{listener, POLLIN, 0}, {stop_[0], POLLIN, 0}};
-    while (poll(events, 2, 10000) > 0 && events[0].revents != 0) {
-      int peer = accept(listener, nullptr, nullptr);
+    pollfd stop{stop_[0], POLLIN, 0};
+    while (poll(&stop, 1, 0) == 0) {
       MonitorDelivery delivery;
-      if (MonitorReceiver::Read(peer, delivery) &&
+      if (receiver.Receive(100, delivery) &&
           write(report_[1], delivery.text.data(), delivery.text.size()) < 0)
         _exit(1);
-      close(peer);
     }
-    unlink(path.c_str());
-    if (ownBlock) shm_unlink(kMonitorBlockName);
+    receiver.Stop();
     _exit(0);
   }
 
@@ -284,20 +275,13 @@ class ForeignReceiver {
 TEST_F(MonitorTest, ReceiversOfAnotherUserAreIgnored) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root to act as user nobody";
   shm_unlink(kMonitorBlockName);
-  {
-    ForeignReceiver foreign(true);  // its block, its socket
+  for (bool ownBlock : {true, false}) {  // its block and socket; our block naming its socket
+    ForeignReceiver foreign(ownBlock);
     ASSERT_TRUE(foreign.started());
+    const int block = ownBlock ? -1 : PublishBlock(foreign.pid());
     EXPECT_LT(SecondsForFailingStatement(), 1.0);
     EXPECT_EQ(foreign.Received(), "");
-  }
-  {
-    ForeignReceiver foreign(false);  // our block names its socket
-    ASSERT_TRUE(foreign.started());
-    int block = PublishBlock(foreign.pid());
-    ASSERT_GE(block, 0);
-    EXPECT_LT(SecondsForFailingStatement(), 1.0);
-    EXPECT_EQ(foreign.Received(), "");
-    close(block);
+    if (block >= 0) close(block);
   }
 }
 
