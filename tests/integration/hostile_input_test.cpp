@@ -329,23 +329,18 @@ TEST_P(RecordQuotingTest, ModifyRewritesOnlyItsRow) {
 TEST_P(QuotingTest, GbkHostReadsBackItsOwnTexts) {
   if (GetParam().name != "Mariadb2GbkHost") GTEST_SKIP() << "GBK host on a UTF-8 source only";
   const std::string text = "\xd6\xd0\xce\xc4 \xbf\x5c";  // two Chinese characters, one ending in '\'
-  const std::string alarms = DropAtEnd(UniqueTableName("alm"));
-  ASSERT_EQ(almEnsureTableExist(Token(), alarms.c_str()), 0u);
-  AlarmRecord alarm{};
-  std::strcpy(alarm.description, text.c_str());
-  ASSERT_EQ(almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm), 0u) << dbGetLastError();
-  AlarmRecord readBack{};
-  ASSERT_EQ(almGetAllAlarm(Token(), alarms.c_str(), &readBack, sizeof readBack), 0u);
-  EXPECT_EQ(std::string(readBack.description), text);
-
-  const std::string logs = DropAtEnd(UniqueTableName("log"));
-  ASSERT_EQ(logEnsureTableExist(Token(), logs.c_str()), 0u);
-  LogRecord entry{};
-  std::strcpy(entry.loginfo, text.c_str());
-  ASSERT_EQ(logSetLog(Token(), logs.c_str(), &entry, sizeof entry), 0u) << dbGetLastError();
-  LogRecord entryBack{};
-  ASSERT_EQ(logGetAllLog(Token(), logs.c_str(), &entryBack, sizeof entryBack), 0u);
-  EXPECT_EQ(std::string(entryBack.loginfo), text);
+  auto readsBack = [&](auto ensure, auto write, auto readAll, auto record, auto field) {
+    const std::string table = DropAtEnd(UniqueTableName("gbk"));
+    ASSERT_EQ(ensure(Token(), table.c_str()), 0u);
+    std::strcpy(record.*field, text.c_str());
+    ASSERT_EQ(write(Token(), table.c_str(), &record, sizeof record), 0u) << dbGetLastError();
+    decltype(record) back{};
+    ASSERT_EQ(readAll(Token(), table.c_str(), &back, sizeof back), 0u);
+    EXPECT_EQ(std::string(back.*field), text);
+  };
+  readsBack(almEnsureTableExist, almSetAlarm, almGetAllAlarm, AlarmRecord{},
+            &AlarmRecord::description);
+  readsBack(logEnsureTableExist, logSetLog, logGetAllLog, LogRecord{}, &LogRecord::loginfo);
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, QuotingTest, ::testing::ValuesIn(QuotingDatabases()),
