@@ -84,7 +84,7 @@ uint32_t almSetRecoverAlarm(CallerToken token, const char* table, uint32_t id,
 }
 
 uint32_t almEnsureTableExist(CallerToken token, const char* table) {
-  return EnsureTableExport(token, table, CreateTableStatement);
+  return EnsureTableExport(token, table, CreateTableStatement, "arisetime");
 }
 
 }  // extern "C"

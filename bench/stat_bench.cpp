@@ -3,10 +3,10 @@
 //   sgGetRecord_Day over a day of 1-second samples (86,400 rows),
 //   sgGetRecord_Year over a year of 1-minute samples (525,600 rows),
 //   sgGetRecordBySQL of 100,000 of those rows,
-// first without and then with an index on `time` (made through sgOperateRecord).
+// on tables as the library makes them, with their index on `time`
+// (time_index_bench sets that index against its absence).
 #include <sqlite3.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -81,11 +81,9 @@ bool LoadWithMultiRowInserts(const Target& target, const SampleTable& table) {
                     [&](uint32_t i) { return "(" + RowValues(table, i) + ")"; });
 }
 
-// Points the library at the target, creates the table and fills it once per process;
-// with `indexed`, also creates the index on `time` once.
-bool Prepare(benchmark::State& state, const Target& target, const SampleTable& table, bool indexed) {
+// Points the library at the target, creates the table and fills it once per process.
+bool Prepare(benchmark::State& state, const Target& target, const SampleTable& table) {
   if (!UseOrSkip(state, target)) return false;
-  const std::string indexName = "idx_time_" + table.name;
   if (ToCreate(target, table.name)) {
     sgEnsureTableExist(Token(), table.Info(), nullptr, 0);
     const bool loaded =
@@ -94,17 +92,6 @@ bool Prepare(benchmark::State& state, const Target& target, const SampleTable& t
       state.SkipWithError("loading the samples failed");
       return false;
     }
-  }
-  static std::vector<std::string> indexes;
-  const std::string key = std::string(target.envVar) + indexName;
-  if (indexed && std::find(indexes.begin(), indexes.end(), key) == indexes.end()) {
-    std::string sql = "create index " + Quote(target, indexName) + " on " +
-                      Quote(target, table.name) + " (" + Quote(target, "time") + ")";
-    if (sgOperateRecord(Token(), table.Info(), sql.c_str()) != 0) {
-      state.SkipWithError(dbGetLastError());
-      return false;
-    }
-    indexes.push_back(key);
   }
   return true;
 }
@@ -133,8 +120,8 @@ std::vector<uint32_t> YearBounds() {
   return bounds;
 }
 
-void LibraryDay(benchmark::State& state, const Target& target, bool indexed) {
-  if (!Prepare(state, target, day_table, indexed)) return;
+void LibraryDay(benchmark::State& state, const Target& target) {
+  if (!Prepare(state, target, day_table)) return;
   std::vector<unsigned char> slots(24 * kDataRecordSize);
   for (auto _ : state) {
     if (sgGetRecord_Day(Token(), day_table.Info(), 0, kYearStart, 0, 0, 0, slots.data(),
@@ -146,8 +133,8 @@ void LibraryDay(benchmark::State& state, const Target& target, bool indexed) {
   state.SetItemsProcessed(state.iterations() * 24);
 }
 
-void LibraryYear(benchmark::State& state, const Target& target, bool indexed) {
-  if (!Prepare(state, target, year_table, indexed)) return;
+void LibraryYear(benchmark::State& state, const Target& target) {
+  if (!Prepare(state, target, year_table)) return;
   std::vector<unsigned char> slots(12 * kDataRecordSize);
   for (auto _ : state) {
     if (sgGetRecord_Year(Token(), year_table.Info(), 0, kYearStart, 2023, slots.data(),
@@ -161,8 +148,8 @@ void LibraryYear(benchmark::State& state, const Target& target, bool indexed) {
 
 // One connection, one aggregate select and one row per slot.
 void BareOdbcSlots(benchmark::State& state, const Target& target, const SampleTable& table,
-                   bool indexed, const std::vector<uint32_t>& bounds) {
-  if (!Prepare(state, target, table, indexed)) return;
+                   const std::vector<uint32_t>& bounds) {
+  if (!Prepare(state, target, table)) return;
   const size_t slotCount = bounds.size() - 1;
   std::vector<std::string> statements;
   for (size_t k = 0; k < slotCount; ++k)
@@ -186,12 +173,12 @@ void BareOdbcSlots(benchmark::State& state, const Target& target, const SampleTa
   state.SetItemsProcessed(state.iterations() * slotCount);
 }
 
-void BareOdbcDay(benchmark::State& state, const Target& target, bool indexed) {
-  BareOdbcSlots(state, target, day_table, indexed, DayBounds());
+void BareOdbcDay(benchmark::State& state, const Target& target) {
+  BareOdbcSlots(state, target, day_table, DayBounds());
 }
 
-void BareOdbcYear(benchmark::State& state, const Target& target, bool indexed) {
-  BareOdbcSlots(state, target, year_table, indexed, YearBounds());
+void BareOdbcYear(benchmark::State& state, const Target& target) {
+  BareOdbcSlots(state, target, year_table, YearBounds());
 }
 
 std::string SqlSelect(const Target& target) {
@@ -199,8 +186,8 @@ std::string SqlSelect(const Target& target) {
          " < " + std::to_string(kYearStart + kSqlRows * year_table.step);
 }
 
-void LibraryBySql(benchmark::State& state, const Target& target, bool indexed) {
-  if (!Prepare(state, target, year_table, indexed)) return;
+void LibraryBySql(benchmark::State& state, const Target& target) {
+  if (!Prepare(state, target, year_table)) return;
   const std::string sql = SqlSelect(target);
   for (auto _ : state) {
     uint32_t rows = 0, fields = 0, length = 0;
@@ -220,8 +207,8 @@ void LibraryBySql(benchmark::State& state, const Target& target, bool indexed) {
 
 // Same statement, row count, column names and cell reads into a text block
 // of 512 bytes a row (doubling when full), the time column as a date.
-void BareOdbcBySql(benchmark::State& state, const Target& target, bool indexed) {
-  if (!Prepare(state, target, year_table, indexed)) return;
+void BareOdbcBySql(benchmark::State& state, const Target& target) {
+  if (!Prepare(state, target, year_table)) return;
   const std::string sql = SqlSelect(target);
   for (auto _ : state) {
     BareConnection db(target);
@@ -281,26 +268,17 @@ void BareOdbcBySql(benchmark::State& state, const Target& target, bool indexed) 
   state.SetItemsProcessed(state.iterations() * kSqlRows);
 }
 
-#define STAT_BENCH(function, iterations)                                                  \
-  WALL_CLOCK_BENCH(function, sqlite, kSqlite, false)->Iterations(iterations);             \
-  WALL_CLOCK_BENCH(function, postgres, kPostgres, false)->Iterations(iterations)
-#define STAT_BENCH_INDEXED(function, iterations)                                          \
-  WALL_CLOCK_BENCH(function, sqlite_time_index, kSqlite, true)->Iterations(iterations);   \
-  WALL_CLOCK_BENCH(function, postgres_time_index, kPostgres, true)->Iterations(iterations)
+#define STAT_BENCH(function, iterations)                                    \
+  WALL_CLOCK_BENCH(function, sqlite, kSqlite)->Iterations(iterations);      \
+  WALL_CLOCK_BENCH(function, postgres, kPostgres)->Iterations(iterations);  \
+  WALL_CLOCK_BENCH(function, mariadb, kMariadb)->Iterations(iterations)
 
-// Without the index first: the indexed runs create it.
 STAT_BENCH(LibraryDay, 10);
 STAT_BENCH(BareOdbcDay, 10);
 STAT_BENCH(LibraryYear, 5);
 STAT_BENCH(BareOdbcYear, 5);
 STAT_BENCH(LibraryBySql, 3);
 STAT_BENCH(BareOdbcBySql, 3);
-STAT_BENCH_INDEXED(LibraryDay, 10);
-STAT_BENCH_INDEXED(BareOdbcDay, 10);
-STAT_BENCH_INDEXED(LibraryYear, 5);
-STAT_BENCH_INDEXED(BareOdbcYear, 5);
-STAT_BENCH_INDEXED(LibraryBySql, 3);
-STAT_BENCH_INDEXED(BareOdbcBySql, 3);
 
 }  // namespace
 

@@ -1,10 +1,18 @@
 #include "core/common_statements.h"
 
+#include "core/time_index.h"
+
 namespace scadastore {
 
 Statement CreateIndexStatement(DbKind kind, const std::string& table, uint32_t bufferSize) {
   return FormatStatement(DialectOf(kind), bufferSize, "create index `idx_%s` on `%s` (`id`)",
                          table.c_str(), table.c_str());
+}
+
+Statement CreateTimeIndexStatement(DbKind kind, const std::string& table, const char* column) {
+  constexpr uint32_t kBufferSize = 1024;
+  return FormatStatement(DialectOf(kind), kBufferSize, "create index `%s` on `%s` (`%s`)",
+                         TimeIndexName(table).c_str(), table.c_str(), column);
 }
 
 Statement LargestIdStatement(DbKind kind, const std::string& table, uint32_t bufferSize) {

@@ -12,6 +12,9 @@ namespace scadastore {
 
 Statement CreateIndexStatement(DbKind kind, const std::string& table,
                                uint32_t bufferSize = kStatementSize);
+// The index on the column that time ranges filter on, named by TimeIndexName;
+// its buffer holds any name a family accepts.
+Statement CreateTimeIndexStatement(DbKind kind, const std::string& table, const char* column);
 Statement LargestIdStatement(DbKind kind, const std::string& table,
                              uint32_t bufferSize = kStatementSize);
 Statement CountStatement(DbKind kind, const std::string& table);

@@ -24,10 +24,11 @@ Statement LargestId(DbKind kind, const std::string& table) {
 
 }  // namespace
 
-uint32_t EnsureTableExport(CallerToken token, const char* table, TableStatement create) {
+uint32_t EnsureTableExport(CallerToken token, const char* table, TableStatement create,
+                           const char* timeColumn) {
   return Guarded<uint32_t>(1, [&]() -> uint32_t {
     if (!token || !table) return 1;
-    return EnsureTableExists(table, create) ? 0 : 1;
+    return EnsureTableExists(table, create, timeColumn) ? 0 : 1;
   });
 }
 

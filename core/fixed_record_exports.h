@@ -16,7 +16,8 @@
 namespace scadastore {
 
 // *EnsureTableExist: 0 when the table exists or its creation was tried.
-uint32_t EnsureTableExport(CallerToken token, const char* table, TableStatement create);
+uint32_t EnsureTableExport(CallerToken token, const char* table, TableStatement create,
+                           const char* timeColumn);
 // *GetLastID: the largest id, 0 on failure.
 uint32_t LargestIdExport(const ExportCode& code, CallerToken token, const char* table);
 // almGetAlarmCount, logGetLogCount: the row count, 0 on failure.

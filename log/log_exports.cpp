@@ -45,7 +45,7 @@ uint32_t logDeleteLog(CallerToken token, const char* table, const char* sql) {
 }
 
 uint32_t logEnsureTableExist(CallerToken token, const char* table) {
-  return EnsureTableExport(token, table, CreateTableStatement);
+  return EnsureTableExport(token, table, CreateTableStatement, "logtime");
 }
 
 }  // extern "C"

@@ -6,6 +6,7 @@
 #include "core/export_call.h"
 #include "core/format.h"
 #include "core/row_reader.h"
+#include "core/table_creation.h"
 #include "record/data_layout.h"
 #include "record/record_statements.h"
 #include "scadastore.h"
@@ -88,7 +89,7 @@ uint32_t sgEnsureTableExist(CallerToken token, const DataTableInfo* table, char*
     if (!db.Open()) return 1;
     const bool created = db.Execute(CreateTableStatement(db.kind(), layout).text.c_str()) != 0;
     if (created && CreatesIndex(db.kind())) {
-      db.Execute(CreateIndexStatement(db.kind(), layout.name, kLookupStatementSize).text.c_str());
+      CreateIndexes(db, layout.name, "time", kLookupStatementSize);
     } else if (errorText) {
       // An errorTextSize outside 1 .. 2^31 - 1 is refused by FormatBounded.
       FormatBounded(errorText, static_cast<uint32_t>(errorTextSize), "%s", db.ErrorText());

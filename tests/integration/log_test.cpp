@@ -71,6 +71,11 @@ TEST_P(LogTest, NewTableIsCreatedOnceWithoutTextAndReadsEmpty) {
   EXPECT_EQ(logEnsureTableExist(Token(), table.c_str()), 0u);
   EXPECT_EQ(logEnsureTableExist(Token(), table.c_str()), 0u);
   EXPECT_EQ(LastError(), "[log401] invalid parameter");
+  // With its time index, except under kind 4; ensuring an existing table adds none.
+  const std::string dropTimeIndex = DropTimeIndexSql(kind(), table);
+  EXPECT_EQ(logDeleteLog(Token(), table.c_str(), dropTimeIndex.c_str()), kind() == 4 ? 1u : 0u);
+  EXPECT_EQ(logEnsureTableExist(Token(), table.c_str()), 0u);
+  EXPECT_EQ(logDeleteLog(Token(), table.c_str(), dropTimeIndex.c_str()), 1u);
   EXPECT_EQ(logGetLastID(Token(), table.c_str()), 0u);
   EXPECT_TRUE(AllBytesAre(0, ReadAll(table, 2).data(), 2 * 914));
 }

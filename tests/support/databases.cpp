@@ -5,6 +5,9 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "core/sql_text.h"
+#include "core/time_index.h"
+
 namespace scadastore::testing {
 
 std::string Database::Config() const {
@@ -29,6 +32,13 @@ std::string DatabaseName(const ::testing::TestParamInfo<Database>& info) {
 std::string UniqueTableName(const std::string& prefix) {
   static std::atomic<int> counter{0};
   return prefix + "_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+}
+
+std::string DropTimeIndexSql(int kind, const std::string& table) {
+  const std::string index = TimeIndexName(table);
+  return kind == 2 ? FormatStatement(DialectOf(kind), 1024, "drop index `%s` on `%s`",
+                                     index.c_str(), table.c_str()).text
+                   : FormatStatement(DialectOf(kind), 1024, "drop index `%s`", index.c_str()).text;
 }
 
 void DatabaseTest::SetUp() {

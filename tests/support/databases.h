@@ -29,6 +29,10 @@ std::string DatabaseName(const ::testing::TestParamInfo<Database>& info);
 // A table name unique to this process and call: prefix_<pid>_<counter>.
 std::string UniqueTableName(const std::string& prefix);
 
+// The statement that drops `table`'s time index, in the kind's dialect: it
+// succeeds only while the index exists.
+std::string DropTimeIndexSql(int kind, const std::string& table);
+
 inline CallerToken Token() { return reinterpret_cast<CallerToken>(0x1); }
 
 // Connects the library to the test's database; skips the test when the

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "core/common_statements.h"
+#include "core/time_index.h"
 
 namespace scadastore {
 namespace {
@@ -19,6 +20,8 @@ TEST(CommonStatements, EveryStatementInEachDialect) {
       return text;
     };
     EXPECT_EQ(CreateIndexStatement(kind, "t").text, quoted("create index `idx_t` on `t` (`id`)"));
+    EXPECT_EQ(CreateTimeIndexStatement(kind, "t", "time").text,
+              quoted("create index `t_time_f10c3da3` on `t` (`time`)"));
     EXPECT_EQ(LargestIdStatement(kind, "t").text, quoted("select max(`id`) from `t`"));
     EXPECT_EQ(CountStatement(kind, "t").text, quoted("select count(*) from `t`"));
     EXPECT_EQ(SelectAllStatement(kind, "t").text, quoted("select * from `t` order by `id` asc"));
@@ -27,6 +30,19 @@ TEST(CommonStatements, EveryStatementInEachDialect) {
     EXPECT_EQ(DropTableStatement(kind, "t").text, quoted("drop table `t`"));
     EXPECT_STREQ(TableOptions(kind), kind == 2 ? "ENGINE=InnoDB DEFAULT CHARSET=utf8" : "");
   }
+}
+
+// The hash is part of every index created so far: it must never change.
+TEST(CommonStatements, TimeIndexNamesStayShortDistinctAndStable) {
+  EXPECT_EQ(TimeIndexName("alarms"), "alarms_time_77658e0b");
+  EXPECT_EQ(TimeIndexName("\xe6\x8a\xa5\xe8\xad\xa6"), "time_26442e77");  // no plain letters
+  EXPECT_EQ(TimeIndexName("plant-2 [north]"), TimeIndexName("plant-2 [north]"));
+  EXPECT_EQ(TimeIndexName("plant-2 [north]").rfind("plant2north_time_", 0), 0u);
+  const std::string a = std::string(199, 'n') + "a", b = std::string(199, 'n') + "b";
+  EXPECT_EQ(TimeIndexName(a).size(), 54u);
+  EXPECT_NE(TimeIndexName(a), TimeIndexName(b));
+  // Any name a data table takes still gives a whole statement.
+  EXPECT_TRUE(CreateTimeIndexStatement(2, std::string(435, 'n'), "arisetime").complete);
 }
 
 TEST(CommonStatements, TextsCutAtTheirBufferAreIncomplete) {
