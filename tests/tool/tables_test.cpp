@@ -50,6 +50,38 @@ TEST_F(Tables, EnsureDescribeAndDrop) {
   EXPECT_TRUE(Contains(describe.err, "no table nothing_here"));
 }
 
+TEST_F(Tables, IndexAddsTheMissingTimeIndexes) {
+  Ok({"ensure", "alarm", "alarms"});
+  Ok({"ensure", "data", "samples", "--columns", "a"});
+  Ok({"sql", "--write", "create table other (x integer)"});
+  auto timeIndex = [&](const std::string& table, const std::string& column) -> std::string {
+    const nlohmann::json described = Json({"describe", table});
+    for (const auto& index : described["indexes"]) {
+      std::string text = index;
+      if (text.ends_with(" (" + column + ")")) return text.substr(0, text.find(' '));
+    }
+    return "";
+  };
+  // An alarm table made before new tables got a time index.
+  const std::string alarmIndex = timeIndex("alarms", "arisetime");
+  ASSERT_TRUE(Contains(alarmIndex, "alarms_time_"));
+  Ok({"sql", "--write", "drop index [" + alarmIndex + "]"});
+  EXPECT_EQ(timeIndex("alarms", "arisetime"), "");
+
+  const std::string out = Ok({"tables", "index"});
+  EXPECT_TRUE(Contains(out, "[1/2] alarms: creating " + alarmIndex + " on arisetime ... done in "));
+  EXPECT_TRUE(Contains(out, "[2/2] samples: has " + timeIndex("samples", "time") + " on time\n"));
+  EXPECT_EQ(timeIndex("alarms", "arisetime"), alarmIndex);
+
+  ToolRun named = Run({"tables", "index", "other", "nothing_here", "samples"});
+  EXPECT_EQ(named.status, 1);
+  EXPECT_TRUE(Contains(named.out, "[1/3] other: failed: not an alarm, log or data table\n"));
+  EXPECT_TRUE(Contains(named.out, "[2/3] nothing_here: failed: no table nothing_here"));
+  EXPECT_TRUE(Contains(named.out, "[3/3] samples: has "));
+  EXPECT_TRUE(Contains(named.err, "tables index: 2 of 3 tables failed"));
+  EXPECT_TRUE(Contains(RunBare({"tables", "index", "--help"}).out, "Example:\n  scadastore"));
+}
+
 TEST_F(Tables, FailuresNameTheirReason) {
   ToolRun dsn = RunBare({"--config", "no_such_dsn;;;3", "records", "count", "t"});
   EXPECT_EQ(dsn.status, 1);
