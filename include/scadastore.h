@@ -327,8 +327,9 @@ SCADASTORE_API uint32_t dbRemoveTable(CallerToken token, const char* tableName,
 /* ---- Alarms ----------------------------------------------------------------
  * table: the alarm table's name, at most 111 characters. */
 
-/* Creates the alarm table and, except under kind 4, its index on id, when
- * no table of that name exists (an existing one is not compared).
+/* Creates the alarm table and, except under kind 4, its indexes on id and
+ * arisetime, when no table of that name exists (an existing one is not
+ * compared).
  * 0: existed, or creation tried (a rejected statement is not reported).
  * 1: token or table null, or no connection. Writes no error text. */
 SCADASTORE_API uint32_t almEnsureTableExist(CallerToken token, const char* table);
@@ -389,8 +390,9 @@ SCADASTORE_API uint32_t almGetAlarmCount(CallerToken token, const char* table);
 
 /* ---- Logs ------------------------------------------------------------------ */
 
-/* Creates the log table and, except under kind 4, its index on id, when no
- * table of that name exists (an existing one is not compared).
+/* Creates the log table and, except under kind 4, its indexes on id and
+ * logtime, when no table of that name exists (an existing one is not
+ * compared).
  * 0: existed, or creation tried (a rejected statement is not reported).
  * 1: token or table null, or no connection. Writes no error text. */
 SCADASTORE_API uint32_t logEnsureTableExist(CallerToken token, const char* table);
@@ -448,8 +450,8 @@ SCADASTORE_API uint32_t logDeleteLog(CallerToken token, const char* table, const
  * result column. */
 
 /* Creates the data table (id, time, ms, modify and one column per value
- * column) and, except under kind 4, its index, when no table of that name
- * exists. When the create fails (or no index follows it), the
+ * column) and, except under kind 4, its indexes on id and time, when no
+ * table of that name exists. When the create fails (or no index follows it), the
  * connection's error text goes to errorText (errorTextSize bytes) if given.
  * 0: existed, or creation tried (a rejected statement is not reported).
  * 1: token or table null, or no connection. Writes no error text. */
