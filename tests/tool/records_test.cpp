@@ -16,13 +16,12 @@ namespace {
 
 const std::string kColumns = "temp,pump:int,mode:text";
 
-class Records : public ToolTest, public ::testing::WithParamInterface<bool> {
+class Records : public EachDatabase {
  protected:
   void SetUp() override {
-    ToolTest::SetUp();
-    if (GetParam() && !UsePostgres()) GTEST_SKIP() << "no PostgreSQL test server";
-    Run({"drop", "tool_samples"});
-    Ok({"ensure", "data", "tool_samples", "--columns", kColumns});
+    EachDatabase::SetUp();
+    if (IsSkipped()) return;
+    FreshTable("data", "tool_samples", kColumns);
   }
   void Import(const std::string& csv, const std::vector<std::string>& options = {}) {
     WriteFile("in.csv", csv);
@@ -39,8 +38,7 @@ TEST_P(Records, ImportedRowsReadBackByColumnName) {
   for (const char* kind : {"3", "1"}) {
     if (postgres() && kind[0] == '1') break;  // the kinds are SQLite's
     SCOPED_TRACE(kind);
-    Run({"drop", "tool_samples"});
-    Ok({"ensure", "data", "tool_samples", "--columns", kColumns});
+    FreshTable("data", "tool_samples", kColumns);
     Import("time,ms,temp,pump,mode\n"
            "2024-05-01 08:00:00,0,21.5,1,auto\n"
            "\r\n"
@@ -112,8 +110,7 @@ TEST_P(Records, ExportAndImportKeepEveryBit) {
   }
   Import(csv);
   std::string exported = Ok({"records", "export", "tool_samples", "--epoch", "-o", Path("out.csv")});
-  Run({"drop", "tool_samples"});
-  Ok({"ensure", "data", "tool_samples", "--columns", kColumns});
+  FreshTable("data", "tool_samples", kColumns);
   Ok({"records", "import", "tool_samples", Path("out.csv")});
   nlohmann::json rows = Json({"records", "tool_samples", "--columns", "temp"});
   ASSERT_EQ(rows.size(), std::size(values));
@@ -160,8 +157,7 @@ TEST_P(Records, InterruptedImportResumesWithoutDuplicates) {
             "n,d\n" + std::to_string(rows) + "," + std::to_string(rows) + "\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Databases, Records, ::testing::Values(false, true),
-                         [](const auto& info) { return info.param ? "postgres" : "sqlite"; });
+INSTANTIATE_ON_EACH_DATABASE(Records);
 
 }  // namespace
 }  // namespace scadastore::tooltest

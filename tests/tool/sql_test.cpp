@@ -5,13 +5,12 @@
 namespace scadastore::tooltest {
 namespace {
 
-class Sql : public ToolTest, public ::testing::WithParamInterface<bool> {
+class Sql : public EachDatabase {
  protected:
   void SetUp() override {
-    ToolTest::SetUp();
-    if (GetParam() && !UsePostgres()) GTEST_SKIP() << "no PostgreSQL test server";
-    Run({"drop", "tool_journal"});
-    Ok({"ensure", "log", "tool_journal"});
+    EachDatabase::SetUp();
+    if (IsSkipped()) return;
+    FreshTable("log", "tool_journal");
     // 2035 lies beyond any window of plausible dates.
     for (const char* time : {"2024-05-01 08:00:00", "2035-01-01 00:00:00"})
       Ok({"logs", "add", "tool_journal", "--type", "7", "--source", "a,b", "--info", "i",
@@ -49,8 +48,7 @@ TEST_P(Sql, ChangesNeedWriteAndFailuresGiveTheReason) {
   EXPECT_TRUE(Contains(bad.err, GetParam() ? "[42P01]" : "no such table"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Databases, Sql, ::testing::Values(false, true),
-                         [](const auto& info) { return info.param ? "postgres" : "sqlite"; });
+INSTANTIATE_ON_EACH_DATABASE(Sql);
 
 }  // namespace
 }  // namespace scadastore::tooltest

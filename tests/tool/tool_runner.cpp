@@ -96,6 +96,14 @@ nlohmann::json ToolTest::Json(std::vector<std::string> args) {
   }
 }
 
+void ToolTest::FreshTable(const std::string& kind, const std::string& table,
+                          const std::string& columns) {
+  Run({"drop", table});
+  std::vector<std::string> args = {"ensure", kind, table};
+  if (!columns.empty()) args.insert(args.end(), {"--columns", columns});
+  Ok(args);
+}
+
 void ToolTest::WriteFile(const std::string& name, const std::string& text) const {
   std::ofstream(Path(name)) << text;
 }

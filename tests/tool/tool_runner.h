@@ -41,6 +41,10 @@ class ToolTest : public ::testing::Test {
   // Runs expecting success and returns stdout.
   std::string Ok(const std::vector<std::string>& args);
 
+  // Drops the table if it is there and creates it empty.
+  void FreshTable(const std::string& kind, const std::string& table,
+                  const std::string& columns = "");
+
   std::string Path(const std::string& name) const { return dir_ + "/" + name; }
   void WriteFile(const std::string& name, const std::string& text) const;
 
@@ -48,6 +52,20 @@ class ToolTest : public ::testing::Test {
   std::string dir_;
   std::vector<std::string> database_;
 };
+
+// A suite whose tests run on SQLite and again on PostgreSQL, skipped there
+// without a server. A derived SetUp returns early when IsSkipped().
+class EachDatabase : public ToolTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    if (GetParam() && !UsePostgres()) GTEST_SKIP() << "no PostgreSQL test server";
+  }
+};
+
+#define INSTANTIATE_ON_EACH_DATABASE(suite)                                         \
+  INSTANTIATE_TEST_SUITE_P(Databases, suite, ::testing::Values(false, true),        \
+                           [](const auto& info) { return info.param ? "postgres" : "sqlite"; })
 
 // Whether `text` contains `part`; the failure shows the whole text.
 inline ::testing::AssertionResult Contains(const std::string& text, const std::string& part) {

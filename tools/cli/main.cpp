@@ -25,7 +25,9 @@ int main(int argc, char** argv) {
   ConnectionOptions& connection = context.session.options;
   auto* config = app.add_option("--config", connection.config,
                                 "the library's settings text 'DSN;user;password;kind' for a data "
-                                "source declared in odbc.ini");
+                                "source declared in odbc.ini; its options (login=SECONDS, "
+                                "timeout=SECONDS) may follow the kind. The tool pools its "
+                                "connections");
   app.add_option("--sqlite", connection.sqlite,
                  "SQLite database file, created when missing; the tool declares a private data "
                  "source for it (busy time-out 10 s, WAL journal)")

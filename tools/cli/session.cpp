@@ -75,7 +75,11 @@ CallerToken Session::Token() {
   static int anchor;
   if (connected_) return &anchor;
   Configure();
-  std::string config = fmt::format("{};{};{};{}", dsn_, user_, password_, kind_);
+  // A server's connections are kept between the tool's many calls (a
+  // statistic asks once per slot, an import once per batch). A file's are
+  // not: one left open at exit would leave its WAL files beside it.
+  std::string config = fmt::format("{};{};{};{};{}{}", dsn_, user_, password_, kind_,
+                                   libraryOptions_, databasePath_.empty() ? "pool" : "");
   if (dbInitialize(config.c_str()) != 0) {
     // dbInitialize writes no text of its own; once it has stored the
     // settings, a call through them fails with the library's coded text.
@@ -149,15 +153,17 @@ void Session::Configure() {
   } else {
     std::vector<std::string> fields = SplitConfig(options.config);
     char* end = nullptr;
-    long kind = fields.size() == 4 ? std::strtol(fields[3].c_str(), &end, 10) : 0;
-    if (fields.size() != 4 || fields[0].empty() || *end != '\0' || kind < 1 || kind > 6)
+    long kind = fields.size() >= 4 ? std::strtol(fields[3].c_str(), &end, 10) : 0;
+    if (fields.size() < 4 || fields[0].empty() || *end != '\0' || kind < 1 || kind > 6)
       throw UsageError(fmt::format(
-          "--config '{}' is not 'DSN;user;password;kind' with a kind from 1 to 6",
+          "--config '{}' is not 'DSN;user;password;kind[;option...]' with a kind from 1 to 6",
           options.config));
     dsn_ = fields[0];
     user_ = fields[1];
     password_ = fields[2];
     kind_ = static_cast<int>(kind);
+    for (size_t f = 4; f < fields.size(); ++f)
+      if (fields[f] != "pool") libraryOptions_ += fields[f] + ";";
   }
   configured_ = true;
 }

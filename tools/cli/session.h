@@ -23,7 +23,7 @@ struct UsageError : CommandError {
 };
 
 struct ConnectionOptions {
-  std::string config;  // "DSN;user;password;kind"
+  std::string config;  // "DSN;user;password;kind[;option...]"
   std::string sqlite;  // database file of the embedded default
   int sqliteKind = 3;
   bool createSqlite = false;  // a missing --sqlite file is created, else refused
@@ -75,6 +75,7 @@ class Session {
   bool connected_ = false;
   int kind_ = 0;
   std::string dsn_, user_, password_;
+  std::string libraryOptions_;  // "login=15;" and the like, after the kind
   std::unique_ptr<OdbcConnection> database_;
   std::string iniDir_;
   std::string databasePath_;
