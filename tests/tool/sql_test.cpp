@@ -42,10 +42,17 @@ TEST_P(Sql, ChangesNeedWriteAndFailuresGiveTheReason) {
   Ok({"sql", "delete from tool_journal where id = 2", "--write"});
   EXPECT_EQ(Ok({"logs", "count", "tool_journal"}), "1\n");
 
+  const std::string missing = GetParam() ? "[42P01]" : "no such table";
   ToolRun bad = Run({"sql", "select * from nothing_here"});
   EXPECT_EQ(bad.status, 1);
   EXPECT_TRUE(Contains(bad.err, "nothing_here"));
-  EXPECT_TRUE(Contains(bad.err, GetParam() ? "[42P01]" : "no such table"));
+  EXPECT_TRUE(Contains(bad.err, missing));
+  // A library call's failure: its coded text, then the database's reason.
+  ToolRun library = Run({"logs", "nothing_here"});
+  EXPECT_EQ(library.status, 1);
+  EXPECT_TRUE(Contains(library.err, "failed to open table: select"));
+  EXPECT_TRUE(Contains(library.err, "; the database says: ["));
+  EXPECT_TRUE(Contains(library.err, missing));
 }
 
 INSTANTIATE_ON_EACH_DATABASE(Sql);

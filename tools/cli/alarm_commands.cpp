@@ -1,5 +1,4 @@
 // alarms: list, add, ack, recover and count the alarms of an alarm table.
-#include <ctime>
 #include <memory>
 
 #include <fmt/format.h>
@@ -11,7 +10,7 @@
 namespace scadastore::cli {
 namespace {
 
-struct ListArguments {
+struct ListOptions {
   std::string table, from, to;
   unsigned level = 0;
   std::vector<int32_t> types;
@@ -19,27 +18,39 @@ struct ListArguments {
   unsigned first = 0;
 };
 
+struct AddOptions {
+  std::string table, station, tag, time, description, batch;
+  double value = 0;
+  uint32_t tagtype = 0, type = 0, level = 0, ms = 0, ip = 0;
+};
+
+// ack, recover and count: one alarm (or the table) and what to set.
+struct ChangeOptions {
+  std::string table, time;
+  uint32_t id = 0, status = 1;
+};
+
 // One AlarmQuery: the head, then the four lists back to back.
-std::vector<uint8_t> BuildQuery(const ListArguments& arguments) {
-  int lists = !arguments.types.empty() + !arguments.stations.empty() + !arguments.points.empty();
+std::vector<uint8_t> BuildQuery(const ListOptions& options) {
+  int lists = !options.types.empty() + !options.stations.empty() + !options.points.empty();
   if (lists > 1)
-    throw CommandError("alarms: choose one of --type, --station (with --tag) and --point");
-  if (!arguments.tags.empty() && arguments.stations.size() != 1)
-    throw CommandError("alarms: --tag needs exactly one --station");
-  if (arguments.level > 255) throw CommandError("alarms: --level must be 0 to 255");
+    throw UsageError("alarms: choose one of --type, --station (with --tag) and --point");
+  if (!options.tags.empty() && options.stations.size() != 1)
+    throw UsageError("alarms: --tag needs exactly one --station");
+  if (options.level > 255) throw UsageError("alarms: --level must be 0 to 255");
 
   AlarmQuery head{};
-  head.startTime = arguments.from.empty() ? 0 : ParseTime(arguments.from, "--from");
-  head.endTime = arguments.to.empty() ? UINT32_MAX : ParseTime(arguments.to, "--to");
-  head.filter = arguments.level << 8;
-  if (!arguments.types.empty()) head.filter |= SCADASTORE_FILTER_ALARM_TYPES;
-  else if (!arguments.tags.empty()) head.filter |= SCADASTORE_FILTER_STATION_TAGS;
-  else if (!arguments.stations.empty()) head.filter |= SCADASTORE_FILTER_STATIONS;
-  else if (!arguments.points.empty()) head.filter |= SCADASTORE_FILTER_POINTS;
-  head.typeCount = static_cast<uint32_t>(arguments.types.size());
-  head.stationCount = static_cast<uint32_t>(arguments.stations.size());
-  head.tagCount = static_cast<uint32_t>(arguments.tags.size());
-  head.pointCount = static_cast<uint32_t>(arguments.points.size());
+  head.startTime = options.from.empty() ? 0 : ParseTime(options.from, "--from");
+  head.endTime = options.to.empty() ? UINT32_MAX : ParseTime(options.to, "--to");
+  head.filter = options.level << 8;
+  if (!options.types.empty()) head.filter |= SCADASTORE_FILTER_ALARM_TYPES;
+  else if (!options.tags.empty()) head.filter |= SCADASTORE_FILTER_STATION_TAGS;
+  else if (!options.stations.empty()) head.filter |= SCADASTORE_FILTER_STATIONS;
+  else if (!options.points.empty()) head.filter |= SCADASTORE_FILTER_POINTS;
+  head.typeCount = static_cast<uint32_t>(options.types.size());
+  head.stationCount = static_cast<uint32_t>(options.stations.size());
+  head.tagCount = static_cast<uint32_t>(options.tags.size());
+  head.pointCount = static_cast<uint32_t>(options.points.size());
 
   std::vector<uint8_t> query(sizeof head);
   std::memcpy(query.data(), &head, sizeof head);
@@ -47,51 +58,91 @@ std::vector<uint8_t> BuildQuery(const ListArguments& arguments) {
     const auto* begin = static_cast<const uint8_t*>(bytes);
     query.insert(query.end(), begin, begin + size);
   };
-  for (int32_t type : arguments.types) append(&type, sizeof type);
-  for (const auto* names : {&arguments.stations, &arguments.tags})
+  for (int32_t type : options.types) append(&type, sizeof type);
+  for (const auto* names : {&options.stations, &options.tags})
     for (const std::string& name : *names) {
       char field[32] = {};
-      CopyText(field, name, names == &arguments.tags ? "tag" : "station");
+      CopyText(field, name, names == &options.tags ? "tag" : "station");
       append(field, sizeof field);
     }
-  for (const std::string& point : arguments.points) {
+  for (const std::string& point : options.points) {
     PointKey key{};
     size_t first = point.find('/'), second = point.rfind('/');
     if (first == second || first == std::string::npos)
-      throw CommandError(fmt::format("--point '{}' is not STATION/TAG/TAGTYPE", point));
+      throw UsageError(fmt::format("--point '{}' is not STATION/TAG/TAGTYPE", point));
     CopyText(key.station, point.substr(0, first), "station");
     CopyText(key.tag, point.substr(first + 1, second - first - 1), "tag");
     char* end = nullptr;
     unsigned long tagtype = std::strtoul(point.c_str() + second + 1, &end, 10);
     if (*end != '\0' || end == point.c_str() + second + 1 || tagtype > 65535)
-      throw CommandError(fmt::format("--point '{}': the tag type must be 0 to 65535", point));
+      throw UsageError(fmt::format("--point '{}': the tag type must be 0 to 65535", point));
     key.tagtype = static_cast<uint16_t>(tagtype);
     append(&key, sizeof key);
   }
   return query;
 }
 
-
-void List(Context& context, const ListArguments& arguments) {
+void RunList(Context& context, const ListOptions& options) {
   CallerToken token = context.session.Token();
-  const char* table = arguments.table.c_str();
-  if (arguments.first > 0) {
-    std::vector<AlarmRecord> records(arguments.first);
+  const char* table = options.table.c_str();
+  if (options.first > 0) {
+    std::vector<AlarmRecord> records(options.first);
     context.session.Check(almGetAllAlarm(token, table, records.data(),
-                         static_cast<uint32_t>(records.size() * sizeof(AlarmRecord))),
-          "alarms");
+                                         static_cast<uint32_t>(records.size() * sizeof(AlarmRecord))),
+                          "alarms");
     size_t count = 0;
     while (count < records.size() && records[count].id != 0) ++count;
     context.Print(AlarmTable(records.data(), count, context.Output()));
     return;
   }
-  std::vector<uint8_t> query = BuildQuery(arguments);
+  std::vector<uint8_t> query = BuildQuery(options);
   LibraryBlock<AlarmRecord> records;
   context.session.Check(almGetAlarmByQuery(token, table,
                                            reinterpret_cast<const AlarmQuery*>(query.data()),
                                            &records.data, &records.size),
                         "alarms");
   context.Print(AlarmTable(records.data, records.count(), context.Output()));
+}
+
+void RunAdd(Context& context, const AddOptions& options) {
+  AlarmRecord record{};
+  CopyText(record.station, options.station, "--station");
+  CopyText(record.tag, options.tag, "--tag");
+  CopyText(record.description, options.description, "--description");
+  CopyText(record.batch, options.batch, "--batch");
+  record.arisetime = ParseTimeOrNow(options.time, "--time");
+  record.millisecond = options.ms;
+  record.tagtype = options.tagtype;
+  record.alarmtype = options.type;
+  record.alarmlevel = options.level;
+  record.ip = options.ip;
+  record.value = options.value;
+  if (options.tagtype == SCADASTORE_TAGTYPE_FLAG) {
+    record.value = 0;
+    StoreAt(reinterpret_cast<uint8_t*>(&record), SCADASTORE_FLAG_OFFSET,
+            static_cast<uint8_t>(options.value != 0));
+  }
+  Session& session = context.session;
+  session.Check(almSetAlarm(session.Token(), options.table.c_str(), &record, sizeof record),
+                "alarms add");
+  std::cout << almGetLastID(session.Token(), options.table.c_str()) << '\n';
+}
+
+void RunAck(Context& context, const ChangeOptions& options) {
+  context.session.Check(almConfirmAlarm(context.session.Token(), options.table.c_str(),
+                                        options.id, options.status),
+                        "alarms ack");
+}
+
+void RunRecover(Context& context, const ChangeOptions& options) {
+  context.session.Check(almSetRecoverAlarm(context.session.Token(), options.table.c_str(),
+                                           options.id, ParseTimeOrNow(options.time, "--time")),
+                        "alarms recover");
+}
+
+void RunCount(Context& context, const ChangeOptions& options) {
+  RequireTable(context, options.table, "");
+  std::cout << almGetAlarmCount(context.session.Token(), options.table.c_str()) << '\n';
 }
 
 }  // namespace
@@ -103,9 +154,9 @@ ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOpt
   for (size_t i = 0; i < count; ++i) {
     AlarmRecord record;
     std::memcpy(&record, records + i, sizeof record);
-    // Under tag type 4 the value is a one-byte flag.
-    Cell value = record.tagtype == 4
-                     ? Cell(LoadAt<uint8_t>(reinterpret_cast<const uint8_t*>(&record), 72))
+    Cell value = record.tagtype == SCADASTORE_TAGTYPE_FLAG
+                     ? Cell(LoadAt<uint8_t>(reinterpret_cast<const uint8_t*>(&record),
+                                            SCADASTORE_FLAG_OFFSET))
                      : Cell(static_cast<double>(record.value));
     table.rows.push_back({record.id, record.station, record.tag, record.tagtype, value,
                           record.alarmtype, record.alarmlevel,
@@ -123,7 +174,7 @@ void AddAlarmCommands(CLI::App& app, Context& context) {
                           "ensure alarm");
   };
 
-  auto list = std::make_shared<ListArguments>();
+  auto list = std::make_shared<ListOptions>();
   CLI::App* alarms = AddCommand(
       app, "alarms",
       "List the alarms of an alarm table (all, or those a query selects), or run a "
@@ -143,80 +194,52 @@ void AddAlarmCommands(CLI::App& app, Context& context) {
       ->excludes("--from", "--to", "--level", "--type", "--station", "--tag", "--point");
   alarms->callback([&context, alarms, list] {
     if (!alarms->get_subcommands().empty()) return;
-    if (list->table.empty()) throw CommandError("alarms: name the alarm table");
-    List(context, *list);
+    if (list->table.empty()) throw UsageError("alarms: name the alarm table");
+    RunList(context, *list);
   });
 
-  auto record = std::make_shared<AlarmRecord>();
-  auto text = std::make_shared<std::map<std::string, std::string>>();
-  auto table = std::make_shared<std::string>();
-  auto value = std::make_shared<double>(0);
-  CLI::App* add = AddCommand(*alarms, "add", "Store one alarm under a new id and print the id",
-                             "scadastore --sqlite plant.db alarms add plant_alarms --station north "
-                             "--tag temp --value 81.5 --type 1 --level 2 --description 'high'");
-  add->add_option("table", *table, "alarm table")->required();
-  add->add_option("--station", (*text)["station"], "station")->required();
-  add->add_option("--tag", (*text)["tag"], "tag")->required();
-  add->add_option("--value", *value, "the tag's value (0 or 1 under --tagtype 4)");
-  add->add_option("--tagtype", record->tagtype, "tag type; 4 carries the value as a flag");
-  add->add_option("--type", record->alarmtype, "alarm type");
-  add->add_option("--level", record->alarmlevel, "alarm level");
-  add->add_option("--time", (*text)["time"], "arise time (default: now)");
-  add->add_option("--ms", record->millisecond, "milliseconds of the arise time");
-  add->add_option("--ip", record->ip, "IP address in numeric form");
-  add->add_option("--description", (*text)["description"], "message");
-  add->add_option("--batch", (*text)["batch"], "batch");
-  add->callback([&context, record, text, table, value] {
-    CopyText(record->station, (*text)["station"], "--station");
-    CopyText(record->tag, (*text)["tag"], "--tag");
-    CopyText(record->description, (*text)["description"], "--description");
-    CopyText(record->batch, (*text)["batch"], "--batch");
-    record->arisetime = (*text)["time"].empty() ? static_cast<uint32_t>(std::time(nullptr))
-                                                : ParseTime((*text)["time"], "--time");
-    record->value = *value;
-    if (record->tagtype == 4) {
-      uint8_t flag = *value != 0;
-      record->value = 0;
-      StoreAt(reinterpret_cast<uint8_t*>(record.get()), 72, flag);
-    }
-    context.session.Check(almSetAlarm(context.session.Token(), table->c_str(), record.get(), sizeof *record),
-          "alarms add");
-    std::cout << almGetLastID(context.session.Token(), table->c_str()) << '\n';
-  });
+  auto add = std::make_shared<AddOptions>();
+  CLI::App* adding = AddCommand(*alarms, "add", "Store one alarm under a new id and print the id",
+                                "scadastore --sqlite plant.db alarms add plant_alarms --station "
+                                "north --tag temp --value 81.5 --type 1 --level 2 --description "
+                                "'high'");
+  adding->add_option("table", add->table, "alarm table")->required();
+  adding->add_option("--station", add->station, "station")->required();
+  adding->add_option("--tag", add->tag, "tag")->required();
+  adding->add_option("--value", add->value, "the tag's value (0 or 1 under --tagtype 4)");
+  adding->add_option("--tagtype", add->tagtype, "tag type; 4 carries the value as a flag");
+  adding->add_option("--type", add->type, "alarm type");
+  adding->add_option("--level", add->level, "alarm level");
+  adding->add_option("--time", add->time, "arise time (default: now)");
+  adding->add_option("--ms", add->ms, "milliseconds of the arise time");
+  adding->add_option("--ip", add->ip, "IP address in numeric form");
+  adding->add_option("--description", add->description, "message");
+  adding->add_option("--batch", add->batch, "batch");
+  adding->callback([&context, add] { RunAdd(context, *add); });
 
-  auto id = std::make_shared<uint32_t>(0);
-  auto status = std::make_shared<uint32_t>(1);
-  CLI::App* ack = AddCommand(*alarms, "ack", "Confirm an alarm: set its status",
-                             "scadastore --sqlite plant.db alarms ack plant_alarms 17");
-  ack->add_option("table", *table, "alarm table")->required();
-  ack->add_option("id", *id, "alarm id")->required();
-  ack->add_option("--status", *status, "status to set; 0 means not confirmed")
+  auto ack = std::make_shared<ChangeOptions>();
+  CLI::App* acking = AddCommand(*alarms, "ack", "Confirm an alarm: set its status",
+                                "scadastore --sqlite plant.db alarms ack plant_alarms 17");
+  acking->add_option("table", ack->table, "alarm table")->required();
+  acking->add_option("id", ack->id, "alarm id")->required();
+  acking->add_option("--status", ack->status, "status to set; 0 means not confirmed")
       ->capture_default_str();
-  ack->callback([&context, table, id, status] {
-    context.session.Check(almConfirmAlarm(context.session.Token(), table->c_str(), *id, *status), "alarms ack");
-  });
+  acking->callback([&context, ack] { RunAck(context, *ack); });
 
-  auto time = std::make_shared<std::string>();
-  CLI::App* recover = AddCommand(*alarms, "recover", "Set the time an alarm's condition ended",
-                                 "scadastore --sqlite plant.db alarms recover plant_alarms 17 "
-                                 "--time '2024-05-01 08:42:10'");
-  recover->add_option("table", *table, "alarm table")->required();
-  recover->add_option("id", *id, "alarm id")->required();
-  recover->add_option("--time", *time, "recovery time (default: now)");
-  recover->callback([&context, table, id, time] {
-    uint32_t when = time->empty() ? static_cast<uint32_t>(std::time(nullptr))
-                                  : ParseTime(*time, "--time");
-    context.session.Check(almSetRecoverAlarm(context.session.Token(), table->c_str(), *id, when),
-          "alarms recover");
-  });
+  auto recover = std::make_shared<ChangeOptions>();
+  CLI::App* recovering = AddCommand(*alarms, "recover", "Set the time an alarm's condition ended",
+                                    "scadastore --sqlite plant.db alarms recover plant_alarms 17 "
+                                    "--time '2024-05-01 08:42:10'");
+  recovering->add_option("table", recover->table, "alarm table")->required();
+  recovering->add_option("id", recover->id, "alarm id")->required();
+  recovering->add_option("--time", recover->time, "recovery time (default: now)");
+  recovering->callback([&context, recover] { RunRecover(context, *recover); });
 
-  CLI::App* count = AddCommand(*alarms, "count", "Print the number of alarms",
-                               "scadastore --sqlite plant.db alarms count plant_alarms");
-  count->add_option("table", *table, "alarm table")->required();
-  count->callback([&context, table] {
-    RequireTable(context, *table, "");
-    std::cout << almGetAlarmCount(context.session.Token(), table->c_str()) << '\n';
-  });
+  auto count = std::make_shared<ChangeOptions>();
+  CLI::App* counting = AddCommand(*alarms, "count", "Print the number of alarms",
+                                  "scadastore --sqlite plant.db alarms count plant_alarms");
+  counting->add_option("table", count->table, "alarm table")->required();
+  counting->callback([&context, count] { RunCount(context, *count); });
 }
 
 }  // namespace scadastore::cli

@@ -9,17 +9,9 @@
 
 #include "tools/cli/schema.h"
 #include "tools/cli/session.h"
+#include "tools/cli/times.h"
 
 namespace scadastore::cli {
-
-uint32_t ValueWidth(uint32_t type) {
-  switch (type) {
-    case SCADASTORE_VALUE_FLOAT: return 8;
-    case SCADASTORE_VALUE_INTEGER: return 4;
-    case SCADASTORE_VALUE_TEXT: return 256;
-    default: return 0;
-  }
-}
 
 std::vector<Column> ParseColumns(const std::string& spec) {
   std::vector<Column> columns;
@@ -51,7 +43,7 @@ DataTable::DataTable(const std::string& name, std::vector<Column> columns, uint3
     throw CommandError(fmt::format("table name '{}' must have 1 to 435 characters", name));
   for (const Column& column : columns_) {
     offsets_.push_back(recordSize_);
-    recordSize_ += ValueWidth(column.type);
+    recordSize_ += SCADASTORE_VALUE_WIDTH(column.type);
   }
   info_.assign(sizeof(DataTableInfo) + columns_.size() * sizeof(ColumnInfo), 0);
   auto* info = reinterpret_cast<DataTableInfo*>(info_.data());
@@ -123,9 +115,10 @@ void DataTable::SetValue(uint8_t* record, size_t c, const std::string& text) con
 
 std::vector<Cell> DataTable::RecordCells(const uint8_t* record,
                                          const OutputOptions& options) const {
-  std::vector<Cell> cells = {LoadAt<uint32_t>(record, 0),
-                             TimeCell(LoadAt<uint32_t>(record, 4), options),
-                             LoadAt<uint32_t>(record, 8), LoadAt<uint32_t>(record, 12)};
+  std::vector<Cell> cells = {LoadAt<uint32_t>(record, offsetof(DataRecord, id)),
+                             TimeCell(LoadAt<uint32_t>(record, offsetof(DataRecord, time)), options),
+                             LoadAt<uint32_t>(record, offsetof(DataRecord, ms)),
+                             LoadAt<uint32_t>(record, offsetof(DataRecord, modify))};
   for (size_t c = 0; c < columns_.size(); ++c) cells.push_back(Value(record, c));
   return cells;
 }
@@ -133,6 +126,21 @@ std::vector<Cell> DataTable::RecordCells(const uint8_t* record,
 }  // namespace scadastore::cli
 
 namespace scadastore::cli {
+
+std::vector<uint8_t> SlotStatistic(Session& session, const DataTable& table, uint32_t statistic,
+                                   const Slot& slot) {
+  if (slot.end > INT32_MAX) throw UsageError("the statistics stop at 2038");
+  std::vector<uint8_t> record = table.EmptyRecord();
+  // The library leaves a value as it was when the slot has no rows.
+  for (size_t c = 0; c < table.columns().size(); ++c)
+    if (table.columns()[c].type == SCADASTORE_VALUE_FLOAT) table.SetFloat(record.data(), c, NAN);
+  session.Check(sgGetRecordStatValueOfInterval(
+                    session.Token(), table.info(), statistic, static_cast<int32_t>(slot.start),
+                    static_cast<int32_t>(slot.end), reinterpret_cast<DataRecord*>(record.data()),
+                    table.recordSize()),
+                "statistics");
+  return record;
+}
 
 DataTable ReadDataTable(Session& session, const std::string& name, uint32_t statMode) {
   TableSchema schema = ReadSchema(session, name);

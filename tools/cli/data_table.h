@@ -22,7 +22,8 @@ std::vector<Column> ParseColumns(const std::string& spec);
 
 class DataTable {
  public:
-  DataTable(const std::string& name, std::vector<Column> columns, uint32_t statMode = 3);
+  DataTable(const std::string& name, std::vector<Column> columns,
+            uint32_t statMode = SCADASTORE_STAT_AVERAGE);
 
   const DataTableInfo* info() const {
     return reinterpret_cast<const DataTableInfo*>(info_.data());
@@ -30,6 +31,8 @@ class DataTable {
   const std::string& name() const { return name_; }
   const std::vector<Column>& columns() const { return columns_; }
   uint32_t recordSize() const { return recordSize_; }
+  // Where column c's value starts within a record.
+  uint32_t Offset(size_t c) const { return offsets_[c]; }
 
   // A record of this table with every value zero (texts empty).
   std::vector<uint8_t> EmptyRecord() const { return std::vector<uint8_t>(recordSize_, 0); }
@@ -48,16 +51,21 @@ class DataTable {
   std::string name_;
   std::vector<Column> columns_;
   std::vector<uint32_t> offsets_;  // of each value within a record
-  uint32_t recordSize_ = 16;
+  uint32_t recordSize_ = sizeof(DataRecord);
   std::vector<uint8_t> info_;
 };
 
-uint32_t ValueWidth(uint32_t type);
-
 class Session;
+struct Slot;
+// The statistic of every float column over the slot, as a record of the
+// table; a column without rows in the slot is NaN, which Value gives as null.
+std::vector<uint8_t> SlotStatistic(Session& session, const DataTable& table, uint32_t statistic,
+                                   const Slot& slot);
+
 // The data table of this name as the database describes it; a
 // CommandError when there is none or it is not a data table.
-DataTable ReadDataTable(Session& session, const std::string& name, uint32_t statMode = 3);
+DataTable ReadDataTable(Session& session, const std::string& name,
+                        uint32_t statMode = SCADASTORE_STAT_AVERAGE);
 
 // Reads one field of a packed record without alignment.
 template <typename T>

@@ -1,5 +1,4 @@
 // logs: list, add and count the entries of a log table.
-#include <ctime>
 #include <memory>
 
 #include <fmt/format.h>
@@ -10,10 +9,69 @@
 namespace scadastore::cli {
 namespace {
 
-struct AddArguments {
+struct ListOptions {
+  std::string table, from, to;
+};
+
+struct AddOptions {
   std::string table, time, source, info, operator_, monitor, verify, ack, batch;
   uint32_t type = 0, ms = 0, ip = 0;
 };
+
+void RunList(Context& context, const ListOptions& options) {
+  uint32_t from = options.from.empty() ? 0 : ParseTime(options.from, "--from");
+  uint32_t to = options.to.empty() ? UINT32_MAX : ParseTime(options.to, "--to");
+  if (from >= to) throw UsageError("logs: --from must be before --to");
+  LibraryBlock<LogRecord> records;
+  context.session.Check(logGetLogByTime(context.session.Token(), options.table.c_str(), from, to,
+                                        &records.data, &records.size),
+                        "logs");
+  context.Print(LogTable(records.data, records.count(), context.Output()));
+}
+
+void RunAdd(Context& context, const AddOptions& options, const std::string& command) {
+  LogRecord record{};
+  record.logtime = ParseTimeOrNow(options.time, "--time");
+  record.millisecond = options.ms;
+  record.logtype = options.type;
+  record.ip = options.ip;
+  CopyText(record.source, options.source, "--source");
+  CopyText(record.loginfo, options.info, "--info");
+  CopyText(record.operator_, options.operator_, "--operator");
+  CopyText(record.monitor, options.monitor, "--monitor");
+  CopyText(record.logverify, options.verify, "--verify");
+  CopyText(record.ackinfo, options.ack, "--ack");
+  CopyText(record.batch, options.batch, "--batch");
+  Session& session = context.session;
+  session.Check(logSetLog(session.Token(), options.table.c_str(), &record, sizeof record), command);
+  std::cout << logGetLastID(session.Token(), options.table.c_str()) << '\n';
+}
+
+void RunCount(Context& context, const ListOptions& options) {
+  RequireTable(context, options.table, "");
+  std::cout << logGetLogCount(context.session.Token(), options.table.c_str()) << '\n';
+}
+
+// "logs add TABLE ..." and its short form "log TABLE ...".
+void AddLogEntryCommand(CLI::App& parent, const std::string& name, const std::string& example,
+                        Context& context) {
+  auto add = std::make_shared<AddOptions>();
+  CLI::App* adding = AddCommand(parent, name, "Store one log entry under a new id and print the id",
+                                example);
+  adding->add_option("table", add->table, "log table")->required();
+  adding->add_option("--type", add->type, "entry type")->required();
+  adding->add_option("--source", add->source, "where the entry comes from")->required();
+  adding->add_option("--info", add->info, "the entry's text")->required();
+  adding->add_option("--operator", add->operator_, "operator");
+  adding->add_option("--monitor", add->monitor, "monitor");
+  adding->add_option("--verify", add->verify, "verification");
+  adding->add_option("--ack", add->ack, "acknowledgement text");
+  adding->add_option("--batch", add->batch, "batch");
+  adding->add_option("--ip", add->ip, "IP address in numeric form");
+  adding->add_option("--time", add->time, "time of the entry (default: now)");
+  adding->add_option("--ms", add->ms, "milliseconds of the time");
+  adding->callback([&context, add, name] { RunAdd(context, *add, name); });
+}
 
 }  // namespace
 
@@ -34,58 +92,13 @@ ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions
   return table;
 }
 
-namespace {
-
-// "logs add TABLE ..." and its short form "log TABLE ...".
-void AddLogEntryCommand(CLI::App& parent, const std::string& name, const std::string& example,
-                        Context& context) {
-  auto add = std::make_shared<AddArguments>();
-  CLI::App* adding = AddCommand(parent, name, "Store one log entry under a new id and print the id",
-                                example);
-  adding->add_option("table", add->table, "log table")->required();
-  adding->add_option("--type", add->type, "entry type")->required();
-  adding->add_option("--source", add->source, "where the entry comes from")->required();
-  adding->add_option("--info", add->info, "the entry's text")->required();
-  adding->add_option("--operator", add->operator_, "operator");
-  adding->add_option("--monitor", add->monitor, "monitor");
-  adding->add_option("--verify", add->verify, "verification");
-  adding->add_option("--ack", add->ack, "acknowledgement text");
-  adding->add_option("--batch", add->batch, "batch");
-  adding->add_option("--ip", add->ip, "IP address in numeric form");
-  adding->add_option("--time", add->time, "time of the entry (default: now)");
-  adding->add_option("--ms", add->ms, "milliseconds of the time");
-  adding->callback([&context, add, name] {
-    LogRecord record{};
-    record.logtime = add->time.empty() ? static_cast<uint32_t>(std::time(nullptr))
-                                       : ParseTime(add->time, "--time");
-    record.millisecond = add->ms;
-    record.logtype = add->type;
-    record.ip = add->ip;
-    CopyText(record.source, add->source, "--source");
-    CopyText(record.loginfo, add->info, "--info");
-    CopyText(record.operator_, add->operator_, "--operator");
-    CopyText(record.monitor, add->monitor, "--monitor");
-    CopyText(record.logverify, add->verify, "--verify");
-    CopyText(record.ackinfo, add->ack, "--ack");
-    CopyText(record.batch, add->batch, "--batch");
-    context.session.Check(logSetLog(context.session.Token(), add->table.c_str(), &record, sizeof record),
-          name.c_str());
-    std::cout << logGetLastID(context.session.Token(), add->table.c_str()) << '\n';
-  });
-}
-
-}  // namespace
-
 void AddLogCommands(CLI::App& app, Context& context) {
   EnsureKinds()["log"] = [](Context& context, const std::string& table, const std::string&) {
     context.session.Check(logEnsureTableExist(context.session.Token(), table.c_str()),
                           "ensure log");
   };
 
-  struct ListArguments {
-    std::string table, from, to;
-  };
-  auto list = std::make_shared<ListArguments>();
+  auto list = std::make_shared<ListOptions>();
   CLI::App* logs = AddCommand(app, "logs",
                               "List the entries of a log table, or those of a time range",
                               "scadastore --sqlite plant.db logs plant_log --from "
@@ -95,15 +108,8 @@ void AddLogCommands(CLI::App& app, Context& context) {
   logs->add_option("--to", list->to, "latest time (included)");
   logs->callback([&context, logs, list] {
     if (!logs->get_subcommands().empty()) return;
-    if (list->table.empty()) throw CommandError("logs: name the log table");
-    uint32_t from = list->from.empty() ? 0 : ParseTime(list->from, "--from");
-    uint32_t to = list->to.empty() ? UINT32_MAX : ParseTime(list->to, "--to");
-    if (from >= to) throw CommandError("logs: --from must be before --to");
-    LibraryBlock<LogRecord> records;
-    context.session.Check(logGetLogByTime(context.session.Token(), list->table.c_str(), from, to,
-                                          &records.data, &records.size),
-                          "logs");
-    context.Print(LogTable(records.data, records.count(), context.Output()));
+    if (list->table.empty()) throw UsageError("logs: name the log table");
+    RunList(context, *list);
   });
 
   AddLogEntryCommand(*logs, "add",
@@ -115,14 +121,11 @@ void AddLogCommands(CLI::App& app, Context& context) {
                      "--info 'pump 3 started'",
                      context);
 
-  auto counted = std::make_shared<std::string>();
-  CLI::App* count = AddCommand(*logs, "count", "Print the number of log entries",
-                               "scadastore --sqlite plant.db logs count plant_log");
-  count->add_option("table", *counted, "log table")->required();
-  count->callback([&context, counted] {
-    RequireTable(context, *counted, "");
-    std::cout << logGetLogCount(context.session.Token(), counted->c_str()) << '\n';
-  });
+  auto count = std::make_shared<ListOptions>();
+  CLI::App* counting = AddCommand(*logs, "count", "Print the number of log entries",
+                                  "scadastore --sqlite plant.db logs count plant_log");
+  counting->add_option("table", count->table, "log table")->required();
+  counting->callback([&context, count] { RunCount(context, *count); });
 }
 
 }  // namespace scadastore::cli

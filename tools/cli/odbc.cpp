@@ -42,6 +42,11 @@ void OdbcStatement::Execute(const std::string& sql) {
   Check(SQLExecDirect(handle_.get(), Chars(sql), SQL_NTS), "statement");
 }
 
+void OdbcStatement::Prepare(const std::string& sql) {
+  Check(SQLPrepare(handle_.get(), Chars(sql), SQL_NTS), "statement");
+  Describe();  // psqlODBC asks the server only for the result's columns
+}
+
 void OdbcStatement::Tables() {
   std::string type = "TABLE";
   Check(SQLTables(handle_.get(), nullptr, 0, nullptr, 0, nullptr, 0, Chars(type), SQL_NTS),

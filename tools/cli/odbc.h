@@ -39,6 +39,9 @@ class OdbcStatement {
   explicit OdbcStatement(Handle handle) : handle_(std::move(handle)) {}
 
   void Execute(const std::string& sql);
+  // Compiles without running: the driver reports an unknown table or a
+  // syntax error, and nothing changes.
+  void Prepare(const std::string& sql);
   // Catalog calls: tables, columns and indexes of one table.
   void Tables();
   void Columns(const std::string& table);

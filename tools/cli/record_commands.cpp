@@ -282,8 +282,8 @@ class LineStore {
     size_t offset = buffer_.size();
     buffer_.resize(offset + batchTable_->recordSize(), 0);
     uint8_t* record = buffer_.data() + offset;
-    StoreAt(record, 4, line.time);
-    StoreAt(record, 8, line.ms);
+    StoreAt(record, offsetof(DataRecord, time), line.time);
+    StoreAt(record, offsetof(DataRecord, ms), line.ms);
     for (size_t c = 0; c < line.values.size(); ++c)
       if (line.values[c]) batchTable_->SetValue(record, c, *line.values[c]);
     lines_.push_back(fileLine);

@@ -114,9 +114,25 @@ std::string Session::Reason() {
   }
 }
 
+std::string Session::StatementReason(const std::string& libraryText) {
+  // The library's text of a statement that failed ends with the statement.
+  const std::string marker = "failed to open table: ";
+  size_t start = libraryText.find(marker);
+  // A text of the full 1023 characters may hold a cut statement, whose
+  // reason would be the cut.
+  if (start == std::string::npos || libraryText.size() >= 1023 || !database_) return "";
+  try {
+    database_->Statement().Prepare(libraryText.substr(start + marker.size()));
+    return "";
+  } catch (const OdbcError& error) {
+    return error.what();
+  }
+}
+
 void Session::Fail(const std::string& what) {
   const char* text = dbGetLastError();
   std::string reason = Reason();
+  if (reason.empty()) reason = StatementReason(text);
   throw CommandError(fmt::format("{}: {}{}{}", what, *text ? text : "failed (no error text)",
                                  reason.empty() ? "" : "; the database says: ", reason));
 }

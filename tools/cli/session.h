@@ -70,6 +70,9 @@ class Session {
   void RemoveDataSourceFiles();
   // The database's reason for failing, or "" when a probe succeeds.
   std::string Reason();
+  // The database's reason for a statement in the library's text, learned
+  // by compiling it on the tool's connection; "" when there is none.
+  std::string StatementReason(const std::string& libraryText);
 
   bool configured_ = false;
   bool connected_ = false;

@@ -22,15 +22,6 @@ struct StatOptions {
   int year = 0;
 };
 
-struct Slot {
-  uint32_t start, end;  // [start, end)
-};
-
-int32_t SignedTime(uint32_t seconds) {
-  if (seconds > INT32_MAX) throw UsageError("stats: the statistics stop at 2038");
-  return static_cast<int32_t>(seconds);
-}
-
 // "YYYY-MM-DD" of --day, or "YYYY-MM" of --month with "-01" appended.
 year_month_day ParseDate(const std::string& text, const char* what) {
   int y = 0;
@@ -46,19 +37,12 @@ year_month_day ParseDate(const std::string& text, const char* what) {
 
 // Hourly slots of a local day, daily slots of a month, monthly of a year.
 std::vector<Slot> CalendarSlots(const StatOptions& options) {
+  if (!options.day.empty()) return LocalHours(ParseDate(options.day, "--day"));
   std::vector<Slot> slots;
-  auto days = [&](year_month_day first, year_month_day last) {
-    for (sys_days d = first; d < sys_days(last); d += std::chrono::days(1))
-      slots.push_back({LocalStart(d), LocalStart(d + std::chrono::days(1))});
-  };
-  if (!options.day.empty()) {
-    year_month_day date = ParseDate(options.day, "--day");
-    uint32_t start = LocalStart(date), end = LocalStart(sys_days(date) + std::chrono::days(1));
-    for (uint32_t hour = start; hour < end; hour += 3600)
-      slots.push_back({hour, std::min(hour + 3600, end)});
-  } else if (!options.month.empty()) {
+  if (!options.month.empty()) {
     year_month_day first = ParseDate(options.month + "-01", "--month");
-    days(first, first + months(1));
+    for (sys_days d = first; d < sys_days(first + months(1)); d += std::chrono::days(1))
+      slots.push_back({LocalStart(d), LocalStart(d + std::chrono::days(1))});
   } else {
     if (options.year < 1970) throw UsageError("--year: give a year from 1970");
     for (unsigned m = 1; m <= 12; ++m) {
@@ -84,10 +68,10 @@ std::vector<Slot> Slots(const StatOptions& options) {
 }
 
 uint32_t StatisticCode(const std::string& name) {
-  if (name == "max") return 1;
-  if (name == "min") return 2;
-  if (name == "sum") return 4;
-  return 3;
+  if (name == "max") return SCADASTORE_STAT_MAX;
+  if (name == "min") return SCADASTORE_STAT_MIN;
+  if (name == "sum") return SCADASTORE_STAT_SUM;
+  return SCADASTORE_STAT_AVERAGE;
 }
 
 void RunStats(Context& context, const StatOptions& options) {
@@ -106,16 +90,8 @@ void RunStats(Context& context, const StatOptions& options) {
   for (size_t c : chosen) headers.push_back(floats[c]);
 
   RowWriter writer(headers, context.Output().format, std::cout);
-  std::vector<uint8_t> record = table.EmptyRecord();
   for (const Slot& slot : slots) {
-    // NaN marks a value the library leaves as it was: a slot without rows.
-    for (size_t c : floatColumns) table.SetFloat(record.data(), c, std::nan(""));
-    context.session.Check(
-        sgGetRecordStatValueOfInterval(context.session.Token(), table.info(), statistic,
-                                       SignedTime(slot.start), SignedTime(slot.end),
-                                       reinterpret_cast<DataRecord*>(record.data()),
-                                       table.recordSize()),
-        "stats");
+    std::vector<uint8_t> record = SlotStatistic(context.session, table, statistic, slot);
     std::vector<Cell> row = {TimeCell(slot.start, context.Output()),
                              (slot.end - slot.start) / 3600.0};
     for (size_t c : chosen) row.push_back(table.Value(record.data(), floatColumns[c]));

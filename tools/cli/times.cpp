@@ -79,6 +79,10 @@ uint32_t ParseTime(const std::string& text, const std::string& what) {
       what, text));
 }
 
+uint32_t ParseTimeOrNow(const std::string& text, const std::string& what) {
+  return text.empty() ? static_cast<uint32_t>(std::time(nullptr)) : ParseTime(text, what);
+}
+
 std::string FormatLocalTime(uint32_t seconds) {
   time_t value = seconds;
   std::tm local;
@@ -100,6 +104,15 @@ uint32_t LocalStart(std::chrono::year_month_day date) {
   // Midnight skipped: the day starts when the clocks jump.
   local.tm_isdst = -1;
   return InRange(std::mktime(&local), text, "date");
+}
+
+std::vector<Slot> LocalHours(std::chrono::year_month_day date) {
+  uint32_t start = LocalStart(date);
+  uint32_t end = LocalStart(std::chrono::sys_days(date) + std::chrono::days(1));
+  std::vector<Slot> hours;
+  for (uint32_t hour = start; hour < end; hour += 3600)
+    hours.push_back({hour, std::min(hour + 3600, end)});
+  return hours;
 }
 
 void UseTimeZone(const std::string& zone) {

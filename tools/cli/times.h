@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace scadastore::cli {
 
@@ -13,11 +14,23 @@ namespace scadastore::cli {
 // also for a local time that the clocks skip or pass twice.
 uint32_t ParseTime(const std::string& text, const std::string& what);
 
+// As ParseTime; the present second when `text` is empty.
+uint32_t ParseTimeOrNow(const std::string& text, const std::string& what);
+
 // "YYYY-MM-DD HH:MM:SS" in local time.
 std::string FormatLocalTime(uint32_t seconds);
 
 // First second of a local calendar day.
 uint32_t LocalStart(std::chrono::year_month_day date);
+
+// [start, end) in seconds since 1970.
+struct Slot {
+  uint32_t start, end;
+};
+
+// The local hours of a day: 23 on the day the clocks go forward, 25 when
+// they go back.
+std::vector<Slot> LocalHours(std::chrono::year_month_day date);
 
 // Local times from now on are those of this zone (a name as Europe/Berlin);
 // an unknown name is a UsageError.

@@ -123,7 +123,7 @@ class Recorder {
       batch.assign((to - from) * table_.recordSize(), 0);
       for (uint32_t second = from; second < to; ++second) {
         uint8_t* record = batch.data() + (second - from) * table_.recordSize();
-        StoreAt(record, 4, plant_.dayStart() + second);
+        StoreAt(record, offsetof(DataRecord, time), plant_.dayStart() + second);
         for (int point = 0; point < kStationCount * kTagCount; ++point) {
           double value = plant_.Value(point, second);
           table_.SetFloat(record, point, value);
@@ -266,12 +266,13 @@ class Recorder {
   size_t logWritten_ = 0, batches_ = 0, confirmed_ = 0;
 };
 
-std::string Sparkline(const std::vector<double>& values) {
+// One bar per value between `low` and `high`; a blank for an hour without samples.
+std::string Sparkline(const std::vector<double>& values, double low, double high) {
   static const char* const bars[] = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
-  auto [low, high] = std::minmax_element(values.begin(), values.end());
   std::string line;
   for (double value : values)
-    line += bars[*high > *low ? static_cast<int>((value - *low) / (*high - *low) * 7.999) : 0];
+    line += std::isnan(value) ? " "
+                              : bars[high > low ? static_cast<int>((value - low) / (high - low) * 7.999) : 0];
   return line;
 }
 
@@ -288,26 +289,34 @@ ResultTable KeepColumns(const ResultTable& table, const std::vector<std::string>
   return kept;
 }
 
-void Report(Context& context, const DataTable& table, const Recorder& recorder, uint32_t day) {
+void Report(Context& context, const DataTable& table, const Recorder& recorder,
+            std::chrono::year_month_day date) {
   CallerToken token = context.session.Token();
   OutputOptions display{Format::Table, false};
+  uint32_t day = LocalStart(date);
 
-  std::vector<uint8_t> slots(24 * table.recordSize());
-  context.session.Check(sgGetRecord_Day(token, table.info(), 0, day, 0, 0, 0, slots.data(),
-                        static_cast<uint32_t>(slots.size())),
-        "demo: hourly statistics");
-  ResultTable hourly{{"tag", "unit", "min", "max", "hourly averages 00h..23h"}, {}};
-  for (size_t point = 0; point < table.columns().size(); ++point) {
-    std::vector<double> values;
-    for (size_t h = 0; h < 24; ++h)
-      values.push_back(LoadAt<double>(slots.data() + h * table.recordSize(), 16 + 8 * point));
-    auto [low, high] = std::minmax_element(values.begin(), values.end());
-    hourly.rows.push_back({table.columns()[point].name, kTags[point % kTagCount].unit,
-                           std::round(*low * 100) / 100, std::round(*high * 100) / 100,
-                           Sparkline(values)});
+  // Per local hour, as stats --day: 23 or 25 of them when the clocks change.
+  std::vector<Slot> hours = LocalHours(date);
+  std::vector<std::vector<double>> averages(table.columns().size());
+  for (const Slot& hour : hours) {
+    std::vector<uint8_t> record =
+        SlotStatistic(context.session, table, SCADASTORE_STAT_AVERAGE, hour);
+    for (size_t point = 0; point < averages.size(); ++point)
+      averages[point].push_back(LoadAt<double>(record.data(), table.Offset(point)));
   }
-  std::cout << fmt::format("\nHourly averages of {} (sgGetRecord_Day):\n",
-                           FormatLocalTime(day).substr(0, 10));
+  ResultTable hourly{{"tag", "unit", "min", "max", fmt::format("{} hourly averages", hours.size())},
+                     {}};
+  for (size_t point = 0; point < averages.size(); ++point) {
+    double low = INFINITY, high = -INFINITY;
+    for (double value : averages[point])
+      if (!std::isnan(value)) low = std::min(low, value), high = std::max(high, value);
+    hourly.rows.push_back({table.columns()[point].name, kTags[point % kTagCount].unit,
+                           std::round(low * 100) / 100, std::round(high * 100) / 100,
+                           Sparkline(averages[point], low, high)});
+  }
+  std::cout << fmt::format(
+      "\nHourly averages of {} (sgGetRecordStatValueOfInterval per local hour):\n",
+      FormatLocalTime(day).substr(0, 10));
   Print(hourly, display, std::cout);
 
   std::vector<uint8_t> query(sizeof(AlarmQuery) + 32, 0);
@@ -362,15 +371,16 @@ void RunDemo(Context& context, const std::string& dayText) {
   time_t dayTime = dayText.empty() ? std::time(nullptr) - kDay : ParseTime(dayText, "--day");
   std::tm local;
   localtime_r(&dayTime, &local);
-  uint32_t day = LocalStart({std::chrono::year(local.tm_year + 1900),
-                             std::chrono::month(local.tm_mon + 1),
-                             std::chrono::day(local.tm_mday)});
+  std::chrono::year_month_day date{std::chrono::year(local.tm_year + 1900),
+                                  std::chrono::month(local.tm_mon + 1),
+                                  std::chrono::day(local.tm_mday)};
+  uint32_t day = LocalStart(date);
 
   std::vector<Column> columns;
   for (const char* station : kStations)
     for (const TagModel& tag : kTags)
       columns.push_back({fmt::format("{}_{}", station, tag.name), SCADASTORE_VALUE_FLOAT});
-  DataTable table(kSamples, columns, 3);
+  DataTable table(kSamples, columns, SCADASTORE_STAT_AVERAGE);
 
   // A fresh day each run.
   for (const char* name : {kSamples, kAlarms, kLog})
@@ -402,7 +412,7 @@ void RunDemo(Context& context, const std::string& dayText) {
       seconds, kSamples, kDay, columns.size(), recorder.batches(), kAlarms,
       recorder.alarms().size(), recorder.confirmed(), recovered, kLog, recorder.logEntries());
 
-  Report(context, table, recorder, day);
+  Report(context, table, recorder, date);
   std::cout << fmt::format(
       "\nLook further:\n"
       "  scadastore --sqlite {0} alarms {1} --level 3\n"
