@@ -24,7 +24,7 @@ struct Peak {
   double megabytes, seconds;
 };
 
-// Runs the tool with `args`, its output to /dev/null.
+// Runs the tool with `args`, its output and messages to /dev/null.
 Peak RunTool(std::vector<std::string> args) {
   std::vector<char*> argv = {const_cast<char*>(SCADASTORE_TOOL)};
   for (std::string& arg : args) argv.push_back(arg.data());
@@ -32,6 +32,7 @@ Peak RunTool(std::vector<std::string> args) {
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
   posix_spawn_file_actions_addopen(&files, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&files, 2, "/dev/null", O_WRONLY, 0);
   auto started = std::chrono::steady_clock::now();
   pid_t pid = -1;
   int status = -1;
