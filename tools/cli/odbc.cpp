@@ -118,7 +118,9 @@ OdbcConnection::OdbcConnection(const std::string& dsn, const std::string& user,
   SQLCHAR name[64] = "";
   SQLSMALLINT length = 0;
   SQLGetInfo(connection_.get(), SQL_DBMS_NAME, name, sizeof name, &length);
-  sqlite_ = std::string(reinterpret_cast<char*>(name)).starts_with("SQLite");
+  std::string dbms = reinterpret_cast<char*>(name);
+  sqlite_ = dbms.starts_with("SQLite");
+  limit_ = sqlite_ || dbms == "PostgreSQL" || dbms == "MySQL" || dbms == "MariaDB";
 }
 
 OdbcStatement OdbcConnection::Statement() {

@@ -68,11 +68,14 @@ class OdbcConnection {
   void BeginTransaction();
   void EndTransaction(bool commit);
   bool IsSqlite() const { return sqlite_; }
+  // Whether a select may end in "limit N" (SQLite, PostgreSQL, MariaDB, MySQL).
+  bool HasLimit() const { return limit_; }
 
  private:
   Handle environment_{nullptr, {SQL_HANDLE_ENV}};
   Handle connection_{nullptr, {SQL_HANDLE_DBC}};
   bool sqlite_ = false;
+  bool limit_ = false;
 };
 
 }  // namespace scadastore::cli

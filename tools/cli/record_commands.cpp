@@ -60,10 +60,12 @@ double ParseFloat(const std::string& text) {
                     -std::stoi(text.substr(0, space)));
 }
 
-// The rows of a time range in id order, streamed through the tool's own
-// connection: memory stays flat, and floats keep every digit.
+// The rows of a time range in id order, read through the tool's own
+// connection in pages: the drivers hold a whole result in memory, so a page
+// bounds what they hold. Floats keep every digit.
 void StreamRecords(Context& context, const DataTable& table, const ListOptions& options,
                    const std::vector<size_t>& chosen, RowWriter& writer) {
+  constexpr int kPageRows = 5000;
   auto [from, to] = TimeRange(options);
   Session& session = context.session;
   std::string select = "select ";
@@ -74,27 +76,41 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
     select += (exact ? ExactSqliteFloat(name) : name) + ",";
   }
   select.back() = ' ';
-  select += fmt::format("from {} where {} >= {} and {} <= {} order by {}",
-                        session.Quote(table.name()), session.Quote("time"), from,
-                        session.Quote("time"), to, session.Quote("id"));
+  select += fmt::format("from {} where {} >= {} and {} <= {}", session.Quote(table.name()),
+                        session.Quote("time"), from, session.Quote("time"), to);
+  // Without "limit" (other databases) the whole range is one page.
+  bool paged = session.Database().HasLimit();
+  std::string order = fmt::format(" order by {}", session.Quote("id"));
+  if (paged) order += fmt::format(" limit {}", kPageRows);
+  size_t columns = 4 + table.columns().size();
+  std::string lastId;
   try {
-    OdbcStatement statement = session.Database().Statement();
-    statement.Execute(select);
-    size_t columns = 4 + table.columns().size();
-    while (statement.Fetch()) {
-      std::vector<Cell> cells(columns);
-      for (size_t c = 0; c < columns; ++c) {
-        std::optional<std::string> text = statement.Text(static_cast<int>(c + 1));
-        if (!text) continue;
-        uint32_t type = c < 4 ? uint32_t{SCADASTORE_VALUE_INTEGER} : table.columns()[c - 4].type;
-        if (c == 1) cells[c] = TimeCell(static_cast<uint32_t>(std::stoul(*text)), context.Output());
-        else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseFloat(*text);
-        else if (type == SCADASTORE_VALUE_INTEGER) cells[c] = std::stoll(*text);
-        else cells[c] = *text;
+    for (int rowsInPage = kPageRows; rowsInPage == kPageRows;) {
+      std::string page = select;
+      if (!lastId.empty()) page += fmt::format(" and {} > {}", session.Quote("id"), lastId);
+      OdbcStatement statement = session.Database().Statement();
+      statement.Execute(page + order);
+      rowsInPage = 0;
+      while (statement.Fetch()) {
+        ++rowsInPage;
+        std::vector<Cell> cells(columns);
+        for (size_t c = 0; c < columns; ++c) {
+          std::optional<std::string> text = statement.Text(static_cast<int>(c + 1));
+          if (!text) continue;
+          if (c == 0) lastId = *text;
+          uint32_t type =
+              c < 4 ? uint32_t{SCADASTORE_VALUE_INTEGER} : table.columns()[c - 4].type;
+          if (c == 1)
+            cells[c] = TimeCell(static_cast<uint32_t>(std::stoul(*text)), context.Output());
+          else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseFloat(*text);
+          else if (type == SCADASTORE_VALUE_INTEGER) cells[c] = std::stoll(*text);
+          else cells[c] = *text;
+        }
+        std::vector<Cell> row;
+        for (size_t c : chosen) row.push_back(std::move(cells[c]));
+        writer.Write(std::move(row));
       }
-      std::vector<Cell> row;
-      for (size_t c : chosen) row.push_back(std::move(cells[c]));
-      writer.Write(std::move(row));
+      if (!paged) break;
     }
   } catch (const OdbcError& error) {
     throw CommandError(fmt::format("reading {}: {}", table.name(), error.what()));
