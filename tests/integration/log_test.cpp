@@ -2,7 +2,6 @@
 // reading into the caller's buffer and into blocks, texts and coded failures.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -20,14 +19,6 @@ LogRecord Entry(uint32_t logtime) {
           "", "", "", {}};
 }
 
-std::string LastError() { return dbGetLastError(); }
-
-// A failed call: its result and the start of the text it left.
-void ExpectFailure(uint32_t result, uint32_t expected, const std::string& textStart) {
-  EXPECT_EQ(result, expected) << textStart;
-  EXPECT_EQ(LastError().rfind(textStart, 0), 0u) << LastError();
-}
-
 using IdsAndTimes = std::vector<std::pair<uint32_t, uint32_t>>;
 
 IdsAndTimes IdsAndTimesOf(const LogRecord* records, uint32_t count) {
@@ -37,11 +28,6 @@ IdsAndTimes IdsAndTimesOf(const LogRecord* records, uint32_t count) {
     result.emplace_back(id, logtime);
   }
   return result;
-}
-
-bool AllBytesAre(unsigned char value, const void* bytes, size_t size) {
-  const auto* byte = static_cast<const unsigned char*>(bytes);
-  return std::all_of(byte, byte + size, [=](unsigned char b) { return b == value; });
 }
 
 class LogTest : public DatabaseTest {
@@ -85,12 +71,12 @@ TEST_P(LogTest, SetLogNumbersInBufferOrderAndBothReadsFindTheEntries) {
   LogRecord two[2] = {Entry(40), Entry(50)};
   // 1827 bytes hold one whole record: only the first is written.
   EXPECT_EQ(logSetLog(Token(), table.c_str(), two, 1827), 0u);
-  ExpectFailure(logSetLog(Token(), table.c_str(), two, 913), 1, "[log101] invalid parameter");
+  EXPECT_TRUE(Refused(logSetLog(Token(), table.c_str(), two, 913), 1, "[log101] invalid parameter"));
   LogRecord five[5] = {Entry(1), Entry(2), Entry(3), Entry(4), Entry(5)};
   // Doubled, these quotes push the third insert past its bound: cut, then rejected.
   std::memset(five[2].loginfo, '\'', 240);
   std::memset(five[2].ackinfo, '\'', 240);
-  ExpectFailure(logSetLog(Token(), table.c_str(), five, 5 * 914), 1, "[log104] exec error: ");
+  EXPECT_TRUE(Refused(logSetLog(Token(), table.c_str(), five, 5 * 914), 1, "[log104] exec error: "));
   EXPECT_EQ(logGetLogCount(Token(), table.c_str()), 6u);
   EXPECT_EQ(logGetLastID(Token(), table.c_str()), 6u);
 
@@ -109,8 +95,8 @@ TEST_P(LogTest, SetLogNumbersInBufferOrderAndBothReadsFindTheEntries) {
   // logGetLogByTime includes both ends and hands out a malloc block, or null for no entry.
   LogRecord* block = nullptr;
   uint32_t size = 1;
-  ExpectFailure(logGetLogByTime(Token(), table.c_str(), 20, 20, &block, &size), 1,
-                "[log301] invalid parameter");
+  EXPECT_TRUE(Refused(logGetLogByTime(Token(), table.c_str(), 20, 20, &block, &size), 1,
+                "[log301] invalid parameter"));
   ASSERT_EQ(logGetLogByTime(Token(), table.c_str(), 2, 30, &block, &size), 0u) << LastError();
   ASSERT_EQ(size, 3656u);
   EXPECT_EQ(IdsAndTimesOf(block, 4), (IdsAndTimes{{1, 30}, {2, 10}, {3, 20}, {6, 2}}));
@@ -162,22 +148,22 @@ TEST_P(LogTest, FailuresAreCoded) {
   uint32_t size = 0;
 
   // The bodies shared with the alarm exports are checked there; these are the log's own codes.
-  ExpectFailure(logSetLog(Token(), missing, &record, 914), 1,
-                "[log103] failed to open table: select max(");
-  ExpectFailure(logGetLogByTime(Token(), missing, 1, 2, &block, &size), 1,
-                "[log303] failed to open table: ");
-  ExpectFailure(logDeleteLog(Token(), missing, "delete from nowhere_at_all"), 1,
-                "[log603] exec error: ");
+  EXPECT_TRUE(Refused(logSetLog(Token(), missing, &record, 914), 1,
+                "[log103] failed to open table: select max("));
+  EXPECT_TRUE(Refused(logGetLogByTime(Token(), missing, 1, 2, &block, &size), 1,
+                "[log303] failed to open table: "));
+  EXPECT_TRUE(Refused(logDeleteLog(Token(), missing, "delete from nowhere_at_all"), 1,
+                "[log603] exec error: "));
   EXPECT_NE(LastError().find(", sql: delete from nowhere_at_all"), std::string::npos);
-  ExpectFailure(logGetAllLog(Token(), missing, &buffer, 913), 1, "[log201] invalid parameter");
-  ExpectFailure(logGetLogByTime(Token(), missing, 1, 2, nullptr, &size), 1,
-                "[log301] invalid parameter");
+  EXPECT_TRUE(Refused(logGetAllLog(Token(), missing, &buffer, 913), 1, "[log201] invalid parameter"));
+  EXPECT_TRUE(Refused(logGetLogByTime(Token(), missing, 1, 2, nullptr, &size), 1,
+                "[log301] invalid parameter"));
 
   // Settings that no data source answers to stay in force until replaced.
   EXPECT_EQ(dbInitialize("no_such_log_dsn;u;p;1"), 1u);
-  ExpectFailure(logGetLogCount(Token(), missing), 0, "[log402] failed to open DSN: no_such_log_dsn");
-  ExpectFailure(logSetLog(Token(), missing, &record, 914), 1,
-                "[log102] failed to open DSN: no_such_log_dsn");
+  EXPECT_TRUE(Refused(logGetLogCount(Token(), missing), 0, "[log402] failed to open DSN: no_such_log_dsn"));
+  EXPECT_TRUE(Refused(logSetLog(Token(), missing, &record, 914), 1,
+                "[log102] failed to open DSN: no_such_log_dsn"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, LogTest, ::testing::ValuesIn(Databases({1, 4, 5})),

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 
@@ -39,6 +40,17 @@ std::string DropTimeIndexSql(int kind, const std::string& table) {
   return kind == 2 ? FormatStatement(DialectOf(kind), 1024, "drop index `%s` on `%s`",
                                      index.c_str(), table.c_str()).text
                    : FormatStatement(DialectOf(kind), 1024, "drop index `%s`", index.c_str()).text;
+}
+
+::testing::AssertionResult Refused(uint32_t result, uint32_t failure, const std::string& start) {
+  const std::string last = dbGetLastError();
+  if (result == failure && last.rfind(start, 0) == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "result " << result << ", error text \"" << last << '"';
+}
+
+bool AllBytesAre(unsigned char value, const void* bytes, size_t size) {
+  const auto* byte = static_cast<const unsigned char*>(bytes);
+  return std::all_of(byte, byte + size, [=](unsigned char b) { return b == value; });
 }
 
 void DatabaseTest::SetUp() {

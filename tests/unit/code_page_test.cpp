@@ -11,13 +11,6 @@
 namespace scadastore {
 namespace {
 
-TEST(CodePage, ConvertsToGbk) {
-  char target[16];
-  std::memset(target, 0x55, sizeof target);
-  ASSERT_TRUE(ConvertFromUtf8("\xE4\xB8\xAD\xE6\x96\x87", "GBK", target, sizeof target));  // 中文
-  EXPECT_STREQ(target, "\xD6\xD0\xCE\xC4");
-}
-
 TEST(CodePage, MissingAndInvalidCharactersBecomeQuestionMarks) {
   char target[16] = {};
   ConvertFromUtf8("a\xE4\xB8\xAD" "b", "ISO-8859-1", target, sizeof target);
