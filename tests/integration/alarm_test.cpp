@@ -26,7 +26,6 @@ AlarmRecord Alarm(const char* station, const char* tag, uint32_t arisetime,
   return record;
 }
 
-
 class AlarmTest : public DatabaseTest {
  protected:
   std::string NewTable() {
@@ -104,9 +103,9 @@ TEST_P(AlarmTest, ARejectedInsertKeepsEarlierRecordsAndStopsTheBatch) {
   ASSERT_EQ(Run(table, "create unique index `uq_%s` on `%s` (`station`)"), 0u) << LastError();
   ASSERT_EQ(Store(table, {Alarm("dup", "t", 1)}), 0u) << LastError();
 
-  EXPECT_TRUE(Refused(
-      Store(table, {Alarm("first", "t", 2), Alarm("dup", "t", 3), Alarm("third", "t", 4)}), 1,
-      "[alm104] exec error: "));
+  EXPECT_TRUE(
+      Refused(Store(table, {Alarm("first", "t", 2), Alarm("dup", "t", 3), Alarm("third", "t", 4)}),
+              1, "[alm104] exec error: "));
   const std::string error = LastError();
   EXPECT_NE(error.find(", sql: insert into "), std::string::npos) << error;
   EXPECT_NE(error.find("values(3, 'dup'"), std::string::npos) << error;
@@ -131,7 +130,8 @@ TEST_P(AlarmTest, RecordsComeBackWholeWithinTheCallersRoom) {
   EXPECT_EQ(std::memcmp(&read[0], &full, kSize), 0);
   EXPECT_EQ(read[1].confirmed, 0u);
   EXPECT_STREQ(read[2].station, "s3");
-  EXPECT_TRUE(AllBytesAre(0, read[2].reserved, sizeof read[2].reserved + 7 * kSize));  // unused records
+  // Its reserved bytes and the unused records.
+  EXPECT_TRUE(AllBytesAre(0, read[2].reserved, sizeof read[2].reserved + 7 * kSize));
 
   // Room for two records and 363 bytes: the two lowest ids, every byte cleared.
   std::vector<unsigned char> room(2 * kSize + 363, 0xAB);
@@ -178,10 +178,12 @@ TEST_P(AlarmTest, QueriesReturnExactlyTheMatchingRows) {
   // query's -1 then matches nothing.
   EXPECT_EQ(QueryIds(table, 0, 1000, 8 | (2 << 8), {.types = {1, 3, -1}}), (Ids{3, 4}));
   EXPECT_EQ(QueryIds(table, 0, 1000, 2, {.stations = {"s", "w"}}), (Ids{3, 4, 5}));
-  EXPECT_EQ(QueryIds(table, 0, 1000, 8 | 2, {.stations = {"s"}}), (Ids{1, 2, 3, 4, 5}));  // types decide
+  // The types decide.
+  EXPECT_EQ(QueryIds(table, 0, 1000, 8 | 2, {.stations = {"s"}}), (Ids{1, 2, 3, 4, 5}));
   EXPECT_EQ(QueryIds(table, 0, 1000, 4, {.stations = {"n"}, .tags = {"b"}}), (Ids{2}));
   EXPECT_EQ(QueryIds(table, 0, 1000, 4, {.stations = {"s"}, .tags = {"a", "b"}}), (Ids{3, 4}));
-  EXPECT_EQ(QueryIds(table, 0, 1000, 16, {.points = {Point("s", "a", 9), Point("w", "a", 65535)}}), (Ids{3, 5}));
+  EXPECT_EQ(QueryIds(table, 0, 1000, 16, {.points = {Point("s", "a", 9), Point("w", "a", 65535)}}),
+            (Ids{3, 5}));
   EXPECT_EQ(QueryIds(table, 0, 1000, 16, {.points = {Point("n", "a", 9)}}), Ids{});
 }
 
@@ -199,16 +201,16 @@ TEST_P(AlarmTest, ConfirmRecoverAndDelete) {
   // An update that matches no row: MariaDB answers success, the others no-data.
   const bool mariadb = GetParam().name.rfind("Mariadb", 0) == 0;
   EXPECT_TRUE(Refused(almConfirmAlarm(Token(), table.c_str(), 77, 1), mariadb ? 0 : 1,
-                mariadb ? "" : "[alm503] exec error: "));
+                      mariadb ? "" : "[alm503] exec error: "));
   EXPECT_TRUE(Refused(almSetRecoverAlarm(Token(), table.c_str(), 77, 1), mariadb ? 0 : 1,
-                mariadb ? "" : "[alm803] exec error: "));
+                      mariadb ? "" : "[alm803] exec error: "));
 
   // The statement runs as given, whatever table it names.
   EXPECT_EQ(Run(table, "delete from `%s` where `id`=1", other), 0u) << LastError();
   EXPECT_EQ(almGetAlarmCount(Token(), other.c_str()), 1u);
   EXPECT_EQ(almGetAlarmCount(Token(), table.c_str()), 2u);
   EXPECT_TRUE(Refused(almDeleteAlarm(Token(), table.c_str(), "delete frm nowhere"), 1,
-                "[alm603] exec error: "));
+                      "[alm603] exec error: "));
   EXPECT_NE(LastError().find(", sql: delete frm nowhere"), std::string::npos) << LastError();
 }
 
@@ -221,18 +223,18 @@ TEST_P(AlarmTest, MissingTablesAndBadArguments) {
   std::memset(&untouched, 0xAB, kSize);
 
   EXPECT_TRUE(Refused(almGetAlarmCount(Token(), missing.c_str()), 0,
-                "[alm403] failed to open table: select count(*) from "));
+                      "[alm403] failed to open table: select count(*) from "));
   EXPECT_TRUE(Refused(almGetLastID(Token(), missing.c_str()), 0,
-                "[alm703] failed to open table: select max("));
+                      "[alm703] failed to open table: select max("));
   EXPECT_TRUE(Refused(almGetAlarmByQuery(Token(), missing.c_str(), &query, &block, &size), 1,
-                "[alm303] failed to open table: select * from "));
+                      "[alm303] failed to open table: select * from "));
   EXPECT_EQ(size, 0u);
   EXPECT_EQ(block, reinterpret_cast<AlarmRecord*>(0x1234));
   EXPECT_TRUE(Refused(almGetAllAlarm(Token(), missing.c_str(), &untouched, kSize), 1,
-                "[alm203] failed to open table: "));
+                      "[alm203] failed to open table: "));
   EXPECT_EQ(untouched.id, 0xABABABABu);
   EXPECT_TRUE(Refused(almSetAlarm(Token(), missing.c_str(), &untouched, kSize), 1,
-                "[alm103] failed to open table: "));
+                      "[alm103] failed to open table: "));
 
   // Successes and almEnsureTableExist leave the last text alone.
   EXPECT_EQ(almConfirmAlarm(Token(), table.c_str(), 0, 1), 1u);

@@ -172,11 +172,12 @@ TEST_P(QuotingTest, AlarmTextsAreStoredAsGivenAndFoundByQueries) {
     AlarmRecord* block = nullptr;
     uint32_t size = 0;
     std::vector<uint32_t> ids;
-    if (almGetAlarmByQuery(Token(), table.c_str(), reinterpret_cast<const AlarmQuery*>(bytes.data()),
-                           &block, &size) != 0) {
+    if (almGetAlarmByQuery(Token(), table.c_str(),
+                           reinterpret_cast<const AlarmQuery*>(bytes.data()), &block, &size) != 0) {
       // Refused whole only for texts outside the data source's character set.
-      EXPECT_TRUE(std::any_of(bytes.begin() + sizeof(AlarmQuery), bytes.end(),
-                              [](char byte) { return byte & 0x80; })) << dbGetLastError();
+      auto isAscii = [](char byte) { return (byte & 0x80) == 0; };
+      EXPECT_FALSE(std::all_of(bytes.begin() + sizeof(AlarmQuery), bytes.end(), isAscii))
+          << dbGetLastError();
       EXPECT_EQ(std::string(dbGetLastError()).rfind("[alm303] ", 0), 0u) << dbGetLastError();
       return std::optional<std::vector<uint32_t>>();
     }

@@ -71,12 +71,14 @@ TEST_P(LogTest, SetLogNumbersInBufferOrderAndBothReadsFindTheEntries) {
   LogRecord two[2] = {Entry(40), Entry(50)};
   // 1827 bytes hold one whole record: only the first is written.
   EXPECT_EQ(logSetLog(Token(), table.c_str(), two, 1827), 0u);
-  EXPECT_TRUE(Refused(logSetLog(Token(), table.c_str(), two, 913), 1, "[log101] invalid parameter"));
+  EXPECT_TRUE(
+      Refused(logSetLog(Token(), table.c_str(), two, 913), 1, "[log101] invalid parameter"));
   LogRecord five[5] = {Entry(1), Entry(2), Entry(3), Entry(4), Entry(5)};
   // Doubled, these quotes push the third insert past its bound: cut, then rejected.
   std::memset(five[2].loginfo, '\'', 240);
   std::memset(five[2].ackinfo, '\'', 240);
-  EXPECT_TRUE(Refused(logSetLog(Token(), table.c_str(), five, 5 * 914), 1, "[log104] exec error: "));
+  EXPECT_TRUE(
+      Refused(logSetLog(Token(), table.c_str(), five, 5 * 914), 1, "[log104] exec error: "));
   EXPECT_EQ(logGetLogCount(Token(), table.c_str()), 6u);
   EXPECT_EQ(logGetLastID(Token(), table.c_str()), 6u);
 
@@ -96,7 +98,7 @@ TEST_P(LogTest, SetLogNumbersInBufferOrderAndBothReadsFindTheEntries) {
   LogRecord* block = nullptr;
   uint32_t size = 1;
   EXPECT_TRUE(Refused(logGetLogByTime(Token(), table.c_str(), 20, 20, &block, &size), 1,
-                "[log301] invalid parameter"));
+                      "[log301] invalid parameter"));
   ASSERT_EQ(logGetLogByTime(Token(), table.c_str(), 2, 30, &block, &size), 0u) << LastError();
   ASSERT_EQ(size, 3656u);
   EXPECT_EQ(IdsAndTimesOf(block, 4), (IdsAndTimes{{1, 30}, {2, 10}, {3, 20}, {6, 2}}));
@@ -149,21 +151,23 @@ TEST_P(LogTest, FailuresAreCoded) {
 
   // The bodies shared with the alarm exports are checked there; these are the log's own codes.
   EXPECT_TRUE(Refused(logSetLog(Token(), missing, &record, 914), 1,
-                "[log103] failed to open table: select max("));
+                      "[log103] failed to open table: select max("));
   EXPECT_TRUE(Refused(logGetLogByTime(Token(), missing, 1, 2, &block, &size), 1,
-                "[log303] failed to open table: "));
+                      "[log303] failed to open table: "));
   EXPECT_TRUE(Refused(logDeleteLog(Token(), missing, "delete from nowhere_at_all"), 1,
-                "[log603] exec error: "));
+                      "[log603] exec error: "));
   EXPECT_NE(LastError().find(", sql: delete from nowhere_at_all"), std::string::npos);
-  EXPECT_TRUE(Refused(logGetAllLog(Token(), missing, &buffer, 913), 1, "[log201] invalid parameter"));
+  EXPECT_TRUE(
+      Refused(logGetAllLog(Token(), missing, &buffer, 913), 1, "[log201] invalid parameter"));
   EXPECT_TRUE(Refused(logGetLogByTime(Token(), missing, 1, 2, nullptr, &size), 1,
-                "[log301] invalid parameter"));
+                      "[log301] invalid parameter"));
 
   // Settings that no data source answers to stay in force until replaced.
   EXPECT_EQ(dbInitialize("no_such_log_dsn;u;p;1"), 1u);
-  EXPECT_TRUE(Refused(logGetLogCount(Token(), missing), 0, "[log402] failed to open DSN: no_such_log_dsn"));
+  EXPECT_TRUE(
+      Refused(logGetLogCount(Token(), missing), 0, "[log402] failed to open DSN: no_such_log_dsn"));
   EXPECT_TRUE(Refused(logSetLog(Token(), missing, &record, 914), 1,
-                "[log102] failed to open DSN: no_such_log_dsn"));
+                      "[log102] failed to open DSN: no_such_log_dsn"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, LogTest, ::testing::ValuesIn(Databases({1, 4, 5})),

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -18,8 +17,8 @@ struct AlarmLists {
 
 inline PointKey Point(const std::string& station, const std::string& tag, uint16_t tagtype) {
   PointKey point{};
-  std::strncpy(point.station, station.c_str(), sizeof point.station);
-  std::strncpy(point.tag, tag.c_str(), sizeof point.tag);
+  station.copy(point.station, sizeof point.station);  // a NUL only when shorter
+  tag.copy(point.tag, sizeof point.tag);
   point.tagtype = tagtype;
   return point;
 }

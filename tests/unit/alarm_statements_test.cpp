@@ -53,9 +53,11 @@ TEST(AlarmStatements, QueryConditionsAndListPrecedence) {
       range + " and ([station] = 's1') and (([tag] = 't1') or ([tag] = 't2') or ([tag] = 't3'))" +
       order;
   // Every list is filled, so each condition proves it found its own list.
-  const AlarmLists all{{1, 2}, {"s1"}, {"t1", "t2", "t3"}, {Point("p's", "q", 65535), Point("p2", "q2", 0)}};
+  const AlarmLists all{
+      {1, 2}, {"s1"}, {"t1", "t2", "t3"}, {Point("p's", "q", 65535), Point("p2", "q2", 0)}};
   auto query = [](uint32_t filter, const AlarmLists& lists = {}) {
-    return QueryStatement(Bracket, "alarm", testing::AlarmQueryBytes(100, 200, filter, lists).data())
+    return QueryStatement(Bracket, "alarm",
+                          testing::AlarmQueryBytes(100, 200, filter, lists).data())
         .text;
   };
   const std::pair<std::string, std::string> cases[] = {
@@ -70,8 +72,10 @@ TEST(AlarmStatements, QueryConditionsAndListPrecedence) {
       {query(2, all), station},
       {query(4, all), tags},
       {query(16, all),
-       range + " and ((([station] = 'p''s') and ([tag] = 'q') and ([tagtype] = 65535)) or "
-               "(([station] = 'p2') and ([tag] = 'q2') and ([tagtype] = 0)))" + order},
+       range +
+           " and ((([station] = 'p''s') and ([tag] = 'q') and ([tagtype] = 65535)) or "
+           "(([station] = 'p2') and ([tag] = 'q2') and ([tagtype] = 0)))" +
+           order},
       // The first set bit in the order 8, 2, 4, 16 decides, even over an empty list.
       {query(8 | 2 | 4 | 16, all), range + " and (([alarmtype] = 1) or ([alarmtype] = 2))" + order},
       {query(2 | 4 | 16, all), station},

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "log/log_statements.h"
+#include "scadastore.h"
 
 namespace scadastore::log {
 namespace {
@@ -18,8 +19,8 @@ TEST(LogStatements, CreateAndShownInsert) {
             "`logverify` varchar(64), `ip` integer, `ackinfo` varchar(250), "
             "`batch` varchar(64), `rsvd` varchar(128)) ENGINE=InnoDB DEFAULT CHARSET=utf8");
   // The caller's id (99) never reaches the statement, nor does rsvd.
-  LogRecord record{99, 1700000000, 250, 3, "pump 'A'", "C:\\data", "op", "", "",
-                   4294967295u, "", "", "never written", {}};
+  LogRecord record{99, 1700000000, 250,         3,  "pump 'A'", "C:\\data",      "op",
+                   "", "",         4294967295u, "", "",         "never written", {}};
   unsigned char bytes[1 + sizeof record];  // unaligned, as the caller's buffer may place it
   std::memcpy(bytes + 1, &record, sizeof record);
   EXPECT_EQ(InsertStatement(1, "ev", 7, bytes + 1).text,
@@ -31,4 +32,6 @@ TEST(LogStatements, CreateAndShownInsert) {
 }
 
 }  // namespace
-}  // namespace scadastore::log
+}  // namespace scadastore::log#include "log/log_statements.h"
+#include "scadastore.h"
+
