@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/cli/alarm_kpi.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/data_table.h"
 #include "tools/cli/times.h"
@@ -240,6 +241,30 @@ void AddAlarmCommands(CLI::App& app, Context& context) {
                                   "scadastore --sqlite plant.db alarms count plant_alarms");
   counting->add_option("table", count->table, "alarm table")->required();
   counting->callback([&context, count] { RunCount(context, *count); });
+
+  auto kpi = std::make_shared<ListOptions>();
+  CLI::App* figures = AddCommand(
+      *alarms, "kpi",
+      "Alarm-management figures of the alarms arising in [--from, --to), each computed by the "
+      "database over the time range. stations, per station and for (all): alarms; per_10min, "
+      "the average per 10-minute window, windows aligned to --from (the last may be shorter); "
+      "peak_10min and peak_start, the most alarms in one window and the first such window; "
+      "flood_pct, the share of windows with more than 10 alarms; standing, alarms not "
+      "recovered by --to and raised more than 24 h before it (looked for from --from or 30 "
+      "days before --to, whichever is earlier); unconfirmed, the period's alarms of status 0. "
+      "points: the ten points (station/tag) with the most alarms and their share of all. "
+      "chattering: points with three alarms within 60 s; chattering counts each alarm that "
+      "arises less than 60 s after the point's alarm two before it. levels: alarms per level "
+      "and their share of the station's alarms",
+      "scadastore --sqlite plant.db alarms kpi plant_alarms --from 2024-05-01 --to 2024-05-02");
+  figures->add_option("table", kpi->table, "alarm table")->required();
+  figures->add_option("--from", kpi->from, "start: local date-time or epoch seconds")->required();
+  figures->add_option("--to", kpi->to, "end (excluded)")->required();
+  figures->callback([&context, kpi] {
+    AlarmKpi result = ComputeAlarmKpi(context, kpi->table, ParseTime(kpi->from, "--from"),
+                                      ParseTime(kpi->to, "--to"));
+    PrintKpi(result, context.Output(), std::cout);
+  });
 }
 
 }  // namespace scadastore::cli
