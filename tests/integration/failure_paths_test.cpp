@@ -68,38 +68,30 @@ void ExpectFailurePaths(const std::vector<FaultCase>& cases) {
 
 class FailurePathTest : public DatabaseTest {};
 
-TEST_P(FailurePathTest, Alarms) {
-  const std::string name = DropAtEnd(UniqueTableName("alm_fault"));
-  const char* table = name.c_str();
-  ASSERT_EQ(almEnsureTableExist(Token(), table), 0u);
+TEST_P(FailurePathTest, AlarmsAndLogs) {
+  const std::string alarms = DropAtEnd(UniqueTableName("alm_fault")),
+                    logs = DropAtEnd(UniqueTableName("log_fault"));
+  ASSERT_EQ(almEnsureTableExist(Token(), alarms.c_str()), 0u);
+  ASSERT_EQ(logEnsureTableExist(Token(), logs.c_str()), 0u);
   AlarmRecord alarm{};
-  ASSERT_EQ(almSetAlarm(Token(), table, &alarm, sizeof alarm), 0u) << dbGetLastError();
-  AlarmQuery query{0, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0};
-  AlarmRecord* records = nullptr;
-  uint32_t size = 0;
-  ExpectFailurePaths({
-      {"almGetLastID", 1, [&] { return almGetLastID(Token(), table); }, 0,
-       "[alm704] failed to get field 1"},
-      {"almGetAlarmByQuery", 0,
-       [&] { return almGetAlarmByQuery(Token(), table, &query, &records, &size); }, 1,
-       "[alm304] failed to alloc memory"},
-  });
-}
-
-TEST_P(FailurePathTest, Logs) {
-  const std::string name = DropAtEnd(UniqueTableName("log_fault"));
-  const char* table = name.c_str();
-  ASSERT_EQ(logEnsureTableExist(Token(), table), 0u);
+  ASSERT_EQ(almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm), 0u) << dbGetLastError();
   LogRecord entry{};
   entry.logtime = 100;
-  ASSERT_EQ(logSetLog(Token(), table, &entry, sizeof entry), 0u) << dbGetLastError();
-  LogRecord* records = nullptr;
+  ASSERT_EQ(logSetLog(Token(), logs.c_str(), &entry, sizeof entry), 0u) << dbGetLastError();
+  AlarmQuery query{0, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0};
+  AlarmRecord* alarmBlock = nullptr;
+  LogRecord* logBlock = nullptr;
   uint32_t size = 0;
   ExpectFailurePaths({
-      {"logGetLastID", 1, [&] { return logGetLastID(Token(), table); }, 0,
+      {"almGetLastID", 1, [&] { return almGetLastID(Token(), alarms.c_str()); }, 0,
+       "[alm704] failed to get field 1"},
+      {"almGetAlarmByQuery", 0,
+       [&] { return almGetAlarmByQuery(Token(), alarms.c_str(), &query, &alarmBlock, &size); }, 1,
+       "[alm304] failed to alloc memory"},
+      {"logGetLastID", 1, [&] { return logGetLastID(Token(), logs.c_str()); }, 0,
        "[log504] failed to get field 1"},
       {"logGetLogByTime", 0,
-       [&] { return logGetLogByTime(Token(), table, 0, 200, &records, &size); }, 1,
+       [&] { return logGetLogByTime(Token(), logs.c_str(), 0, 200, &logBlock, &size); }, 1,
        "[log304] failed to alloc memory"},
   });
 }
