@@ -212,19 +212,19 @@ TEST_F(MonitorTest, ShrinkingBlockNeverFaults) {
 
 // A receiver of user `nobody`, in a child process: it listens on the socket of
 // its own pid, keeps the block that publishes it when asked to, and reports
-// what it receives through a pipe.
+// what it receives through a socket pair whose closing stops it.
 class ForeignReceiver {
  public:
   explicit ForeignReceiver(bool ownBlock) {
     passwd* nobody = getpwnam("nobody");
-    if (nobody == nullptr || pipe(ready_) != 0 || pipe(report_) != 0 || pipe(stop_) != 0) return;
+    int ends[2];
+    if (nobody == nullptr || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
     pid_ = fork();
-    if (pid_ == 0) RunAs(nobody->pw_uid, nobody->pw_gid, ownBlock);
-    close(ready_[1]);
-    close(report_[1]);
-    close(stop_[0]);
+    if (pid_ == 0) RunAs(nobody->pw_uid, nobody->pw_gid, ownBlock, ends[1]);
+    close(ends[1]);
+    channel_ = ends[0];
     char byte;
-    started_ = read(ready_[0], &byte, 1) == 1;
+    started_ = read(channel_, &byte, 1) == 1;
   }
   ~ForeignReceiver() {
     if (pid_ > 0) waitpid(pid_, nullptr, 0);
@@ -234,32 +234,28 @@ class ForeignReceiver {
 
   // Stops the child and returns what it received.
   std::string Received() {
-    close(stop_[1]);
+    shutdown(channel_, SHUT_WR);
     std::string text;
     char buffer[512];
     ssize_t length;
-    while ((length = read(report_[0], buffer, sizeof buffer)) > 0) text.append(buffer, length);
-    close(report_[0]);
-    close(ready_[0]);
+    while ((length = read(channel_, buffer, sizeof buffer)) > 0) text.append(buffer, length);
+    close(channel_);
     return text;
   }
 
  private:
-  [[noreturn]] void RunAs(uid_t uid, gid_t gid, bool ownBlock) {
-    close(ready_[0]);
-    close(report_[0]);
-    close(stop_[1]);
+  [[noreturn]] static void RunAs(uid_t uid, gid_t gid, bool ownBlock, int channel) {
     if (setresgid(gid, gid, gid) != 0 || setresuid(uid, uid, uid) != 0) _exit(1);
     MonitorReceiver receiver;
     std::string error;
     if (!receiver.Start(getpid(), error)) _exit(1);
     if (!ownBlock) shm_unlink(kMonitorBlockName);
-    if (write(ready_[1], "r", 1) != 1) _exit(1);
-    pollfd stop{stop_[0], POLLIN, 0};
+    if (write(channel, "r", 1) != 1) _exit(1);
+    pollfd stop{channel, POLLIN, 0};
     while (poll(&stop, 1, 0) == 0) {
       MonitorDelivery delivery;
       if (receiver.Receive(100, delivery) &&
-          write(report_[1], delivery.text.data(), delivery.text.size()) < 0)
+          write(channel, delivery.text.data(), delivery.text.size()) < 0)
         _exit(1);
     }
     receiver.Stop();
@@ -268,7 +264,7 @@ class ForeignReceiver {
 
   pid_t pid_ = -1;
   bool started_ = false;
-  int ready_[2] = {-1, -1}, report_[2] = {-1, -1}, stop_[2] = {-1, -1};
+  int channel_ = -1;
 };
 
 // Texts carry data: a block or a socket of another user never gets them.
