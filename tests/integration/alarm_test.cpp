@@ -141,20 +141,16 @@ TEST_P(AlarmTest, RecordsComeBackWholeWithinTheCallersRoom) {
   EXPECT_TRUE(AllBytesAre(0, room.data() + 2 * kSize, 363));
 }
 
-TEST_P(AlarmTest, FlagValuesQuotesAndNullValues) {
+// Texts of every kind are in hostile_input_test.
+TEST_P(AlarmTest, FlagAndNullValues) {
   const std::string table = NewTable();
-  AlarmRecord quoted = Alarm("o'brien", "back\\slash", 1);
-  std::strcpy(quoted.description, "it's 'quoted' \\n");
   AlarmRecord flag = Alarm("s", "flag", 2, 1, 1, 4);
   std::memset(&flag.value, 0xFF, sizeof flag.value);
   reinterpret_cast<unsigned char*>(&flag.value)[0] = 5;
-  ASSERT_EQ(Store(table, {quoted, Alarm("s", "null", 3), flag}), 0u) << LastError();
+  ASSERT_EQ(Store(table, {Alarm("s", "t", 1), Alarm("s", "null", 3), flag}), 0u) << LastError();
   ASSERT_EQ(Run(table, "update `%s` set `value`=NULL where `id`=2"), 0u);
 
   std::vector<AlarmRecord> read = ReadAll(table, 3);
-  EXPECT_STREQ(read[0].station, "o'brien");
-  EXPECT_STREQ(read[0].tag, "back\\slash");
-  EXPECT_STREQ(read[0].description, "it's 'quoted' \\n");
   EXPECT_EQ(double{read[1].value}, double{read[0].value});  // a NULL repeats the row before
   const unsigned char one[8] = {1, 0, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(std::memcmp(&read[2].value, one, 8), 0);
@@ -162,7 +158,6 @@ TEST_P(AlarmTest, FlagValuesQuotesAndNullValues) {
   // The flag byte was stored as the number 5.
   ASSERT_EQ(Run(table, "update `%s` set `tagtype`=0 where `id`=3"), 0u);
   EXPECT_EQ(double{ReadAll(table, 3)[2].value}, 5.0);
-  EXPECT_EQ(QueryIds(table, 0, 10, 2, {.stations = {"o'brien"}}), Ids{1});
 }
 
 TEST_P(AlarmTest, QueriesReturnExactlyTheMatchingRows) {
