@@ -166,8 +166,8 @@ TEST_P(RecordTest, BatchesWriteEveryRecordOrNone) {
   SetEach(Records(1));
   const uint32_t twoAndAHalf = 2 * kRecordSize + kRecordSize / 2;
   if (kind() == 4) {  // SQLite has no INSERT ALL: the form is seen in the error text
-    EXPECT_TRUE(Failed(sgBatchSetRecord(Token(), table(), records.data(), twoAndAHalf),
-                       "[rcd1705] exec error: ", true));
+    EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), table(), records.data(), twoAndAHalf), 1,
+                        "[rcd1705] exec error: "));
     EXPECT_NE(std::string(dbGetLastError()).find("sql: INSERT ALL INTO \""), std::string::npos);
     return;
   }
@@ -183,8 +183,8 @@ TEST_P(RecordTest, BatchesWriteEveryRecordOrNone) {
   // One row the database rejects fails the whole statement.
   records.PutText(1, kC, std::string(254, 'x'));
   if (!Sqlite()) {
-    EXPECT_TRUE(Failed(sgBatchSetRecord(Token(), table(), records.data(), records.bytes()),
-                       "[rcd1705] exec error: ", true));
+    EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), table(), records.data(), records.bytes()), 1,
+                        "[rcd1705] exec error: "));
     EXPECT_EQ(sgGetRecordCount(Token(), table()), 3u);
   }
 
@@ -288,7 +288,7 @@ TEST_P(RecordTest, DeletesAllByStatementAndByPosition) {
   // A name longer than the 255-character statement is cut and rejected.
   const std::string longName(300, 'n');
   const auto* cut = reinterpret_cast<const DataTableInfo*>(longName.c_str());
-  EXPECT_TRUE(Failed(sgDeleteRecord(Token(), cut, nullptr), "[rcd803] exec error: ", true));
+  EXPECT_TRUE(Refused(sgDeleteRecord(Token(), cut, nullptr), 1, "[rcd803] exec error: "));
   EXPECT_EQ(sgGetRecordCount(Token(), cut), 0xFFFFFFFFu);
   const std::string countError = dbGetLastError();
   EXPECT_EQ(countError.rfind("[rcd1303] failed to open table: select count(*) from ", 0), 0u);

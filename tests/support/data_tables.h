@@ -75,13 +75,10 @@ class RecordBuffer {
   std::vector<unsigned char> bytes_;
 };
 
-// An export's failure: result 1 and the error text, or with `prefix` an error
-// text that starts with it.
-inline ::testing::AssertionResult Failed(uint32_t result, const std::string& error,
-                                         bool prefix = false) {
+// An export's failure: result 1 and exactly this error text.
+inline ::testing::AssertionResult Failed(uint32_t result, const std::string& error) {
   const std::string last = dbGetLastError();
-  if (result == 1 && (prefix ? last.rfind(error, 0) == 0 : last == error))
-    return ::testing::AssertionSuccess();
+  if (result == 1 && last == error) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "result " << result << ", error text \"" << last << '"';
 }
 
