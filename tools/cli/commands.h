@@ -79,5 +79,6 @@ void AddStatCommands(CLI::App& app, Context& context);
 void AddSqlCommand(CLI::App& app, Context& context);
 void AddMonitorCommand(CLI::App& app, Context& context);
 void AddDemoCommand(CLI::App& app, Context& context);
+void AddPurgeCommand(CLI::App& app, Context& context);
 
 }  // namespace scadastore::cli

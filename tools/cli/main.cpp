@@ -54,6 +54,7 @@ int main(int argc, char** argv) {
   AddSqlCommand(app, context);
   AddMonitorCommand(app, context);
   AddDemoCommand(app, context);
+  AddPurgeCommand(app, context);
 
   try {
     app.parse(argc, argv);

@@ -80,6 +80,12 @@ std::vector<ResultColumn> OdbcStatement::Describe() {
   return columns;
 }
 
+int64_t OdbcStatement::RowCount() {
+  SQLLEN rows = 0;
+  Check(SQLRowCount(handle_.get(), &rows), "row count");
+  return rows;
+}
+
 bool OdbcStatement::Fetch() {
   SQLRETURN result = SQLFetch(handle_.get());
   Check(result, "fetch");

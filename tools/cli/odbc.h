@@ -5,6 +5,7 @@
 #include <sql.h>
 #include <sqlext.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -47,6 +48,8 @@ class OdbcStatement {
   void Columns(const std::string& table);
   void Indexes(const std::string& table);
 
+  // Rows that the last insert, update or delete changed.
+  int64_t RowCount();
   std::vector<ResultColumn> Describe();
   bool Fetch();
   // Column `c` (from 1) as text; nullopt for NULL.
