@@ -1,5 +1,8 @@
 #include "core/connect.h"
 
+#include <algorithm>
+#include <cstring>
+#include <iterator>
 #include <mutex>
 #include <string>
 
@@ -33,10 +36,32 @@ std::string ConnectionText(const char* dsn, const char* user, const char* passwo
   return text + ";CONN_TIMEOUT=" + std::to_string(loginSeconds);
 }
 
+// The descriptor of the one socket in `now` that `before` did not list;
+// kNoSocket when there is none, kUnknownSocket when there are several.
+int SocketOpenedBetween(const SocketList& before, const SocketList& now) {
+  SocketList opened;
+  std::set_difference(now.begin(), now.end(), before.begin(), before.end(),
+                      std::back_inserter(opened),
+                      [](const auto& a, const auto& b) { return a.first < b.first; });
+  if (opened.empty()) return kNoSocket;
+  return opened.size() == 1 ? opened.front().second : kUnknownSocket;
+}
+
+// Only a file database may lack a socket. A server connection whose socket was
+// not seen (a named pipe; under Wine, a Linux driver's socket, which Winsock
+// does not list) must not pass for one: it could not be checked before reuse.
+bool IsFileDatabase(SQLHDBC connection) {
+  char name[32] = {};
+  SQLSMALLINT length = 0;
+  return SQL_SUCCEEDED(Odbc().GetInfo(connection, SQL_DBMS_NAME, name, sizeof name, &length)) &&
+         std::strncmp(name, "SQLite", 6) == 0;
+}
+
 }  // namespace
 
 SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const char* password,
                   int loginSeconds, int& socket) {
+  socket = kNoSocket;
   const SQLRETURN set = Odbc().SetConnectAttr(
       connection, SQL_ATTR_LOGIN_TIMEOUT,
       reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(loginSeconds)), 0);
@@ -57,7 +82,9 @@ SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const c
                            (SQLCHAR*)password, SQL_NTS)
           : Odbc().DriverConnect(connection, nullptr, (SQLCHAR*)text.c_str(), SQL_NTS, nullptr,
                                  0, nullptr, SQL_DRIVER_NOPROMPT);
-  socket = SQL_SUCCEEDED(rc) ? SocketOpenedSince(before) : kNoSocket;
+  if (!SQL_SUCCEEDED(rc)) return rc;
+  socket = SocketOpenedBetween(before, OpenSockets());
+  if (socket == kNoSocket && !IsFileDatabase(connection)) socket = kUnknownSocket;
   return rc;
 }
 

@@ -76,7 +76,7 @@ void DbConnection::Close() {
   replaced_statements_.clear();
   result_columns_ = -1;
   PooledConnection held{std::move(environment_), std::move(connection_), socket_};
-  // A socket that could not be told apart cannot be checked for a closed session.
+  // A connection whose socket is not known cannot be checked for a closed session.
   if (held.connection && !pool_login_.empty() && poolable_ && socket_ != kUnknownSocket)
     ConnectionPool::Instance().Put(pool_login_, std::move(held));
   else

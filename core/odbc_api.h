@@ -14,6 +14,7 @@ struct OdbcApi {
   decltype(&::SQLSetConnectAttr) SetConnectAttr = ::SQLSetConnectAttr;
   decltype(&::SQLConnect) Connect = ::SQLConnect;
   decltype(&::SQLDriverConnect) DriverConnect = ::SQLDriverConnect;
+  decltype(&::SQLGetInfo) GetInfo = ::SQLGetInfo;
   decltype(&::SQLDisconnect) Disconnect = ::SQLDisconnect;
   decltype(&::SQLSetStmtAttr) SetStmtAttr = ::SQLSetStmtAttr;
   decltype(&::SQLBindParameter) BindParameter = ::SQLBindParameter;

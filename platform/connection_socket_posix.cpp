@@ -34,16 +34,6 @@ SocketList OpenSockets() {
   return sockets;
 }
 
-int SocketOpenedSince(const SocketList& before) {
-  SocketList opened;
-  const SocketList now = OpenSockets();
-  std::set_difference(now.begin(), now.end(), before.begin(), before.end(),
-                      std::back_inserter(opened),
-                      [](const auto& a, const auto& b) { return a.first < b.first; });
-  if (opened.empty()) return kNoSocket;
-  return opened.size() == 1 ? opened.front().second : kUnknownSocket;
-}
-
 bool SocketHasInput(int socket) {
   pollfd watched{socket, POLLIN, 0};
   return poll(&watched, 1, 0) != 0;
