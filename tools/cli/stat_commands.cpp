@@ -22,19 +22,6 @@ struct StatOptions {
   int year = 0;
 };
 
-// "YYYY-MM-DD" of --day, or "YYYY-MM" of --month with "-01" appended.
-year_month_day ParseDate(const std::string& text, const char* what) {
-  int y = 0;
-  unsigned m = 0, d = 0;
-  char end;
-  year_month_day date{year(y), month(m), day(d)};
-  if (std::sscanf(text.c_str(), "%4d-%2u-%2u%c", &y, &m, &d, &end) == 3)
-    date = {year(y), month(m), day(d)};
-  if (!date.ok() || y < 1970)
-    throw UsageError(fmt::format("{}: '{}' is not a date from 1970", what, text));
-  return date;
-}
-
 // Hourly slots of a local day, daily slots of a month, monthly of a year.
 std::vector<Slot> CalendarSlots(const StatOptions& options) {
   if (!options.day.empty()) return LocalHours(ParseDate(options.day, "--day"));

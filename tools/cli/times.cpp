@@ -106,12 +106,28 @@ uint32_t LocalStart(std::chrono::year_month_day date) {
   return InRange(std::mktime(&local), text, "date");
 }
 
+std::chrono::year_month_day ParseDate(const std::string& text, const char* what) {
+  using namespace std::chrono;
+  int y = 0;
+  unsigned m = 0, d = 0;
+  char end;
+  year_month_day date{year(y), month(m), day(d)};
+  if (std::sscanf(text.c_str(), "%4d-%2u-%2u%c", &y, &m, &d, &end) == 3)
+    date = {year(y), month(m), day(d)};
+  if (!date.ok() || y < 1970)
+    throw UsageError(fmt::format("{}: '{}' is not a date from 1970", what, text));
+  return date;
+}
+
 std::vector<Slot> LocalHours(std::chrono::year_month_day date) {
-  uint32_t start = LocalStart(date);
-  uint32_t end = LocalStart(std::chrono::sys_days(date) + std::chrono::days(1));
+  return HourSlots(LocalStart(date),
+                   LocalStart(std::chrono::sys_days(date) + std::chrono::days(1)));
+}
+
+std::vector<Slot> HourSlots(uint32_t start, uint32_t end) {
   std::vector<Slot> hours;
-  for (uint32_t hour = start; hour < end; hour += 3600)
-    hours.push_back({hour, std::min(hour + 3600, end)});
+  for (uint64_t hour = start; hour < end; hour += 3600)
+    hours.push_back({static_cast<uint32_t>(hour), static_cast<uint32_t>(std::min<uint64_t>(hour + 3600, end))});
   return hours;
 }
 

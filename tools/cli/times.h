@@ -20,6 +20,9 @@ uint32_t ParseTimeOrNow(const std::string& text, const std::string& what);
 // "YYYY-MM-DD HH:MM:SS" in local time.
 std::string FormatLocalTime(uint32_t seconds);
 
+// "YYYY-MM-DD" from 1970; a UsageError naming `what` otherwise.
+std::chrono::year_month_day ParseDate(const std::string& text, const char* what);
+
 // First second of a local calendar day.
 uint32_t LocalStart(std::chrono::year_month_day date);
 
@@ -31,6 +34,8 @@ struct Slot {
 // The local hours of a day: 23 on the day the clocks go forward, 25 when
 // they go back.
 std::vector<Slot> LocalHours(std::chrono::year_month_day date);
+// Hours from `start` on, the last one cut at `end`.
+std::vector<Slot> HourSlots(uint32_t start, uint32_t end);
 
 // Local times from now on are those of this zone (a name as Europe/Berlin);
 // an unknown name is a UsageError.
