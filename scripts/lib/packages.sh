@@ -11,10 +11,11 @@
 SCADASTORE_BUILD_PACKAGES=(g++ make cmake unixodbc unixodbc-dev libsqliteodbc
   libcli11-dev libfmt-dev nlohmann-json3-dev)
 # The tests: the servers and their drivers, GoogleTest, Google Benchmark (its
-# SQLite baseline), pkg-config and dpkg-dev for the install and package checks.
+# SQLite baseline), pkg-config and dpkg-dev for the install and package checks,
+# and headless Chromium, which renders the HTML report.
 SCADASTORE_TEST_PACKAGES=("${SCADASTORE_BUILD_PACKAGES[@]}" odbc-postgresql odbc-mariadb
   postgresql mariadb-server mariadb-client libgtest-dev libbenchmark-dev sqlite3
-  libsqlite3-dev procps pkgconf dpkg-dev locales)
+  libsqlite3-dev procps pkgconf dpkg-dev locales chromium)
 # The Windows builds and their tests under Wine (64-bit Wine only: no i386
 # packages), GoogleTest's source and the zh_CN.GBK locale's sources.
 SCADASTORE_WINE_PACKAGES=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix wine wine64

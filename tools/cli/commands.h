@@ -71,6 +71,14 @@ ResultTable RunTextTableQuery(Context& context, const char* table, const std::st
 ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOptions& options);
 ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions& options);
 
+// What `report` writes, also at the demo's end.
+struct ReportOptions {
+  std::string day, from, to, output, columns;
+  std::vector<std::string> tables, units;  // units: COLUMN=UNIT
+  size_t logRows = 500;
+};
+void WriteReport(Context& context, const ReportOptions& options);
+
 void AddTableCommands(CLI::App& app, Context& context);
 void AddAlarmCommands(CLI::App& app, Context& context);
 void AddLogCommands(CLI::App& app, Context& context);

@@ -20,12 +20,6 @@ namespace {
 constexpr size_t kMaxHours = 31 * 24 + 1;
 constexpr size_t kTimelineRows = 100;
 
-struct ReportOptions {
-  std::string day, from, to, output, columns;
-  std::vector<std::string> tables, units;
-  size_t logRows = 500;
-};
-
 std::vector<Slot> ReportHours(const ReportOptions& options) {
   if (!options.day.empty()) return LocalHours(ParseDate(options.day, "--day"));
   if (options.from.empty() || options.to.empty())
@@ -157,7 +151,9 @@ std::string LogSection(Context& context, const std::string& table, Slot period, 
   return HtmlTable(rows, entries - rows.rows.size());
 }
 
-void RunReport(Context& context, const ReportOptions& options) {
+}  // namespace
+
+void WriteReport(Context& context, const ReportOptions& options) {
   std::vector<Slot> hours = ReportHours(options);
   Slot period{hours.front().start, hours.back().end};
   std::map<std::string, std::string> units = ParseUnits(options.units);
@@ -224,8 +220,6 @@ void RunReport(Context& context, const ReportOptions& options) {
                            charts, alarms, entries);
 }
 
-}  // namespace
-
 void AddReportCommand(CLI::App& app, Context& context) {
   auto options = std::make_shared<ReportOptions>();
   CLI::App* report = AddCommand(
@@ -253,7 +247,7 @@ void AddReportCommand(CLI::App& app, Context& context) {
   report->add_option("--log-rows", options->logRows,
                      "log entries shown per table; the rest are counted")
       ->capture_default_str();
-  report->callback([&context, options] { RunReport(context, *options); });
+  report->callback([&context, options] { WriteReport(context, *options); });
 }
 
 }  // namespace scadastore::cli

@@ -361,7 +361,20 @@ void Report(Context& context, const DataTable& table, const Recorder& recorder,
   Print(summary, display, std::cout);
 }
 
-void RunDemo(Context& context, const std::string& dayText) {
+struct DemoOptions {
+  std::string day, report;
+};
+
+// The report beside the SQLite file, else in the working directory.
+std::string ReportPath(const Context& context, const DemoOptions& options) {
+  if (!options.report.empty()) return options.report;
+  const std::string& database = context.session.options.sqlite;
+  size_t slash = database.rfind('/');
+  return (slash == std::string::npos ? "" : database.substr(0, slash + 1)) + "demo-report.html";
+}
+
+void RunDemo(Context& context, const DemoOptions& options) {
+  const std::string& dayText = options.day;
   auto started = std::chrono::steady_clock::now();
   CallerToken token = context.session.Token();
   if (!context.session.CanBatch())
@@ -422,6 +435,14 @@ void RunDemo(Context& context, const std::string& dayText) {
       kLog, FormatLocalTime(day + 6 * 3600).substr(0, 16),
       FormatLocalTime(day + 7 * 3600).substr(0, 16), kSamples, "north_temp,north_press",
       FormatLocalTime(day).substr(0, 10));
+
+  ReportOptions report;
+  report.day = FormatLocalTime(day).substr(0, 10);
+  report.output = ReportPath(context, options);
+  for (size_t point = 0; point < columns.size(); ++point)
+    report.units.push_back(columns[point].name + "=" + kTags[point % kTagCount].unit);
+  std::cout << "\nThe day's trends, alarms and log as one page (open it in a browser):\n";
+  WriteReport(context, report);
 }
 
 }  // namespace
@@ -434,10 +455,13 @@ void AddDemoCommand(CLI::App& app, Context& context) {
       "log entries; then report what the store reads back. The tables plant, plant_alarms "
       "and plant_log are replaced",
       "scadastore --sqlite build/demo.db demo --day 2024-05-01");
-  auto dayText = std::make_shared<std::string>();
-  demo->add_option("--day", *dayText, "the local day to play, YYYY-MM-DD (default: yesterday)");
+  auto options = std::make_shared<DemoOptions>();
+  demo->add_option("--day", options->day, "the local day to play, YYYY-MM-DD (default: yesterday)");
+  demo->add_option("--report", options->report,
+                   "the HTML report written at the end (default: demo-report.html beside the "
+                   "SQLite file)");
   demo->preparse_callback([&context](size_t) { context.session.options.createSqlite = true; });
-  demo->callback([&context, dayText] { RunDemo(context, *dayText); });
+  demo->callback([&context, options] { RunDemo(context, *options); });
 }
 
 }  // namespace scadastore::cli
