@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/cli/alarm_kpi.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/data_table.h"
 #include "tools/cli/progress.h"
@@ -199,6 +200,11 @@ void WriteReport(Context& context, const ReportOptions& options) {
     body += fmt::format("<h2>Alarms of {}</h2>\n<p>{} alarms stood during the period.</p>\n",
                         EscapeHtml(name), spans.size());
     if (!spans.empty()) body += AlarmTimeline(spans, hours, kTimelineRows);
+    AlarmKpi kpi = ComputeAlarmKpi(context, name, period.start, period.end);
+    body += "<h3>Alarm-management figures</h3>\n<div class=\"kpi\">\n";
+    for (const KpiSection& section : KpiTables(kpi, {Format::Table, false}))
+      body += fmt::format("<h4>{}</h4>\n{}", EscapeHtml(section.name), HtmlTable(section.table));
+    body += "</div>\n";
   }
   for (const std::string& name : tables.log) {
     size_t count = 0;
