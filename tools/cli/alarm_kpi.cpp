@@ -10,13 +10,6 @@
 namespace scadastore::cli {
 namespace {
 
-// The free select's cells are texts; counts and sums may come as "3" or
-// "3.0", and a sum over no rows as "".
-uint64_t CountOf(const Cell& cell) {
-  std::string text = cell.is_string() ? cell.get<std::string>() : CellText(cell);
-  return text.empty() ? 0 : static_cast<uint64_t>(std::llround(std::stod(text)));
-}
-
 std::string TextOf(const Cell& cell) { return cell.is_string() ? cell.get<std::string>() : ""; }
 
 double Percent(uint64_t part, uint64_t whole) { return whole ? 100.0 * part / whole : 0; }
@@ -138,8 +131,8 @@ AlarmKpi ComputeAlarmKpi(Context& context, const std::string& table, uint32_t fr
   std::map<std::string, std::map<uint32_t, uint64_t>> stationWindows;
   std::map<uint32_t, uint64_t> allWindows;
   for (const auto& row : queries.Windows().rows) {
-    uint64_t alarms = CountOf(row[2]);
-    auto slot = static_cast<uint32_t>(CountOf(row[1]));
+    uint64_t alarms = CountCell(row[2]);
+    auto slot = static_cast<uint32_t>(CountCell(row[1]));
     stationWindows[TextOf(row[0])][slot] += alarms;
     allWindows[slot] += alarms;
   }
@@ -155,8 +148,8 @@ AlarmKpi ComputeAlarmKpi(Context& context, const std::string& table, uint32_t fr
     for (const auto& row : result.rows) {
       StationFigures& figures = stations[TextOf(row[0])];
       figures.station = TextOf(row[0]);
-      figures.*field += CountOf(row[1]);
-      kpi.overall.*field += CountOf(row[1]);
+      figures.*field += CountCell(row[1]);
+      kpi.overall.*field += CountCell(row[1]);
     }
   };
   addCounts(queries.Standing(), &StationFigures::standing);
@@ -164,16 +157,17 @@ AlarmKpi ComputeAlarmKpi(Context& context, const std::string& table, uint32_t fr
   for (auto& [name, figures] : stations) kpi.stations.push_back(figures);
 
   for (const auto& row : queries.TopPoints(10).rows)
-    kpi.topPoints.push_back({TextOf(row[0]), TextOf(row[1]), CountOf(row[2]),
-                             Percent(CountOf(row[2]), kpi.overall.alarms)});
+    kpi.topPoints.push_back({TextOf(row[0]), TextOf(row[1]), CountCell(row[2]),
+                             Percent(CountCell(row[2]), kpi.overall.alarms)});
   for (const auto& row : queries.Chattering().rows)
-    kpi.chattering.push_back({TextOf(row[0]), TextOf(row[1]), CountOf(row[2]), CountOf(row[3])});
+    kpi.chattering.push_back(
+        {TextOf(row[0]), TextOf(row[1]), CountCell(row[2]), CountCell(row[3])});
 
   std::map<uint32_t, uint64_t> allLevels;
   std::vector<LevelFigures> stationLevels;
   for (const auto& row : queries.Levels().rows) {
-    auto level = static_cast<uint32_t>(CountOf(row[1]));
-    uint64_t alarms = CountOf(row[2]);
+    auto level = static_cast<uint32_t>(CountCell(row[1]));
+    uint64_t alarms = CountCell(row[2]);
     allLevels[level] += alarms;
     stationLevels.push_back({TextOf(row[0]), level, alarms,
                              Percent(alarms, stations[TextOf(row[0])].alarms)});

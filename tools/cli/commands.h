@@ -66,6 +66,9 @@ struct LibraryBlock {
 // The text table of sgGetRecordBySQL: row 0 holds the headers.
 ResultTable RunTextTableQuery(Context& context, const char* table, const std::string& sql,
                               const char* timeColumns);
+// A count or sum among its cells, which may read "3" or "3.0"; a sum over
+// no rows reads "" and is 0.
+uint64_t CountCell(const Cell& cell);
 
 // Alarm and log records as result rows.
 ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOptions& options);

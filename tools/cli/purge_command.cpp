@@ -37,9 +37,7 @@ const char* TimeColumn(const std::string& kind) {
 }
 
 uint64_t CountOf(const ResultTable& result, size_t column) {
-  if (result.rows.empty()) return 0;
-  std::string text = CellText(result.rows[0][column]);
-  return text.empty() ? 0 : std::stoull(text);
+  return result.rows.empty() ? 0 : CountCell(result.rows[0][column]);
 }
 
 // Every table is read and recognised before anything is removed.
@@ -172,7 +170,8 @@ void AddPurgeCommand(CLI::App& app, Context& context) {
                     "cut-off: rows before this local date-time or epoch second go")
       ->required();
   purge->add_option("--batch", options->batch, "rows per statement")->capture_default_str();
-  purge->add_flag("--dry-run", options->dryRun, "count what would go and what stays; remove nothing");
+  purge->add_flag("--dry-run", options->dryRun,
+                  "count what would go and what stays; remove nothing");
   purge->callback([&context, options] { RunPurge(context, *options); });
 }
 

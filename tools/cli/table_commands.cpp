@@ -1,6 +1,7 @@
 // tables, describe, ensure, drop, exists: table management common to every
 // family, read from the database's own description of its tables.
 #include <chrono>
+#include <cmath>
 #include <optional>
 
 #include <fmt/format.h>
@@ -238,6 +239,11 @@ ResultTable RunTextTableQuery(Context& context, const char* table, const std::st
     }
   }
   return result;
+}
+
+uint64_t CountCell(const Cell& cell) {
+  std::string text = CellText(cell);
+  return text.empty() ? 0 : static_cast<uint64_t>(std::llround(std::stod(text)));
 }
 
 void AddTableCommands(CLI::App& app, Context& context) {
