@@ -49,6 +49,9 @@ TEST_F(Demo, ReportedCountsMatchTheStore) {
   EXPECT_EQ(RowsUnder(report, "Hourly averages of"), 32);
   EXPECT_TRUE(Contains(report, "25 hourly averages"));
   EXPECT_NE(report.find("Free SQL (sgGetRecordBySQL)"), std::string::npos);
+  // Its page, beside the database, names every alarm of the day.
+  EXPECT_TRUE(Contains(report, "report: " + Path("demo-report.html") + " (32 charts, " +
+                                   std::to_string(alarms) + " alarms"));
 }
 
 }  // namespace
