@@ -146,7 +146,8 @@ std::string LogSection(Context& context, const std::string& table, Slot period, 
   ResultTable rows{{"time", "type", "source", "operator", "info"}, {}};
   for (size_t i = 0; i < std::min(entries, maxRows); ++i) {
     const LogRecord& record = records.data[i];
-    rows.rows.push_back({FormatLocalTime(record.logtime), record.logtype, record.source,
+    uint32_t type = record.logtype;  // packed: no reference to the field
+    rows.rows.push_back({FormatLocalTime(record.logtime), type, record.source,
                          record.operator_, record.loginfo});
   }
   return HtmlTable(rows, entries - rows.rows.size());
