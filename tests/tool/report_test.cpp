@@ -116,7 +116,7 @@ TEST_F(Report, ChromiumShowsTheChartsAlarmsFiguresAndLog) {
   EXPECT_EQ(dom.find("<b>"), std::string::npos);
   EXPECT_EQ(dom.find("<script"), std::string::npos);
   EXPECT_TRUE(Contains(dom, "<td>&lt;script&gt;alert(1)&lt;/script&gt; &amp; \"q\"</td>"));
-  EXPECT_TRUE(Contains(dom, "1 more rows are not shown."));
+  EXPECT_TRUE(Contains(dom, "1 more row is not shown."));
 
   // The figures are those of `alarms kpi` for the same period.
   auto kpi = nlohmann::ordered_json::parse(Ok({"alarms", "kpi", "events", "--from", "2024-10-27",

@@ -191,7 +191,9 @@ std::string HtmlTable(const ResultTable& table, size_t more) {
     html += "</tr>\n";
   }
   html += "</tbody>\n</table>\n";
-  if (more > 0) html += fmt::format("<p class=\"note\">{} more rows are not shown.</p>\n", more);
+  if (more > 0)
+    html += fmt::format("<p class=\"note\">{} more {} not shown.</p>\n", more,
+                        more == 1 ? "row is" : "rows are");
   return html;
 }
 
