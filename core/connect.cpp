@@ -1,10 +1,13 @@
 #include "core/connect.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <iterator>
 #include <mutex>
 #include <string>
+
+#include <odbcinst.h>
 
 #include "core/odbc_api.h"
 #include "platform/connection_socket.h"
@@ -34,6 +37,23 @@ std::string ConnectionText(const char* dsn, const char* user, const char* passwo
   if (*user != '\0') text += std::string(";UID=") + user;
   if (*password != '\0') text += ";PWD=" + Braced(password);
   return text + ";CONN_TIMEOUT=" + std::to_string(loginSeconds);
+}
+
+// True when the data source's driver is psqlODBC, by its name or its file
+// (odbc.ini names either; odbcinst.ini maps a name to the file).
+bool IsPsqlOdbc(const char* dsn) {
+  auto names = [](std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text.find("psqlodbc") != std::string::npos ||
+           text.find("postgresql") != std::string::npos;
+  };
+  char driver[512] = {};
+  SQLGetPrivateProfileString(dsn, "Driver", "", driver, sizeof driver, "odbc.ini");
+  if (driver[0] == '\0') return false;
+  char file[512] = {};
+  SQLGetPrivateProfileString(driver, "Driver", "", file, sizeof file, "odbcinst.ini");
+  return names(driver) || names(file);
 }
 
 // The descriptor of the one socket in `now` that `before` did not list;
@@ -71,13 +91,13 @@ SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const c
   static std::mutex connecting;
   std::lock_guard lock(connecting);
   const SocketList before = OpenSockets();
-  // psqlODBC reads a user name literally, braces included, where MariaDB's
-  // driver requires a value beginning with '{' to be braced: no connection
-  // text serves both, so such a user connects through SQLConnect, which
-  // parses nothing (MariaDB's login bound is then the data source's own
-  // CONN_TIMEOUT).
+  // SQLConnect parses nothing. psqlODBC connects through it: given a password
+  // in a connection text it loses a copy of it at every connect. So does a
+  // user beginning with '{', which psqlODBC reads literally, braces included,
+  // where MariaDB's driver requires it braced (MariaDB's login bound is then
+  // the data source's own CONN_TIMEOUT).
   const SQLRETURN rc =
-      *user == '{'
+      *user == '{' || IsPsqlOdbc(dsn)
           ? Odbc().Connect(connection, (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
                            (SQLCHAR*)password, SQL_NTS)
           : Odbc().DriverConnect(connection, nullptr, (SQLCHAR*)text.c_str(), SQL_NTS, nullptr,

@@ -42,6 +42,15 @@ SQLRETURN CountedConnect(SQLHDBC connection, SQLHWND window, SQLCHAR* in, SQLSMA
   return rc;
 }
 
+SQLRETURN CountedSqlConnect(SQLHDBC connection, SQLCHAR* dsn, SQLSMALLINT dsnLength,
+                            SQLCHAR* user, SQLSMALLINT userLength, SQLCHAR* password,
+                            SQLSMALLINT passwordLength) {
+  SQLRETURN rc = ::SQLConnect(connection, dsn, dsnLength, user, userLength, password,
+                              passwordLength);
+  if (SQL_SUCCEEDED(rc)) ++connects;
+  return rc;
+}
+
 SQLRETURN CountedDisconnect(SQLHDBC connection) {
   ++disconnects;
   return ::SQLDisconnect(connection);
@@ -55,6 +64,7 @@ void ExpectFailurePaths(const std::vector<FaultCase>& cases) {
     OdbcOverride odbc;
     odbc->GetData = FailingGetData;
     odbc->DriverConnect = CountedConnect;
+    odbc->Connect = CountedSqlConnect;
     odbc->Disconnect = CountedDisconnect;
     auto refuse = [](size_t, size_t) -> void* { return nullptr; };
     SystemCallOverride noMemory(systemCalls.calloc,
