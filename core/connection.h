@@ -36,6 +36,9 @@ class DbConnection {
   // nothing: a failed connect leaves no error text and is not announced.
   int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
+  // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
+  const char* ErrorState() const { return error_state_; }
+  int NativeError() const { return native_error_; }
 
   // `texts` are bound to the `?`s of `sql` in order; in the backtick dialect
   // they are converted from the host's character set to UTF-8 first.
@@ -95,6 +98,8 @@ class DbConnection {
   int end_flag_ = 0;
   bool announce_ = true;  // false while TableExists connects
   char error_text_[kErrorTextSize] = {};
+  char error_state_[6] = {};
+  int native_error_ = 0;
 };
 
 }  // namespace scadastore
