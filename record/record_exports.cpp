@@ -46,7 +46,7 @@ uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement
   if (!call.Open()) return call.failure();
   if (callersStatement) call.db().DoNotPool();
   const TableLayout layout = DescribeTable(table);
-  if (!call.Query(statement)) return call.failure();
+  if (!call.Query(statement, DbConnection::Cursor::ForwardOnly)) return call.failure();
   DbConnection& db = call.db();
   if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
   std::optional<ReadFailure> failure;
