@@ -269,6 +269,8 @@ TEST_P(RecordTest, ReadersCheckTheDescriptionAndKeepTheCallersBytesForNulls) {
   EXPECT_EQ(one_.Get<uint32_t>(0, 8), 0x5A5A5A5Au);
   EXPECT_EQ(one_.Get<uint64_t>(0, kA), 0x5A5A5A5A5A5A5A5Aull);
   EXPECT_EQ(one_.Get<int32_t>(0, kB), 0);
+  // Texts too, except through the backtick dialect's conversion, which reads "".
+  EXPECT_EQ(one_.Get<uint64_t>(0, kC) == 0x5A5A5A5A5A5A5A5Aull, kind() != 2);
 }
 
 TEST_P(RecordTest, DeletesAllByStatementAndByPosition) {
