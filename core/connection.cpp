@@ -8,6 +8,7 @@
 #include "core/connect.h"
 #include "core/connection_pool.h"
 #include "core/format.h"
+#include "core/result_streaming.h"
 #include "core/server_wait.h"
 #include "platform/code_page.h"
 #include "platform/connection_socket.h"
@@ -79,6 +80,9 @@ void DbConnection::Close() {
   statement_.Free();
   replaced_statements_.clear();
   result_columns_ = -1;
+  streaming_limit_.reset();
+  if (declare_fetch_ && !SetDeclareFetch(connection_.get(), false)) poolable_ = false;
+  declare_fetch_ = false;
   PooledConnection held{std::move(environment_), std::move(connection_), socket_};
   // A connection whose socket is not known cannot be checked for a closed session.
   if (held.connection && !pool_login_.empty() && poolable_ && socket_ != kUnknownSocket)
@@ -149,7 +153,8 @@ bool DbConnection::BindTexts(SQLHSTMT statement, const std::vector<std::string>&
   return true;
 }
 
-int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& texts) {
+int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& texts,
+                            Cursor cursor) {
   if (statement_) replaced_statements_.push_back(std::move(statement_));
   statement_ = OdbcHandle(SQL_HANDLE_STMT);
   result_columns_ = -1;
@@ -160,12 +165,20 @@ int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& tex
   // scrolls even where the driver refuses the scrollable flag (psqlODBC), so
   // only the cursor type must be accepted.
   SQLHSTMT handle = statement_.get();
-  if (!Check(Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_TYPE,
-                                reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), SQL_IS_INTEGER),
-             SQL_HANDLE_STMT, handle))
-    return 0;
-  Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_SCROLLABLE,
-                     reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
+  if (cursor == Cursor::Static) {
+    if (!Check(Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_TYPE,
+                                  reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), SQL_IS_INTEGER),
+               SQL_HANDLE_STMT, handle))
+      return 0;
+    Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_SCROLLABLE,
+                       reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
+  } else {
+    if (!declare_fetch_ && IsPsqlOdbcConnection(connection_.get()))
+      declare_fetch_ = SetDeclareFetch(connection_.get(), true);
+    if (!streaming_limit_)
+      streaming_limit_ =
+          std::make_unique<ServerWaitLimit>(socket_, Settings().statementTimeoutSeconds);
+  }
   BoundTexts bound;
   if (!BindTexts(handle, texts, bound, DiagnosticForm::Plain)) return 0;
   return Check(ExecuteBounded(handle, sql), SQL_HANDLE_STMT, handle);
