@@ -15,7 +15,7 @@ SCADASTORE_BUILD_PACKAGES=(g++ make cmake unixodbc unixodbc-dev libsqliteodbc
 # and headless Chromium, which renders the HTML report.
 SCADASTORE_TEST_PACKAGES=("${SCADASTORE_BUILD_PACKAGES[@]}" odbc-postgresql odbc-mariadb
   postgresql mariadb-server mariadb-client libgtest-dev libbenchmark-dev sqlite3
-  libsqlite3-dev procps pkgconf dpkg-dev locales chromium)
+  libsqlite3-dev procps pkgconf dpkg-dev locales chromium galera-4 rsync)
 # The Windows builds and their tests under Wine (64-bit Wine only: no i386
 # packages; mmdebstrap and zstd make and keep the root of the 32-bit tests),
 # GoogleTest's source and the zh_CN.GBK locale's sources.
