@@ -38,6 +38,8 @@ class DbConnection {
   // nothing: a failed connect leaves no error text and is not announced.
   int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
+  // Whether the open connection's database is SQLite (a file database).
+  bool OnSqlite();
 
   // A static cursor counts and returns; a forward-only one is read once with
   // MoveNext, and drivers that can stream it hold no more than a row or a page.
