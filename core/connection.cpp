@@ -30,7 +30,11 @@ DbConnection::DbConnection(DbKind kind) : kind_(kind) {}
 
 // Every text is written terminated, so an empty first byte clears it; readers
 // clear it once per column read.
-void DbConnection::ClearErrorText() { error_text_[0] = '\0'; }
+void DbConnection::ClearErrorText() {
+  error_text_[0] = '\0';
+  error_state_[0] = '\0';
+  native_error_ = 0;
+}
 
 bool DbConnection::AllocateEnvironmentAndConnection() {
   if (!environment_.Allocate(SQL_NULL_HANDLE)) return false;
@@ -343,6 +347,9 @@ bool DbConnection::Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE
                                        sizeof message, &textLength)))
     message[0] = '\0';
   const char* text = reinterpret_cast<const char*>(message);
+  std::memcpy(error_state_, state, sizeof error_state_ - 1);
+  error_state_[sizeof error_state_ - 1] = '\0';
+  native_error_ = nativeError;
   if (form == DiagnosticForm::Plain)
     FormatBounded(error_text_, sizeof error_text_, "%s", text);
   else

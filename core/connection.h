@@ -40,6 +40,9 @@ class DbConnection {
   const char* ErrorText() const { return error_text_; }
   // Whether the open connection's database is SQLite (a file database).
   bool OnSqlite();
+  // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
+  const char* ErrorState() const { return error_state_; }
+  int NativeError() const { return native_error_; }
 
   // A static cursor counts and returns; a forward-only one is read once with
   // MoveNext, and drivers that can stream it hold no more than a row or a page.
@@ -107,6 +110,8 @@ class DbConnection {
   int end_flag_ = 0;
   bool announce_ = true;  // false while TableExists connects
   char error_text_[kErrorTextSize] = {};
+  char error_state_[6] = {};
+  int native_error_ = 0;
 };
 
 }  // namespace scadastore

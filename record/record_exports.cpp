@@ -5,6 +5,7 @@
 #include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/format.h"
+#include "core/insert_retry.h"
 #include "core/row_reader.h"
 #include "core/table_creation.h"
 #include "record/data_layout.h"
@@ -98,11 +99,13 @@ uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table, const DataRe
     if (!token || !table || !record || size <= kRecordHeadSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    uint32_t id = 0;
-    if (!NextId(call, layout.name, id)) return call.failure();
-    const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
-    if (!insert.complete) return call.Fail(Serial::kCreateSql, insert);
-    return call.Execute(insert) ? 0 : call.failure();
+    return InsertWithFreshIds(call, [&] {
+      uint32_t id = 0;
+      if (!NextId(call, layout.name, id)) return false;
+      const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
+      if (!insert.complete) return call.Fail(Serial::kCreateSql, insert), false;
+      return call.Execute(insert);
+    }) ? 0 : call.failure();
   });
 }
 
@@ -113,11 +116,13 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
       return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    uint32_t firstId = 0;
-    if (!NextId(call, layout.name, firstId)) return call.failure();
-    const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
-    if (!batch.complete) return call.Fail(Serial::kCreateSql);
-    return call.Execute(batch) ? 0 : call.failure();
+    return InsertWithFreshIds(call, [&] {
+      uint32_t firstId = 0;
+      if (!NextId(call, layout.name, firstId)) return false;
+      const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
+      if (!batch.complete) return call.Fail(Serial::kCreateSql), false;
+      return call.Execute(batch);
+    }) ? 0 : call.failure();
   });
 }
 
