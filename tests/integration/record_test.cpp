@@ -287,8 +287,8 @@ TEST_P(RecordTest, DeletesAllByStatementAndByPosition) {
   EXPECT_EQ(sgGetRecordCount(Token(), table()), 0u);
   EXPECT_EQ(sgGetIdByIndex(Token(), table(), 1), 0u);
   EXPECT_STREQ(dbGetLastError(), "[rcd904] invalid parameter");
-  EXPECT_TRUE(Failed(sgGetRecordByIndex(Token(), table(), 1, one_.record(0), kRecordSize),
-                     "[rcd1004] invalid parameter"));
+  EXPECT_TRUE(Refused(sgGetRecordByIndex(Token(), table(), 1, one_.record(0), kRecordSize), 1,
+                      "[rcd1004] invalid parameter"));
   EXPECT_EQ(dbIsTableExist(Token(), table()->name), 1);
 
   // A name longer than the 255-character statement is cut and rejected.
