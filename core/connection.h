@@ -36,6 +36,12 @@ class DbConnection {
   // nothing: a failed connect leaves no error text and is not announced.
   int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
+  // The last failure was a connect or a session that failed for want of the
+  // server (see ServerUnreachable), or a statement cut by the server-wait bound.
+  bool Unreachable() const { return unreachable_; }
+  // Autocommit off, or back on; and the end of the open transaction.
+  bool SetAutocommit(bool on);
+  bool EndTransaction(bool commit);
 
   // `texts` are bound to the `?`s of `sql` in order; in the backtick dialect
   // they are converted from the host's character set to UTF-8 first.
@@ -94,6 +100,8 @@ class DbConnection {
   int32_t result_columns_ = -1;  // column count of the current result, -1 unknown
   int end_flag_ = 0;
   bool announce_ = true;  // false while TableExists connects
+  bool unreachable_ = false;
+  bool cut_by_bound_ = false;  // the last statement was cut by the server-wait bound
   char error_text_[kErrorTextSize] = {};
 };
 

@@ -1,5 +1,7 @@
 #include "core/fixed_record_exports.h"
 
+#include "core/spool_write.h"
+
 namespace scadastore {
 namespace {
 
@@ -54,17 +56,31 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
                             uint32_t largestIdBuffer, InsertBuilder insert) {
   return RunExport(code, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || size < recordSize) return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
-    // The max(id) result stays open beside the inserts.
-    if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer)))
-      return call.failure();
-    uint32_t id = 0;
-    if (!ReadSingleInteger(call.db(), id)) return 0;
     const auto* bytes = static_cast<const unsigned char*>(records);
-    for (uint32_t k = 0; k < size / recordSize; ++k)
-      if (!call.Execute(insert(call.kind(), table, ++id, bytes + size_t{k} * recordSize)))
+    const uint32_t count = size / recordSize;
+    const auto kept = [&] {
+      return KeptWrite{std::strcmp(code.family, "alm") == 0 ? WriteFamily::kAlarm
+                                                            : WriteFamily::kLog,
+                       table, recordSize,
+                       std::string(reinterpret_cast<const char*>(bytes), size_t{count} * recordSize)};
+    };
+    return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
+      if (!call.Open()) return call.failure();
+      // The max(id) result stays open beside the inserts.
+      if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer)))
         return call.failure();
-    return 0;
+      uint32_t id = 0;
+      if (!ReadSingleInteger(call.db(), id)) {
+        progress.answerLost = true;
+        return 0;
+      }
+      for (uint32_t k = 0; k < count; ++k) {
+        progress = {k, 1, ++id};
+        if (!call.Execute(insert(call.kind(), table, id, bytes + size_t{k} * recordSize)))
+          return call.failure();
+      }
+      return 0;
+    });
   });
 }
 

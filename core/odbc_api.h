@@ -26,6 +26,7 @@ struct OdbcApi {
   decltype(&::SQLDescribeCol) DescribeCol = ::SQLDescribeCol;
   decltype(&::SQLGetData) GetData = ::SQLGetData;
   decltype(&::SQLGetDiagRec) GetDiagRec = ::SQLGetDiagRec;
+  decltype(&::SQLEndTran) EndTran = ::SQLEndTran;
 };
 
 // The table in force.

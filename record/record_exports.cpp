@@ -6,6 +6,7 @@
 #include "core/export_call.h"
 #include "core/format.h"
 #include "core/row_reader.h"
+#include "core/spool_write.h"
 #include "core/table_creation.h"
 #include "record/data_layout.h"
 #include "record/record_statements.h"
@@ -75,6 +76,19 @@ uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement
   return 0;
 }
 
+// A data-table write as the spool keeps it; recordSize 0 when its records
+// cannot be written at all.
+KeptWrite RecordWrite(WriteFamily family, const DataTableInfo* table, const TableLayout& layout,
+                      const void* records, uint32_t size) {
+  const size_t infoSize = sizeof(DataTableInfo) + size_t{table->columnCount} * sizeof(ColumnInfo);
+  const uint32_t recordSize = family == WriteFamily::kRecord ? size : table->recordSize;
+  const bool writable = layout.HoldsValues() && recordSize == table->recordSize &&
+                        recordSize > 0 && recordSize <= size;
+  const size_t bytes = writable ? size - size % recordSize : 0;
+  return {family, std::string(reinterpret_cast<const char*>(table), infoSize),
+          writable ? recordSize : 0, std::string(static_cast<const char*>(records), bytes)};
+}
+
 }  // namespace
 
 extern "C" {
@@ -102,13 +116,17 @@ uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table, const DataRe
                      uint32_t size) {
   return RunExport(Export::kSgSetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !record || size <= kRecordHeadSize) return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    uint32_t id = 0;
-    if (!NextId(call, layout.name, id)) return call.failure();
-    const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
-    if (!insert.complete) return call.Fail(Serial::kCreateSql, insert);
-    return call.Execute(insert) ? 0 : call.failure();
+    const auto kept = [&] { return RecordWrite(WriteFamily::kRecord, table, layout, record, size); };
+    return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
+      if (!call.Open()) return call.failure();
+      uint32_t id = 0;
+      if (!NextId(call, layout.name, id)) return call.failure();
+      const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
+      if (!insert.complete) return call.Fail(Serial::kCreateSql, insert);
+      progress = {0, 1, id};
+      return call.Execute(insert) ? 0 : call.failure();
+    });
   });
 }
 
@@ -117,13 +135,17 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
   return RunExport(Export::kSgBatchSetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !buffer || size <= kRecordHeadSize || !AllowsBatches(call.kind()))
       return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    uint32_t firstId = 0;
-    if (!NextId(call, layout.name, firstId)) return call.failure();
-    const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
-    if (!batch.complete) return call.Fail(Serial::kCreateSql);
-    return call.Execute(batch) ? 0 : call.failure();
+    const auto kept = [&] { return RecordWrite(WriteFamily::kBatch, table, layout, buffer, size); };
+    return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
+      if (!call.Open()) return call.failure();
+      uint32_t firstId = 0;
+      if (!NextId(call, layout.name, firstId)) return call.failure();
+      const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
+      if (!batch.complete) return call.Fail(Serial::kCreateSql);
+      progress = {0, size / table->recordSize, firstId};
+      return call.Execute(batch) ? 0 : call.failure();
+    });
   });
 }
 
