@@ -14,8 +14,6 @@ namespace scadastore {
 namespace {
 
 constexpr size_t kBatchWrites = 256;
-// After the database failed a forward, calls do not try again before this.
-constexpr auto kRetryPause = std::chrono::milliseconds(500);
 constexpr size_t kIdLength = 16;
 // Damaged bytes are set aside up to this size; the span's size is in the reason.
 constexpr uint64_t kAsideBytesLimit = 1 << 20;

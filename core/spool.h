@@ -19,6 +19,8 @@ namespace scadastore {
 
 // How long a call forwards kept writes before doing its own work.
 constexpr std::chrono::milliseconds kForwardSlice{200};
+// After the database failed a forward, calls do not try again before this.
+constexpr std::chrono::milliseconds kRetryPause{500};
 
 // A failure that means the server could not be reached or was lost, rather
 // than refused the statement: SQLSTATE class 08, HYT00, HYT01, PostgreSQL's
