@@ -46,10 +46,10 @@ check() {  # check NAME PREFIX NOTES: the database against the notes
   [ $status -eq 0 ] || { echo "FAILED: $1"; failures=$((failures + 1)); }
 }
 
-drain() {  # the tool forwards what is left; the spool must end empty
-  "$tool" --config "$spooled" spool forward >"$work/forward.out" 2>&1 \
+drain() {  # drain CONFIG: the tool forwards what is left; the spool must end empty
+  "$tool" --config "$1" spool forward >"$work/forward.out" 2>&1 \
     || { echo "FAILED: spool forward"; cat "$work/forward.out"; failures=$((failures + 1)); }
-  "$tool" --config "$spooled" spool status >"$work/status.out" 2>&1 \
+  "$tool" --config "$1" spool status >"$work/status.out" 2>&1 \
     || { echo "FAILED: spool status after forward"; cat "$work/status.out"; failures=$((failures + 1)); }
 }
 
@@ -62,7 +62,7 @@ sleep 5
 resume || { echo "FAILED: the server did not start again"; exit 1; }
 wait $writer
 echo "outage: $(cat "$work/o.out") failed calls $(grep -c failed "$work/o.err")"
-drain
+drain "$spooled"
 check outage o "$work/o.notes"
 
 # --- kill -9 while keeping and while forwarding ------------------------------------
@@ -81,8 +81,27 @@ for point in $(seq 1 12); do
   first=$((first + 100000))
 done
 echo "kill -9: 12 points, $(wc -l <"$work/k.notes") acknowledged"
-drain
+drain "$spooled"
 check "kill -9" k "$work/k.notes"
+
+# --- a spool on a small file system fills while the server is away -------------
+mkdir -p "$work/full"
+full="$plain;spool=$work/full/spool"
+if mount -t tmpfs -o size=256k tmpfs "$work/full" 2>/dev/null; then
+  trap 'umount "$work/full"; stop_postgres; stop_maria; [ -n "${SPOOL_TEST_KEEP:-}" ] || rm -rf "$work"' EXIT
+  room="256 KB tmpfs"
+else
+  full="$full;spoolmax=1" room="spoolmax=1"
+fi
+"$host" write "$full" f 1 0 1 "$work/f.notes" >/dev/null   # the tables, and write 1
+halt
+"$host" write "$full" f 2 4 400 "$work/f.notes" >"$work/f.out" 2>"$work/f.err"
+resume || exit 1
+refused=$(grep -c "failed to open DSN: $dsn; spool full: " "$work/f.err")
+echo "full ($room): $(cat "$work/f.out"), $refused refused with \"spool full\""
+[ "$refused" -gt 0 ] || { echo "FAILED: no call was refused for a full spool"; sed -n 1,3p "$work/f.err"; failures=$((failures + 1)); }
+drain "$full"
+check full f "$work/f.notes"
 
 [ $failures -eq 0 ] && echo "spool $database: passed" || echo "spool $database: $failures failed"
 exit $((failures > 0))
