@@ -190,7 +190,7 @@ bool Spool::Restart(std::string& error) {
       return false;
   }
   journal_.Close();
-  const bool replaced = ReplaceFile(fresh, path, error);
+  const bool replaced = ReplaceSpoolFile(fresh, path, error);
   return journal_.Open(path, error) && replaced;
 }
 

@@ -51,6 +51,6 @@ class DirectoryLock {
 
 // Replaces `to` by `from` in one step that survives a crash (rename, then
 // the directory flushed).
-bool ReplaceFile(const std::string& from, const std::string& to, std::string& error);
+bool ReplaceSpoolFile(const std::string& from, const std::string& to, std::string& error);
 
 }  // namespace scadastore

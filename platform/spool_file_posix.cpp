@@ -103,7 +103,7 @@ bool DirectoryLock::Take(const std::string& directory, std::string& error) {
   return true;
 }
 
-bool ReplaceFile(const std::string& from, const std::string& to, std::string& error) {
+bool ReplaceSpoolFile(const std::string& from, const std::string& to, std::string& error) {
   if (::rename(from.c_str(), to.c_str()) != 0) return Failed(error, "rename");
   const int directory = ::open(DirectoryOf(to).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (directory < 0) return Failed(error, "open directory");

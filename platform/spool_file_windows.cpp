@@ -107,7 +107,7 @@ bool DirectoryLock::Take(const std::string& directory, std::string& error) {
   return true;
 }
 
-bool ReplaceFile(const std::string& from, const std::string& to, std::string& error) {
+bool ReplaceSpoolFile(const std::string& from, const std::string& to, std::string& error) {
   return MoveFileExA(from.c_str(), to.c_str(),
                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) ||
          Failed(error, "rename");
