@@ -13,7 +13,7 @@
 namespace scadastore {
 namespace {
 
-constexpr size_t kBatchWrites = 256;
+constexpr size_t kBatchWrites = 1000;
 constexpr size_t kIdLength = 16;
 // Damaged bytes are set aside up to this size; the span's size is in the reason.
 constexpr uint64_t kAsideBytesLimit = 1 << 20;

@@ -16,6 +16,12 @@ namespace scadastore {
 namespace {
 
 constexpr const char* kSequenceTable = "scadastore_spool";
+constexpr uint32_t kMergedRecords = 1000;
+
+bool Mergeable(const KeptWrite& write) {
+  return (write.family == WriteFamily::kRecord || write.family == WriteFamily::kBatch) &&
+         write.sentCount == 0;
+}
 
 // A kept write's table and its statements.
 class Target {
@@ -122,7 +128,19 @@ ForwardOutcome ForwardWrites(DbConnection& db, const std::string& spoolId, uint6
   reason.clear();
   if (!db.SetAutocommit(false)) return Failed(db, reason);
   std::map<std::string, uint32_t> nextIds;
-  for (const KeptWrite* write : writes) {
+  for (size_t i = 0; i < writes.size();) {
+    // Samples kept one by one travel as one multi-row insert.
+    KeptWrite merged;
+    const KeptWrite* write = writes[i++];
+    if (Mergeable(*write) && record::AllowsBatches(db.kind())) {
+      merged = *write;
+      merged.family = WriteFamily::kBatch;
+      for (; i < writes.size() && Mergeable(*writes[i]) && writes[i]->table == write->table &&
+             writes[i]->recordSize == write->recordSize && merged.RecordCount() < kMergedRecords;
+           ++i)
+        merged.records += writes[i]->records;
+      write = &merged;
+    }
     const Target target(*write);
     const std::string name = target.Name();
     uint32_t first = 0;
