@@ -10,6 +10,7 @@
 #include "core/format.h"
 #include "core/result_streaming.h"
 #include "core/server_wait.h"
+#include "core/spool.h"
 #include "platform/code_page.h"
 #include "platform/connection_socket.h"
 #include "platform/monitor_channel.h"
@@ -208,6 +209,7 @@ SQLRETURN DbConnection::ExecuteBounded(SQLHSTMT statement, const char* sql) {
   const SQLRETURN rc = Odbc().ExecDirect(statement, (SQLCHAR*)sql, SQL_NTS);
   // After a failure the session's state is not known.
   if (!SQL_SUCCEEDED(rc)) poolable_ = false;
+  cut_by_bound_ = limit.expired();
   return rc;
 }
 
@@ -350,11 +352,32 @@ bool DbConnection::Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE
   std::memcpy(error_state_, state, sizeof error_state_ - 1);
   error_state_[sizeof error_state_ - 1] = '\0';
   native_error_ = nativeError;
+  unreachable_ = cut_by_bound_ ||
+                 ServerUnreachable(reinterpret_cast<const char*>(state), nativeError, text);
+  cut_by_bound_ = false;
   if (form == DiagnosticForm::Plain)
     FormatBounded(error_text_, sizeof error_text_, "%s", text);
   else
     FormatBounded(error_text_, sizeof error_text_, "ret: %d, msg: %s", returnCode, text);
   if (text[0] != '\0' && announce_) NotifyMonitorWindow(error_text_);
+  return false;
+}
+
+bool DbConnection::SetAutocommit(bool on) {
+  const auto value = on ? SQL_AUTOCOMMIT_ON : SQL_AUTOCOMMIT_OFF;
+  if (Check(Odbc().SetConnectAttr(connection_.get(), SQL_ATTR_AUTOCOMMIT,
+                                  reinterpret_cast<SQLPOINTER>(value), SQL_IS_UINTEGER),
+            SQL_HANDLE_DBC, connection_.get()))
+    return true;
+  poolable_ = false;
+  return false;
+}
+
+bool DbConnection::EndTransaction(bool commit) {
+  if (Check(Odbc().EndTran(SQL_HANDLE_DBC, connection_.get(), commit ? SQL_COMMIT : SQL_ROLLBACK),
+            SQL_HANDLE_DBC, connection_.get()))
+    return true;
+  poolable_ = false;
   return false;
 }
 

@@ -43,6 +43,12 @@ class DbConnection {
   // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
   const char* ErrorState() const { return error_state_; }
   int NativeError() const { return native_error_; }
+  // The last failure was a connect or a session that failed for want of the
+  // server (see ServerUnreachable), or a statement cut by the server-wait bound.
+  bool Unreachable() const { return unreachable_; }
+  // Autocommit off, or back on; and the end of the open transaction.
+  bool SetAutocommit(bool on);
+  bool EndTransaction(bool commit);
 
   // A static cursor counts and returns; a forward-only one is read once with
   // MoveNext, and drivers that can stream it hold no more than a row or a page.
@@ -109,6 +115,8 @@ class DbConnection {
   bool declare_fetch_ = false;
   int end_flag_ = 0;
   bool announce_ = true;  // false while TableExists connects
+  bool unreachable_ = false;
+  bool cut_by_bound_ = false;  // the last statement was cut by the server-wait bound
   char error_text_[kErrorTextSize] = {};
   char error_state_[6] = {};
   int native_error_ = 0;

@@ -8,6 +8,7 @@
 #include "core/format.h"
 #include "core/last_error.h"
 #include "core/settings.h"
+#include "core/spool.h"
 
 using namespace scadastore;
 
@@ -17,6 +18,7 @@ uint32_t dbInitialize(const char* config) {
   return Guarded<uint32_t>(1, [&]() -> uint32_t {
     if (!ParseSettings(config, Settings())) return 1;
     ConnectionPool::Instance().Clear();
+    if (!StartSpool()) return 1;
     DbConnection probe;
     if (!probe.Open()) return 1;
     probe.Close();

@@ -4,6 +4,8 @@
 
 #include "core/format.h"
 #include "core/last_error.h"
+#include "core/spool.h"
+#include "core/spool_write.h"
 
 namespace scadastore {
 
@@ -12,9 +14,28 @@ uint32_t ExportCall::InvalidParameter() {
 }
 
 bool ExportCall::Open() {
+  if (Spool* spool = ActiveSpool()) spool->Forward(kForwardSlice);
   if (db_.Open()) return true;
   Write(code_.serials.Of(Serial::kOpenDsn), "failed to open DSN: %s", Settings().dsn);
   return false;
+}
+
+uint32_t ExportCall::FailSpool(const std::string& reason) {
+  return Write(code_.serials.Of(Serial::kOpenDsn), "failed to open DSN: %s; %s", Settings().dsn,
+               reason.c_str());
+}
+
+uint32_t KeepWrite(ExportCall& call, KeptWrite write, const WriteProgress& progress,
+                   const char* why) {
+  Spool* spool = ActiveSpool();
+  if (spool == nullptr) return call.FailSpool("spool: " + SpoolError());
+  if (write.recordSize == 0) return call.Fail(Serial::kCreateSql);
+  write.records.erase(0, size_t{progress.stored} * write.recordSize);
+  write.sentId = progress.sentId;
+  write.sentCount = progress.sentCount;
+  std::string error;
+  if (spool->Keep({write}, *why ? why : "earlier writes wait", error)) return 0;
+  return call.FailSpool(error);
 }
 
 bool ExportCall::Query(const Statement& sql, DbConnection::Cursor cursor) {

@@ -21,8 +21,11 @@ class ExportCall {
 
   // Serial 01.
   uint32_t InvalidParameter();
-  // Opens with the settings in force; on failure serial 02 with the DSN.
+  // Forwards what the spool holds for a slice of time, then opens with the
+  // settings in force; on failure serial 02 with the DSN.
   bool Open();
+  // Serial 02 with the DSN and the spool's reason for not keeping a write.
+  uint32_t FailSpool(const std::string& reason);
   // OpenQuery; on failure closes and writes kOpenTable with the statement.
   // A statement cut by its buffer is not run: it fails alike, naming the cut text.
   bool Query(const Statement& sql, DbConnection::Cursor cursor = DbConnection::Cursor::Static);

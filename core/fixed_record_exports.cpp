@@ -1,6 +1,7 @@
 #include "core/fixed_record_exports.h"
 
 #include "core/insert_retry.h"
+#include "core/spool_write.h"
 
 namespace scadastore {
 namespace {
@@ -56,19 +57,33 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
                             uint32_t largestIdBuffer, InsertBuilder insert) {
   return RunExport(code, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || size < recordSize) return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
     const auto* bytes = static_cast<const unsigned char*>(records);
-    uint32_t k = 0;  // stored records stay; a retry goes on from the refused one
-    return InsertWithFreshIds(call, [&] {
-      // The max(id) result stays open beside the inserts.
-      if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer))) return false;
-      uint32_t id = 0;
-      if (!ReadSingleInteger(call.db(), id)) return true;
-      for (; k < size / recordSize; ++k)
-        if (!call.Execute(insert(call.kind(), table, ++id, bytes + size_t{k} * recordSize)))
-          return false;
-      return true;
-    }) ? 0 : call.failure();
+    const uint32_t count = size / recordSize;
+    const auto kept = [&] {
+      return KeptWrite{std::strcmp(code.family, "alm") == 0 ? WriteFamily::kAlarm
+                                                            : WriteFamily::kLog,
+                       table, recordSize,
+                       std::string(reinterpret_cast<const char*>(bytes), size_t{count} * recordSize)};
+    };
+    return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
+      if (!call.Open()) return call.failure();
+      uint32_t k = 0;  // stored records stay; a retry goes on from the refused one
+      return InsertWithFreshIds(call, [&] {
+        // The max(id) result stays open beside the inserts.
+        if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer))) return false;
+        uint32_t id = 0;
+        if (!ReadSingleInteger(call.db(), id)) {
+          progress.answerLost = true;
+          return true;
+        }
+        for (; k < count; ++k) {
+          progress = {k, 1, ++id};
+          if (!call.Execute(insert(call.kind(), table, id, bytes + size_t{k} * recordSize)))
+            return false;
+        }
+        return true;
+      }) ? 0 : call.failure();
+    });
   });
 }
 

@@ -27,14 +27,32 @@ bool ReadSeconds(const char* field, size_t length, const char* name, int least, 
   return true;
 }
 
+// Reads "spoolmax=MEGABYTES" (1 to 2^40). False when the value is bad.
+bool ReadMegabytes(const char* field, size_t length, uint64_t& megabytes) {
+  constexpr size_t kNameLength = 9;
+  if (length < kNameLength || std::strncmp(field, "spoolmax=", kNameLength) != 0) return true;
+  const std::string value(field + kNameLength, length - kNameLength);
+  char* end = nullptr;
+  const unsigned long long number = std::strtoull(value.c_str(), &end, 10);
+  if (value.empty() || value[0] == '-' || *end != '\0' || number < 1 || number > (1ull << 40))
+    return false;
+  megabytes = number;
+  return true;
+}
+
 // The fields after the kind.
 bool ParseOptions(const char* options, ConnectionSettings& out) {
   while (options != nullptr) {
     const char* end = std::strchr(options, ';');
     const size_t length = end ? static_cast<size_t>(end - options) : std::strlen(options);
     if (length == 4 && std::strncmp(options, "pool", 4) == 0) out.pool = true;
+    if (length >= 6 && std::strncmp(options, "spool=", 6) == 0) {
+      if (length == 6) return false;
+      out.spoolDirectory.assign(options + 6, length - 6);
+    }
     if (!ReadSeconds(options, length, "login=", 1, out.loginTimeoutSeconds) ||
-        !ReadSeconds(options, length, "timeout=", 0, out.statementTimeoutSeconds))
+        !ReadSeconds(options, length, "timeout=", 0, out.statementTimeoutSeconds) ||
+        !ReadMegabytes(options, length, out.spoolMegabytes))
       return false;
     options = end ? end + 1 : nullptr;
   }
@@ -67,6 +85,8 @@ bool ParseSettings(const char* config, ConnectionSettings& out) {
   out.pool = options.pool;
   out.loginTimeoutSeconds = options.loginTimeoutSeconds;
   out.statementTimeoutSeconds = options.statementTimeoutSeconds;
+  out.spoolDirectory = options.spoolDirectory;
+  out.spoolMegabytes = options.spoolMegabytes;
   StoreField(out.dsn, config, dsnEnd);
   StoreField(out.user, dsnEnd + 1, userEnd);
   StoreField(out.password, userEnd + 1, passwordEnd);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace scadastore {
 
@@ -13,16 +14,20 @@ enum class SqlDialect { Backtick, Bracket, DoubleQuote };
 
 inline constexpr int kDefaultLoginTimeoutSeconds = 7;
 inline constexpr int kDefaultStatementTimeoutSeconds = 300;
+inline constexpr uint64_t kDefaultSpoolMegabytes = 1024;
 
 struct ConnectionSettings {
   char dsn[64] = {};
   char user[64] = {};
   char password[64] = {};
   DbKind kind = 1;
-  // Options after the kind: "pool", "login=SECONDS", "timeout=SECONDS".
+  // Options after the kind: "pool", "login=SECONDS", "timeout=SECONDS",
+  // "spool=DIR", "spoolmax=MEGABYTES".
   bool pool = false;
   int loginTimeoutSeconds = kDefaultLoginTimeoutSeconds;
   int statementTimeoutSeconds = kDefaultStatementTimeoutSeconds;  // 0: no bound
+  std::string spoolDirectory;  // empty: writes are not kept
+  uint64_t spoolMegabytes = kDefaultSpoolMegabytes;
 };
 
 // Parses "DSN;user;password;kind[;option...]". Unknown options are ignored; a

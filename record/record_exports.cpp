@@ -7,6 +7,7 @@
 #include "core/format.h"
 #include "core/insert_retry.h"
 #include "core/row_reader.h"
+#include "core/spool_write.h"
 #include "core/table_creation.h"
 #include "record/data_layout.h"
 #include "record/record_statements.h"
@@ -70,6 +71,19 @@ uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement
   return 0;
 }
 
+// A data-table write as the spool keeps it; recordSize 0 when its records
+// cannot be written at all.
+KeptWrite RecordWrite(WriteFamily family, const DataTableInfo* table, const TableLayout& layout,
+                      const void* records, uint32_t size) {
+  const size_t infoSize = sizeof(DataTableInfo) + size_t{table->columnCount} * sizeof(ColumnInfo);
+  const uint32_t recordSize = family == WriteFamily::kRecord ? size : table->recordSize;
+  const bool writable = layout.HoldsValues() && recordSize == table->recordSize &&
+                        recordSize > 0 && recordSize <= size;
+  const size_t bytes = writable ? size - size % recordSize : 0;
+  return {family, std::string(reinterpret_cast<const char*>(table), infoSize),
+          writable ? recordSize : 0, std::string(static_cast<const char*>(records), bytes)};
+}
+
 }  // namespace
 
 extern "C" {
@@ -97,15 +111,19 @@ uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table, const DataRe
                      uint32_t size) {
   return RunExport(Export::kSgSetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !record || size <= kRecordHeadSize) return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    return InsertWithFreshIds(call, [&] {
-      uint32_t id = 0;
-      if (!NextId(call, layout.name, id)) return false;
-      const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
-      if (!insert.complete) return call.Fail(Serial::kCreateSql, insert), false;
-      return call.Execute(insert);
-    }) ? 0 : call.failure();
+    const auto kept = [&] { return RecordWrite(WriteFamily::kRecord, table, layout, record, size); };
+    return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
+      if (!call.Open()) return call.failure();
+      return InsertWithFreshIds(call, [&] {
+        uint32_t id = 0;
+        if (!NextId(call, layout.name, id)) return false;
+        const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
+        if (!insert.complete) return call.Fail(Serial::kCreateSql, insert), false;
+        progress = {0, 1, id};
+        return call.Execute(insert);
+      }) ? 0 : call.failure();
+    });
   });
 }
 
@@ -114,15 +132,19 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
   return RunExport(Export::kSgBatchSetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !buffer || size <= kRecordHeadSize || !AllowsBatches(call.kind()))
       return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    return InsertWithFreshIds(call, [&] {
-      uint32_t firstId = 0;
-      if (!NextId(call, layout.name, firstId)) return false;
-      const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
-      if (!batch.complete) return call.Fail(Serial::kCreateSql), false;
-      return call.Execute(batch);
-    }) ? 0 : call.failure();
+    const auto kept = [&] { return RecordWrite(WriteFamily::kBatch, table, layout, buffer, size); };
+    return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
+      if (!call.Open()) return call.failure();
+      return InsertWithFreshIds(call, [&] {
+        uint32_t firstId = 0;
+        if (!NextId(call, layout.name, firstId)) return false;
+        const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
+        if (!batch.complete) return call.Fail(Serial::kCreateSql), false;
+        progress = {0, size / table->recordSize, firstId};
+        return call.Execute(batch);
+      }) ? 0 : call.failure();
+    });
   });
 }
 

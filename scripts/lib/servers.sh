@@ -134,6 +134,20 @@ postgres_bin() {
 
 postgres_running() { [ -n "$PG_DIR" ] && live_pid "$PG_DIR/data/postmaster.pid" >/dev/null; }
 
+# Starts the server of PG_DIR on PG_PORT and waits until it accepts connections.
+launch_postgres() {
+  as_user postgres "$(postgres_bin)/pg_ctl" -D "$PG_DIR/data" -l "$PG_DIR/server.log" -w -t 30 \
+    -o "-c listen_addresses=127.0.0.1 -p $PG_PORT -k $PG_DIR -c fsync=off -c synchronous_commit=off -c full_page_writes=off" \
+    start >>"$PG_DIR/pg_ctl.log" 2>&1
+}
+
+# Stops the server of PG_DIR, ending its sessions mid-statement, keeping its
+# data (a crash would lose commits: the test servers do not flush them).
+halt_postgres() {
+  as_user postgres "$(postgres_bin)/pg_ctl" -D "$PG_DIR/data" -m fast -w -t 20 stop \
+    >>"$PG_DIR/pg_ctl.log" 2>&1
+}
+
 # Sets PG_DIR and PG_PORT; the server log is $PG_DIR/server.log.
 start_postgres() {
   local bin attempt
@@ -148,9 +162,7 @@ start_postgres() {
   fi
   for attempt in 1 2 3; do
     free_port || return 1; PG_PORT=$FREE_PORT
-    if as_user postgres "$bin/pg_ctl" -D "$PG_DIR/data" -l "$PG_DIR/server.log" -w -t 30 \
-        -o "-c listen_addresses=127.0.0.1 -p $PG_PORT -k $PG_DIR -c fsync=off -c synchronous_commit=off -c full_page_writes=off" \
-        start >>"$PG_DIR/pg_ctl.log" 2>&1; then
+    if launch_postgres; then
       break
     fi
     # Another program took the port between the check and the start: try another.
@@ -188,6 +200,25 @@ maria_ping() {
     -u"$TEST_USER" -p"$TEST_PASSWORD" ping >/dev/null 2>&1
 }
 
+# Starts the server of MARIA_DIR on MARIA_PORT in the background ($! is its PID).
+launch_maria() {
+  setsid mariadbd --no-defaults --user=mysql --datadir="$MARIA_DIR/data" \
+    --socket="$MARIA_DIR/mysqld.sock" --pid-file="$MARIA_DIR/mysqld.pid" --port="$MARIA_PORT" \
+    --skip-networking=0 --bind-address=127.0.0.1 --skip-name-resolve \
+    --innodb-flush-log-at-trx-commit=0 --innodb-buffer-pool-size=64M \
+    --character-set-server=utf8mb4 --collation-server=utf8mb4_general_ci \
+    --log-error="$MARIA_DIR/error.log" </dev/null >/dev/null 2>&1 &
+}
+
+# Stops the server of MARIA_DIR, ending its sessions mid-statement, keeping
+# its data (a crash would lose commits: the test servers do not flush them).
+halt_maria() {
+  local pid
+  pid=$(live_pid "$MARIA_DIR/mysqld.pid") || return 0
+  kill -TERM "$pid"
+  wait_gone_or_kill "$pid" 20
+}
+
 # Sets MARIA_DIR and MARIA_PORT; the server log is $MARIA_DIR/error.log.
 start_maria() {
   local attempt pid
@@ -211,12 +242,7 @@ SQL
   fi
   for attempt in 1 2 3; do
     free_port || return 1; MARIA_PORT=$FREE_PORT
-    setsid mariadbd --no-defaults --user=mysql --datadir="$MARIA_DIR/data" \
-      --socket="$MARIA_DIR/mysqld.sock" --pid-file="$MARIA_DIR/mysqld.pid" --port="$MARIA_PORT" \
-      --skip-networking=0 --bind-address=127.0.0.1 --skip-name-resolve \
-      --innodb-flush-log-at-trx-commit=0 --innodb-buffer-pool-size=64M \
-      --character-set-server=utf8mb4 --collation-server=utf8mb4_general_ci \
-      --log-error="$MARIA_DIR/error.log" </dev/null >/dev/null 2>&1 &
+    launch_maria
     pid=$!
     for _ in $(seq 1 600); do   # 60 s
       maria_ping && return 0

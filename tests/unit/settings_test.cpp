@@ -48,14 +48,19 @@ TEST(ParseSettings, OptionsAfterTheKind) {
   EXPECT_FALSE(s.pool);
   EXPECT_EQ(s.loginTimeoutSeconds, 7);
   EXPECT_EQ(s.statementTimeoutSeconds, 300);
-  s = Parsed("d;u;p;5;pool;login=3;timeout=0;colour=red;poolish");
+  EXPECT_EQ(s.spoolDirectory, "");
+  EXPECT_EQ(s.spoolMegabytes, 1024u);
+  s = Parsed("d;u;p;5;pool;login=3;timeout=0;colour=red;poolish;spool=/var/s;spoolmax=5");
+  EXPECT_EQ(s.spoolDirectory, "/var/s");
+  EXPECT_EQ(s.spoolMegabytes, 5u);
   EXPECT_EQ(s.kind, 5);
   EXPECT_TRUE(s.pool);
   EXPECT_EQ(s.loginTimeoutSeconds, 3);
   EXPECT_EQ(s.statementTimeoutSeconds, 0);
   EXPECT_FALSE(Parsed("d;u;p;5;poolish").pool);
   for (const char* text : {"d;u;p;5;login=0", "d;u;p;5;timeout=", "d;u;p;5;timeout=5s",
-                           "d;u;p;5;login=-1", "d;u;p;5;timeout=86401"})
+                           "d;u;p;5;login=-1", "d;u;p;5;timeout=86401", "d;u;p;5;spool=",
+                           "d;u;p;5;spoolmax=0", "d;u;p;5;spoolmax=-1", "d;u;p;5;spoolmax=1M"})
     EXPECT_STREQ(Parsed(text, false).dsn, "before") << text;
 }
 

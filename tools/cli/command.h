@@ -147,6 +147,7 @@ void AddSqlCommand(CLI::App& app, Context& context);
 void AddMonitorCommand(CLI::App& app, Context& context);
 void AddDemoCommand(CLI::App& app, Context& context);
 void AddPurgeCommand(CLI::App& app, Context& context);
+void AddSpoolCommand(CLI::App& app, Context& context);
 void AddReportCommand(CLI::App& app, Context& context);
 
 }  // namespace scadastore::cli

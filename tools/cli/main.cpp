@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
   AddMonitorCommand(app, context);
   AddDemoCommand(app, context);
   AddPurgeCommand(app, context);
+  AddSpoolCommand(app, context);
   AddReportCommand(app, context);
 
   try {

@@ -1,0 +1,122 @@
+// Store and forward (option spool=DIR) on the server databases, records of 8
+// float columns:
+//   a pooled sgSetRecord with the option off and on, the database healthy;
+//   keeping: sgSetRecord while the data source reaches nothing (a closed
+//   port), each write flushed to the spool's journal;
+//   forwarding: rows per second from the spool into the database, beside
+//   sgBatchSetRecord of 1,000 records, the normal batch write.
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "bench_support.h"
+#include "core/spool.h"
+
+namespace {
+
+using namespace bench;
+
+constexpr uint32_t kKept = 5000;
+
+std::string SpoolDirectory() { return "/tmp/scadastore-bench-spool-" + std::to_string(getpid()); }
+
+// A table of the run, made once per target.
+std::vector<unsigned char> Table(const Target& target, const char* role) {
+  std::vector<unsigned char> bytes = DataTableBytes(bench::TableName("spool", role));
+  auto* table = reinterpret_cast<DataTableInfo*>(bytes.data());
+  if (ToCreate(target, table->name)) sgEnsureTableExist(Token(), table, nullptr, 0);
+  return bytes;
+}
+
+uint32_t WriteOne(const std::vector<unsigned char>& table, std::vector<unsigned char>& record) {
+  return sgSetRecord(Token(), reinterpret_cast<const DataTableInfo*>(table.data()),
+                     reinterpret_cast<DataRecord*>(record.data()), kDataRecordSize);
+}
+
+void PooledWrite(benchmark::State& state, const Target& target, bool spool) {
+  if (!UseOrSkip(state, target)) return;
+  const std::vector<unsigned char> table = Table(target, "write");
+  if (!UseOrSkip(state, target, ";pool" + (spool ? ";spool=" + SpoolDirectory() : ""))) return;
+  std::vector<unsigned char> record(kDataRecordSize);
+  for (auto _ : state)
+    if (WriteOne(table, record) != 0) return state.SkipWithError(dbGetLastError());
+  state.counters["writes/s"] = benchmark::Counter(static_cast<double>(state.iterations()),
+                                                  benchmark::Counter::kIsRate);
+}
+
+// The same login on a port where nothing listens.
+std::string Unreachable(const Target& target) {
+  const Login login = LoginOf(target);
+  return std::string(target.kind == 2 ? "scadastore_maria_blackhole" : "scadastore_blackhole") +
+         ";" + login.user + ";" + login.password + ";" + std::to_string(target.kind) +
+         ";pool;login=1;spool=" + SpoolDirectory();
+}
+
+// Keeps `count` writes, then points the library back at the database.
+bool Keep(const Target& target, const std::vector<unsigned char>& table, uint32_t count) {
+  dbInitialize(Unreachable(target).c_str());
+  std::vector<unsigned char> record(kDataRecordSize);
+  for (uint32_t k = 0; k < count; ++k)
+    if (WriteOne(table, record) != 0) return false;
+  return true;
+}
+
+void Keeping(benchmark::State& state, const Target& target) {
+  if (!UseOrSkip(state, target)) return;
+  const std::vector<unsigned char> table = Table(target, "keep");
+  dbInitialize(Unreachable(target).c_str());
+  std::vector<unsigned char> record(kDataRecordSize);
+  for (auto _ : state)
+    if (WriteOne(table, record) != 0) return state.SkipWithError(dbGetLastError());
+  state.counters["writes/s"] = benchmark::Counter(static_cast<double>(state.iterations()),
+                                                  benchmark::Counter::kIsRate);
+  std::filesystem::remove_all(SpoolDirectory());  // not forwarded
+}
+
+void Forwarding(benchmark::State& state, const Target& target) {
+  if (!UseOrSkip(state, target)) return;
+  const std::vector<unsigned char> table = Table(target, "forward");
+  for (auto _ : state) {
+    state.PauseTiming();
+    if (!Keep(target, table, kKept) || !Use(target, ";pool;spool=" + SpoolDirectory()))
+      return state.SkipWithError(dbGetLastError());
+    state.ResumeTiming();
+    while (scadastore::ActiveSpool()->Holds()) almGetAlarmCount(Token(), "scadastore_spool");
+  }
+  state.counters["rows/s"] = benchmark::Counter(static_cast<double>(state.iterations() * kKept),
+                                                benchmark::Counter::kIsRate);
+}
+
+void BatchWrite(benchmark::State& state, const Target& target) {
+  if (!UseOrSkip(state, target)) return;
+  const std::vector<unsigned char> table = Table(target, "batch");
+  if (!UseOrSkip(state, target, ";pool")) return;
+  std::vector<unsigned char> records(size_t{kDataRecordSize} * 1000);
+  for (auto _ : state)
+    if (sgBatchSetRecord(Token(), reinterpret_cast<const DataTableInfo*>(table.data()),
+                         records.data(), static_cast<uint32_t>(records.size())) != 0)
+      return state.SkipWithError(dbGetLastError());
+  state.counters["rows/s"] = benchmark::Counter(static_cast<double>(state.iterations() * 1000),
+                                                benchmark::Counter::kIsRate);
+}
+
+BENCHMARK_CAPTURE(PooledWrite, postgres_off, kPostgres, false)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(PooledWrite, postgres_on, kPostgres, true)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(Keeping, postgres, kPostgres)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(Forwarding, postgres, kPostgres)->UseRealTime()->Iterations(3);
+BENCHMARK_CAPTURE(BatchWrite, postgres, kPostgres)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(PooledWrite, mariadb_off, kMariadb, false)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(PooledWrite, mariadb_on, kMariadb, true)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(Keeping, mariadb, kMariadb)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(Forwarding, mariadb, kMariadb)->UseRealTime()->Iterations(3);
+BENCHMARK_CAPTURE(BatchWrite, mariadb, kMariadb)->UseRealTime()->MinTime(2.0);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int status = RunThenDropTables(argc, argv);
+  std::filesystem::remove_all(SpoolDirectory());
+  return status;
+}

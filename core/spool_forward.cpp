@@ -1,0 +1,178 @@
+#include "core/spool_forward.h"
+
+#include <cstring>
+#include <map>
+
+#include "alarm/alarm_record.h"
+#include "alarm/alarm_statements.h"
+#include "core/common_statements.h"
+#include "core/row_reader.h"
+#include "log/log_record.h"
+#include "log/log_statements.h"
+#include "record/data_layout.h"
+#include "record/record_statements.h"
+
+namespace scadastore {
+namespace {
+
+constexpr const char* kSequenceTable = "scadastore_spool";
+constexpr uint32_t kMergedRecords = 1000;
+
+bool Mergeable(const KeptWrite& write) {
+  return (write.family == WriteFamily::kRecord || write.family == WriteFamily::kBatch) &&
+         write.sentCount == 0;
+}
+
+// A kept write's table and its statements.
+class Target {
+ public:
+  explicit Target(const KeptWrite& write) : write_(write) {
+    if (IsRecord()) {
+      info_.assign(write.table.size() / sizeof(uint32_t) + 1, 0);
+      std::memcpy(info_.data(), write.table.data(), write.table.size());
+      layout_ = record::DescribeTable(*reinterpret_cast<const DataTableInfo*>(info_.data()));
+    }
+  }
+  bool IsRecord() const {
+    return write_.family == WriteFamily::kRecord || write_.family == WriteFamily::kBatch;
+  }
+  std::string Name() const { return IsRecord() ? layout_.name : write_.TableName(); }
+  const unsigned char* Record(uint32_t k) const {
+    return reinterpret_cast<const unsigned char*>(write_.records.data()) +
+           size_t{k} * write_.recordSize;
+  }
+  Statement Insert(DbKind kind, uint32_t id, const void* record) const {
+    switch (write_.family) {
+      case WriteFamily::kAlarm: return alarm::InsertStatement(kind, write_.table.c_str(), id, record);
+      case WriteFamily::kLog: return log::InsertStatement(kind, write_.table.c_str(), id, record);
+      default: return record::InsertStatement(kind, layout_, record, write_.recordSize, id);
+    }
+  }
+  // The records from `first` on under the ids from `firstId`.
+  std::vector<Statement> Inserts(DbKind kind, uint32_t first, uint32_t firstId) const {
+    const uint32_t count = write_.RecordCount();
+    if (write_.family == WriteFamily::kBatch && first < count)
+      return {record::BatchStatement(kind, layout_, Record(first),
+                                     (count - first) * write_.recordSize, firstId)};
+    std::vector<Statement> inserts;
+    for (uint32_t k = first; k < count; ++k) inserts.push_back(Insert(kind, firstId++, Record(k)));
+    return inserts;
+  }
+  // The row stored under `id` reads back as `record` would be written.
+  bool StoredAs(DbConnection& db, uint32_t id, const void* record) const {
+    const Statement select = FormatStatement(db.dialect(), 8192, "select * from `%s` where `id` = %u",
+                                             Name().c_str(), id);
+    if (!select.complete || !db.OpenQuery(select.text.c_str()) || !db.MoveToFirstRow()) return false;
+    std::vector<unsigned char> stored(write_.recordSize, 0);
+    double value = 0.0;
+    switch (write_.family) {
+      case WriteFamily::kAlarm: alarm::ReadAlarmRow(db, stored.data(), value); break;
+      case WriteFamily::kLog: log::ReadLogRecord(db, stored.data()); break;
+      default:
+        if (record::ReadRecord(db, layout_.columns, stored.data())) return false;
+    }
+    const Statement expected = Insert(db.kind(), id, record);
+    const Statement found = Insert(db.kind(), id, stored.data());
+    return expected.text == found.text && expected.texts == found.texts;
+  }
+
+ private:
+  const KeptWrite& write_;
+  std::vector<uint32_t> info_;  // the DataTableInfo, aligned
+  record::TableLayout layout_;
+};
+
+// Rolls the transaction back, keeping the database's reason.
+ForwardOutcome Failed(DbConnection& db, std::string& reason) {
+  const ForwardOutcome outcome =
+      db.Unreachable() ? ForwardOutcome::kUnreachable : ForwardOutcome::kRefused;
+  if (reason.empty()) reason = db.ErrorText();
+  db.EndTransaction(false);
+  db.SetAutocommit(true);
+  return outcome;
+}
+
+}  // namespace
+
+bool ReadForwardedSequence(DbConnection& db, const std::string& spoolId, uint64_t& sequence) {
+  const SqlDialect dialect = db.dialect();
+  const Statement select = FormatStatement(
+      dialect, kStatementSize, "select `forwarded` from `%s` where `spool` = '%s'",
+      kSequenceTable, spoolId.c_str());
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (db.OpenQuery(select.text.c_str())) {
+      double forwarded = 0;
+      if (db.MoveToFirstRow() && db.GetDouble(1, &forwarded, sizeof forwarded)) {
+        sequence = static_cast<uint64_t>(forwarded);
+        return true;
+      }
+      const Statement insert = FormatStatement(
+          dialect, kStatementSize, "insert into `%s` (`spool`, `forwarded`) values ('%s', 0)",
+          kSequenceTable, spoolId.c_str());
+      sequence = 0;
+      return db.Execute(insert.text.c_str());
+    }
+    if (db.Unreachable()) return false;
+    // Another process may have made it meanwhile: the select decides.
+    db.Execute(FormatStatement(dialect, kStatementSize,
+                               "create table `%s` (`spool` varchar(32) not null primary key, "
+                               "`forwarded` bigint not null)",
+                               kSequenceTable)
+                   .text.c_str());
+  }
+  return false;
+}
+
+ForwardOutcome ForwardWrites(DbConnection& db, const std::string& spoolId, uint64_t sequence,
+                             const std::vector<const KeptWrite*>& writes, std::string& reason) {
+  reason.clear();
+  if (!db.SetAutocommit(false)) return Failed(db, reason);
+  std::map<std::string, uint32_t> nextIds;
+  for (size_t i = 0; i < writes.size();) {
+    // Samples kept one by one travel as one multi-row insert.
+    KeptWrite merged;
+    const KeptWrite* write = writes[i++];
+    if (Mergeable(*write) && record::AllowsBatches(db.kind())) {
+      merged = *write;
+      merged.family = WriteFamily::kBatch;
+      for (; i < writes.size() && Mergeable(*writes[i]) && writes[i]->table == write->table &&
+             writes[i]->recordSize == write->recordSize && merged.RecordCount() < kMergedRecords;
+           ++i)
+        merged.records += writes[i]->records;
+      write = &merged;
+    }
+    const Target target(*write);
+    const std::string name = target.Name();
+    uint32_t first = 0;
+    if (write->sentCount > 0) {
+      first = write->sentCount;
+      for (uint32_t k = 0; k < write->sentCount && first != 0; ++k)
+        if (!target.StoredAs(db, write->sentId + k, target.Record(k))) first = 0;
+      if (db.Unreachable()) return Failed(db, reason);
+    }
+    auto next = nextIds.find(name);
+    if (next == nextIds.end()) {
+      if (!db.OpenQuery(LargestIdStatement(db.kind(), name, record::kLookupStatementSize)
+                            .text.c_str()))
+        return Failed(db, reason);
+      uint32_t largest = 0;
+      db.MoveToFirstRow();
+      db.GetInteger(1, &largest, sizeof largest);
+      next = nextIds.emplace(name, largest + 1).first;
+    }
+    for (const Statement& insert : target.Inserts(db.kind(), first, next->second)) {
+      if (!insert.complete) reason = "not run, cut: " + insert.text;
+      if (!insert.complete || !db.Execute(insert.Sent().c_str(), insert.texts))
+        return Failed(db, reason);
+    }
+    next->second += write->RecordCount() - first;
+  }
+  const Statement update = FormatStatement(
+      db.dialect(), kStatementSize, "update `%s` set `forwarded` = %llu where `spool` = '%s'",
+      kSequenceTable, static_cast<unsigned long long>(sequence), spoolId.c_str());
+  if (!db.Execute(update.text.c_str()) || !db.EndTransaction(true)) return Failed(db, reason);
+  db.SetAutocommit(true);
+  return ForwardOutcome::kCommitted;
+}
+
+}  // namespace scadastore

@@ -1,0 +1,107 @@
+#!/usr/bin/env bash
+# Store and forward on a server of this test's own, stopped and started under
+# a writing host, and a host killed (kill -9) while keeping and forwarding.
+#
+#   spool_test.sh postgres|mariadb SPOOL_HOST SCADASTORE_TOOL
+#
+# Prints the figures of each scenario; fails when an acknowledged write is
+# lost or stored twice, or a table's rows are out of call order.
+set -uo pipefail
+database=$1 host=$2 tool=$3
+root=$(cd "$(dirname "$0")/../.." && pwd)
+# shellcheck source=../../scripts/lib/servers.sh
+source "$root/scripts/lib/servers.sh"
+work=$(mktemp -d /tmp/scadastore-spool.XXXXXX)
+# SPOOL_TEST_KEEP=1 keeps the spool, notes and outputs for a look.
+trap 'stop_postgres; stop_maria; [ -n "${SPOOL_TEST_KEEP:-}" ] || rm -rf "$work"' EXIT
+failures=0
+
+case $database in
+  postgres)
+    start_postgres || exit 1
+    dsn=scadastore_pg kind=5
+    halt() { halt_postgres; }
+    resume() { launch_postgres; } ;;
+  mariadb)
+    start_maria || exit 1
+    dsn=scadastore_maria kind=2
+    halt() { halt_maria; }
+    resume() {
+      launch_maria
+      for _ in $(seq 1 300); do maria_ping && return 0; sleep 0.1; done
+      return 1
+    } ;;
+  *) echo "usage: $0 postgres|mariadb SPOOL_HOST SCADASTORE_TOOL" >&2; exit 2 ;;
+esac
+save_state "$work/state" && write_odbc_files "$work" "$work/state" >/dev/null || exit 1
+export ODBCSYSINI=$work ODBCINI=$work/odbc.ini
+plain="$dsn;$TEST_USER;$TEST_PASSWORD;$kind;pool;login=2;timeout=5"
+spooled="$plain;spool=$work/spool"
+
+check() {  # check NAME PREFIX NOTES: the database against the notes
+  local figures
+  figures=$("$host" check "$plain" "$2" "$3" 2>"$work/$2.check")
+  local status=$?
+  echo "$1: $figures"
+  [ $status -eq 0 ] || { echo "FAILED: $1"; failures=$((failures + 1)); }
+}
+
+drain() {  # drain CONFIG: the tool forwards what is left; the spool must end empty
+  "$tool" --config "$1" spool forward >"$work/forward.out" 2>&1 \
+    || { echo "FAILED: spool forward"; cat "$work/forward.out"; failures=$((failures + 1)); }
+  "$tool" --config "$1" spool status >"$work/status.out" 2>&1 \
+    || { echo "FAILED: spool status after forward"; cat "$work/status.out"; failures=$((failures + 1)); }
+}
+
+# --- the server stops for seconds under a steady writer ------------------------
+"$host" write "$spooled" o 1 14 150 "$work/o.notes" >"$work/o.out" 2>"$work/o.err" &
+writer=$!
+sleep 3
+halt
+sleep 5
+resume || { echo "FAILED: the server did not start again"; exit 1; }
+wait $writer
+echo "outage: $(cat "$work/o.out") failed calls $(grep -c failed "$work/o.err")"
+drain "$spooled"
+check outage o "$work/o.notes"
+
+# --- kill -9 while keeping and while forwarding ------------------------------------
+first=100000
+for point in $(seq 1 12); do
+  "$host" write "$spooled" k $first 30 200 "$work/k.notes" >/dev/null 2>>"$work/k.err" &
+  writer=$!
+  if [ $((point % 2)) -eq 1 ]; then   # keeping: the server is away
+    sleep 0.$((RANDOM % 5 + 3)); halt; sleep 0.$((RANDOM % 9 + 1))
+    kill -9 $writer; wait $writer 2>/dev/null
+    resume || exit 1
+  else                               # forwarding what the last one kept
+    sleep 0.$((RANDOM % 9 + 1))
+    kill -9 $writer; wait $writer 2>/dev/null
+  fi
+  first=$((first + 100000))
+done
+echo "kill -9: 12 points, $(wc -l <"$work/k.notes") acknowledged"
+drain "$spooled"
+check "kill -9" k "$work/k.notes"
+
+# --- a spool on a small file system fills while the server is away -------------
+mkdir -p "$work/full"
+full="$plain;spool=$work/full/spool"
+if mount -t tmpfs -o size=256k tmpfs "$work/full" 2>/dev/null; then
+  trap 'umount "$work/full"; stop_postgres; stop_maria; [ -n "${SPOOL_TEST_KEEP:-}" ] || rm -rf "$work"' EXIT
+  room="256 KB tmpfs"
+else
+  full="$full;spoolmax=1" room="spoolmax=1"
+fi
+"$host" write "$full" f 1 0 1 "$work/f.notes" >/dev/null   # the tables, and write 1
+halt
+"$host" write "$full" f 2 4 400 "$work/f.notes" >"$work/f.out" 2>"$work/f.err"
+resume || exit 1
+refused=$(grep -c "failed to open DSN: $dsn; spool full: " "$work/f.err")
+echo "full ($room): $(cat "$work/f.out"), $refused refused with \"spool full\""
+[ "$refused" -gt 0 ] || { echo "FAILED: no call was refused for a full spool"; sed -n 1,3p "$work/f.err"; failures=$((failures + 1)); }
+drain "$full"
+check full f "$work/f.notes"
+
+[ $failures -eq 0 ] && echo "spool $database: passed" || echo "spool $database: $failures failed"
+exit $((failures > 0))
