@@ -141,6 +141,13 @@ TEST_P(FailoverTest, KillOfTheNodeInUseLosesNoAcknowledgedWrite) {
     tables.emplace_back(DropAtEnd(UniqueTableName(name)), Columns{{"v", SCADASTORE_VALUE_FLOAT}});
     ASSERT_EQ(sgEnsureTableExist(Token(), tables.back().info(), nullptr, 0), 0u) << LastError();
   }
+  if (!IsGalera()) {  // the standby refuses a write given to it directly
+    ASSERT_EQ(dbInitialize((std::string(std::getenv("SCADASTORE_TEST_PGPAIR_STANDBY")) + ";5")
+                               .c_str()), 0u) << LastError();
+    RecordBuffer sample(tables[0].recordSize(), 1);
+    EXPECT_TRUE(Refused(sgSetRecord(Token(), tables[0].info(), sample.record(0),
+                                    tables[0].recordSize()), 1, "[rcd104] exec error"));
+  }
   int pipes[2];
   ASSERT_EQ(pipe(pipes), 0);
   const pid_t child = fork();
