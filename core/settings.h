@@ -47,6 +47,10 @@ inline bool HasLimitOffset(DbKind kind, bool onSqlite) {
 }
 // Kind 4 creates no index on new tables.
 inline bool CreatesIndex(DbKind kind) { return kind != 4; }
+// Kind 2 (MariaDB/MySQL) divides integers with "div": its "/" gives a decimal.
+inline const char* IntegerDivision(DbKind kind) { return kind == 2 ? "div" : "/"; }
+// Kind 2 cannot limit a subquery of "in", but limits a delete itself.
+inline bool LimitsDeleteItself(DbKind kind) { return kind == 2; }
 
 char OpenQuote(SqlDialect dialect);
 char CloseQuote(SqlDialect dialect);
