@@ -57,11 +57,11 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
       return 0;
     }
 
-    constexpr uint32_t kFirstRows = 1024;
+    // Room for the first row; both blocks double as the rows come.
     TextTableBuilder builder;
-    if (!builder.AllocateOffsets(kFirstRows, static_cast<uint32_t>(columns)))
+    if (!builder.AllocateOffsets(1, static_cast<uint32_t>(columns)))
       return call.Fail(Serial::kAllocMemory);
-    if (!builder.AllocateText(kFirstRows)) return call.Fail(Serial::kAllocMemory, 1);
+    if (!builder.AllocateText(1)) return call.Fail(Serial::kAllocMemory, 1);
     // Serial step of a failed append: the first when doubling is not enough,
     // the second when the allocation is refused.
     auto appended = [&](std::string_view piece, int tooLargeStep) {
