@@ -307,14 +307,15 @@ TEST_P(RecordTest, DeletesAllByStatementAndByPosition) {
   EXPECT_EQ(sgGetRecordCount(Token(), table()), 0u);
   EXPECT_EQ(sgGetIdByIndex(Token(), table(), 1), 0u);
   EXPECT_STREQ(dbGetLastError(), "[rcd904] invalid parameter");
-  EXPECT_TRUE(Failed(sgGetRecordByIndex(Token(), table(), 1, one_.record(0), kRecordSize),
-                     "[rcd1004] invalid parameter"));
+  EXPECT_TRUE(Refused(sgGetRecordByIndex(Token(), table(), 1, one_.record(0), kRecordSize), 1,
+                      "[rcd1004] invalid parameter"));
   EXPECT_EQ(dbIsTableExist(Token(), table()->name), 1);
 
   // A name longer than the 255-character statement is cut and rejected.
   const std::string longName(300, 'n');
   const auto* cut = reinterpret_cast<const DataTableInfo*>(longName.c_str());
-  EXPECT_TRUE(Refused(sgDeleteRecord(Token(), cut, nullptr), 1, "[rcd803] exec error: "));
+  EXPECT_TRUE(Refused(sgDeleteRecord(Token(), cut, nullptr), 1,
+                      "[rcd803] exec error: not run, cut at 255 characters, sql: delete from "));
   EXPECT_EQ(sgGetRecordCount(Token(), cut), 0xFFFFFFFFu);
   const std::string countError = dbGetLastError();
   EXPECT_EQ(countError.rfind("[rcd1303] failed to open table: select count(*) from ", 0), 0u);
