@@ -92,6 +92,14 @@ void DbConnection::Close() {
   pool_login_.clear();
 }
 
+bool DbConnection::OnSqlite() {
+  char name[32] = {};
+  SQLSMALLINT length = 0;
+  return SQL_SUCCEEDED(Odbc().GetInfo(connection_.get(), SQL_DBMS_NAME, name, sizeof name,
+                                      &length)) &&
+         std::strncmp(name, "SQLite", 6) == 0;
+}
+
 int DbConnection::TableExists(const char* tableName) {
   // The lookup reports nothing, not even a failed connect.
   announce_ = false;

@@ -38,6 +38,8 @@ class DbConnection {
   // nothing: a failed connect leaves no error text and is not announced.
   int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
+  // Whether the open connection's database is SQLite (a file database).
+  bool OnSqlite();
   // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
   const char* ErrorState() const { return error_state_; }
   int NativeError() const { return native_error_; }

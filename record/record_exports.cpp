@@ -220,7 +220,8 @@ uint32_t sgGetIdByIndex(CallerToken token, const DataTableInfo* table, uint32_t 
     if (!token || !table || index == 0) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     const std::string name(TableName(table));
-    if (!call.Query(PositionStatement(call.kind(), name, IdsStatement(call.kind(), name), index)))
+    if (!call.Query(PositionStatement(call.kind(), call.db().OnSqlite(), name,
+                                      IdsStatement(call.kind(), name), index)))
       return call.failure();
     DbConnection& db = call.db();
     if (!db.MoveToFirstRow()) return call.Fail(Serial::kIndexPastEnd);
@@ -239,7 +240,7 @@ uint32_t sgGetRecordByIndex(CallerToken token, const DataTableInfo* table, uint3
     // Without a layout check, a recordSize too small for the values would be written past.
     if (!layout.HoldsValues()) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(PositionStatement(call.kind(), layout.name,
+    if (!call.Query(PositionStatement(call.kind(), call.db().OnSqlite(), layout.name,
                                       SelectAllStatement(call.kind(), layout.name), index)))
       return call.failure();
     DbConnection& db = call.db();

@@ -10,6 +10,7 @@
 #include "tools/cli/command.h"
 #include "tools/cli/output/csv.h"
 #include "tools/cli/database/data_table.h"
+#include "tools/cli/commands/figure_statements.h"
 #include "tools/cli/commands/record_writer.h"
 #include "tools/cli/times.h"
 
@@ -22,6 +23,7 @@ struct ListOptions {
   std::string table, columns, minute, output;
   TimeRangeOptions range;
   uint32_t index = 0;
+  size_t points = 0;
 };
 
 struct ImportOptions {
@@ -34,24 +36,6 @@ std::vector<std::string> RecordHeaders(const DataTable& table) {
   std::vector<std::string> headers(std::begin(kRecordHead), std::end(kRecordHead));
   for (const Column& column : table.columns()) headers.push_back(column.name);
   return headers;
-}
-
-// A float column as SQLite must give it to keep every bit: its driver
-// passes doubles through 15-digit text, so the value goes as an exact
-// integer mantissa and a power of two, "k m" for m * 2^-k.
-std::string ExactSqliteFloat(const std::string& column) {
-  std::string k = fmt::format("(53 - cast(floor(log2(abs({}))) as integer))", column);
-  return fmt::format(
-      "case when {0} is null then null when {0} = 0 then cast({0} as text) else {1} || ' ' || "
-      "cast({0} * power(2.0, {1} / 2) * power(2.0, {1} - {1} / 2) as integer) end",
-      column, k);
-}
-
-double ParseFloat(const std::string& text) {
-  size_t space = text.find(' ');
-  if (space == std::string::npos) return std::strtod(text.c_str(), nullptr);
-  return std::ldexp(static_cast<double>(std::stoll(text.substr(space + 1))),
-                    -std::stoi(text.substr(0, space)));
 }
 
 // The rows of a time range in id order, read through the tool's own
@@ -96,7 +80,7 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
               c < 4 ? uint32_t{SCADASTORE_VALUE_INTEGER} : table.columns()[c - 4].type;
           if (c == 1)
             cells[c] = TimeCell(static_cast<uint32_t>(std::stoul(*text)), context.Output());
-          else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseFloat(*text);
+          else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseExactFloat(*text);
           else if (type == SCADASTORE_VALUE_INTEGER) cells[c] = std::stoll(*text);
           else cells[c] = *text;
         }
@@ -105,6 +89,58 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
         writer.Write(std::move(row));
       }
       if (!paged) break;
+    }
+  } catch (const OdbcError& error) {
+    throw CommandError(fmt::format("reading {}: {}", table.name(), error.what()));
+  }
+}
+
+// --points N: per column at most N points of the range that keep its shape,
+// the first, last, minimum and maximum of each of N / 4 equal buckets, in
+// one statement. A row shows a column's value only where it is one of that
+// column's points.
+void StreamTrend(Context& context, const DataTable& table, const ListOptions& options,
+                 const std::vector<size_t>& chosen, RowWriter& writer) {
+  if (options.points < 4) throw UsageError("--points: give at least 4 (a bucket's 4 points)");
+  Slot range = ParseBoundedTimeRange(options.range);
+  std::vector<std::string> values;
+  std::vector<size_t> valueColumns;  // of each value, its place among the records' columns
+  for (size_t c : chosen) {
+    if (c < 4) continue;
+    const Column& column = table.columns()[c - 4];
+    if (column.type == SCADASTORE_VALUE_TEXT) {
+      if (!options.columns.empty())
+        throw UsageError(fmt::format("--points: {} is a text column, which has no trend",
+                                     column.name));
+      continue;
+    }
+    values.push_back(column.name);
+    valueColumns.push_back(c);
+  }
+  if (values.empty()) throw UsageError("--points: choose a float or int column");
+  Session& session = context.session;
+  bool exact = session.Database().IsSqlite();
+  std::string sql = M4Statement(session.kind(), table.name(), values,
+                                SplitRange(range, options.points / 4), exact);
+  try {
+    OdbcStatement statement = session.Database().Statement();
+    statement.Execute(sql);
+    size_t flags = 4 + values.size();  // first, last, then a minimum and maximum per value
+    while (statement.Fetch()) {
+      std::vector<Cell> cells(4 + table.columns().size());
+      for (int c = 0; c < 4; ++c)
+        if (auto text = statement.Text(c + 1)) cells[c] = std::stoll(*text);
+      cells[1] = TimeCell(static_cast<uint32_t>(cells[1].get<int64_t>()), context.Output());
+      auto flag = [&](size_t f) { return statement.Text(static_cast<int>(flags + f + 1)) == "1"; };
+      bool edge = flag(0) || flag(1);
+      for (size_t v = 0; v < values.size(); ++v) {
+        auto text = statement.Text(static_cast<int>(4 + v + 1));
+        if (text && (edge || flag(2 + 2 * v) || flag(3 + 2 * v)))
+          cells[valueColumns[v]] = ParseExactFloat(*text);
+      }
+      std::vector<Cell> row;
+      for (size_t c : chosen) row.push_back(std::move(cells[c]));
+      writer.Write(std::move(row));
     }
   } catch (const OdbcError& error) {
     throw CommandError(fmt::format("reading {}: {}", table.name(), error.what()));
@@ -146,7 +182,8 @@ void RunList(Context& context, const ListOptions& options) {
     return;
   }
   RowWriter writer(chosenHeaders, context.Output().format, std::cout);
-  StreamRecords(context, table, options, chosen, writer);
+  if (options.points > 0) StreamTrend(context, table, options, chosen, writer);
+  else StreamRecords(context, table, options, chosen, writer);
   writer.Finish();
 }
 
@@ -433,7 +470,7 @@ void AddRecordCommands(CLI::App& app, Context& context) {
       app, context,
       {"records",
        "List the samples of a data table: all, a time range, the one at a position, or the "
-       "first of a minute",
+       "first of a minute; or, with --points, a trend of a time range that keeps its shape",
        "scadastore --sqlite plant.db records samples --columns time,temp --from "
        "'2024-05-01 08:00' --to '2024-05-01 08:10'",
        "data table"},
@@ -448,9 +485,18 @@ void AddRecordCommands(CLI::App& app, Context& context) {
                                  "the record at this position in id order, from 1")
                     ->check(CLI::PositiveNumber)
                     ->excludes(from)->excludes(to);
+  auto* minute =
+      records.app
+          ->add_option("--minute", list.minute, "the first record of the minute from this time")
+          ->excludes(from)->excludes(to)->excludes(index);
   records.app
-      ->add_option("--minute", list.minute, "the first record of the minute from this time")
-      ->excludes(from)->excludes(to)->excludes(index);
+      ->add_option("--points", list.points,
+                   "at most N points per column over [--from, --to) that keep the trend's "
+                   "shape: the range is cut into N/4 equal buckets and each keeps its first, "
+                   "last, minimum and maximum sample (M4), computed by the database in one "
+                   "statement; a row leaves empty the columns it is no point of. Text columns "
+                   "are left out")
+      ->excludes(index)->excludes(minute);
 
   AddCommand<ListOptions>(*records.app, context,
                           {"count", "Print the number of records",
