@@ -6,6 +6,7 @@
 //   read: sgGetRecord of the whole table beside the best bare ODBC read of
 //     the same rows into a block (forward-only, streamed where the driver
 //     can) and, on SQLite, the C API; peak memory over the block handed out;
+//     sgGetRecordBySQL of the same select, peak over the text table;
 //   write: sgBatchSetRecord of 100,000 records in one call beside the SQLite
 //     C API's prepared insert in one transaction and PostgreSQL's COPY.
 // Every call connects unpooled, as does its baseline. Usage:
@@ -306,6 +307,22 @@ void Run(const Target& target, uint32_t rows, int repeat) {
     });
     Print("read", target, library, InChild([&] { return BareRead(target, table, rows); }),
           "bare ODBC, streamed");
+    uint32_t textBytes = 0;
+    const Measure text = InChild([&] {
+      uint32_t rowCount = 0, fields = 0, *offsets = nullptr;
+      char* cells = nullptr;
+      const bool ok = sgGetRecordBySQL(Token(), data, SelectAll(target, table).c_str(), nullptr,
+                                       &rowCount, &fields, &offsets, &cells, &textBytes) == 0 &&
+                      rowCount == rows;
+      std::printf("read-sql   kind %d  text and offsets %.1f MB\n", target.kind,
+                  (textBytes + (rows + 1.0) * 12 * 4) / (1 << 20));
+      std::fflush(stdout);
+      std::free(offsets);
+      std::free(cells);
+      return ok;
+    });
+    std::printf("read-sql   kind %d  library %8.3f s %8.1f MB\n", target.kind, text.seconds,
+                text.peakMb);
     if (target.kind != kPostgres.kind && target.kind != kMariadb.kind)
       Print("read", target, library,
             InChild([&] { return SqliteApiRead(target, table, rows); }), "SQLite C API");

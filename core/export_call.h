@@ -33,9 +33,10 @@ class ExportCall {
   bool Execute(const Statement& sql);
   // The caller's own statement text, run as given: its session is not pooled
   // afterwards, since the text may have changed it.
-  bool QueryCallerText(const char* sql) {
+  bool QueryCallerText(const char* sql,
+                       DbConnection::Cursor cursor = DbConnection::Cursor::Static) {
     db_.DoNotPool();
-    return Query({sql});
+    return Query({sql}, cursor);
   }
   bool ExecuteCallerText(const char* sql) {
     db_.DoNotPool();

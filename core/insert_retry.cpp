@@ -1,6 +1,9 @@
 #include "core/insert_retry.h"
 
+#include <chrono>
 #include <cstring>
+#include <random>
+#include <thread>
 
 #include "core/last_error.h"
 
@@ -17,6 +20,20 @@ bool RefusedForAnotherWriter(const DbConnection& db) {
          std::strstr(db.ErrorText(), "UNIQUE constraint failed") != nullptr;
 }
 
+namespace {
+
+// A growing, random pause before attempt `attempt`: two writers that keep
+// choosing the same ids fall apart, and a Galera node whose largest id lags
+// the node that took it applies that write meanwhile.
+void PauseBefore(int attempt) {
+  thread_local std::minstd_rand random(static_cast<unsigned>(
+      std::hash<std::thread::id>()(std::this_thread::get_id()) ^
+      std::chrono::steady_clock::now().time_since_epoch().count()));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1 + random() % (10 * attempt)));
+}
+
+}  // namespace
+
 bool InsertWithFreshIds(ExportCall& call, const std::function<bool()>& insert) {
   for (int attempt = 1;; ++attempt) {
     HeldErrorText held;
@@ -25,6 +42,7 @@ bool InsertWithFreshIds(ExportCall& call, const std::function<bool()>& insert) {
       held.Publish();
       return false;
     }
+    PauseBefore(attempt + 1);
   }
 }
 

@@ -9,7 +9,7 @@
 
 namespace scadastore {
 
-inline constexpr int kInsertAttempts = 8;
+inline constexpr int kInsertAttempts = 16;
 
 // True when the last failure on `db` stored nothing and came only from
 // another writer: a duplicate id, or a statement Galera rolled back because
@@ -18,7 +18,7 @@ bool RefusedForAnotherWriter(const DbConnection& db);
 
 // Runs `insert` (read the largest id, insert records with the ids after it)
 // until it succeeds, fails for another reason or has run kInsertAttempts
-// times, reconnecting between attempts. Each statement stores whole or not
+// times, reconnecting after a short random pause between attempts. Each statement stores whole or not
 // at all, so an `insert` of several records that resumes at the refused one
 // never stores a record twice. Only the last attempt's failure text is written.
 bool InsertWithFreshIds(ExportCall& call, const std::function<bool()>& insert);

@@ -11,7 +11,7 @@ ResultBlock AllocateResultBlock(size_t bytes) {
 }
 
 bool ResizeResultBlock(ResultBlock& block, size_t bytes) {
-  void* resized = std::realloc(block.get(), bytes == 0 ? 1 : bytes);
+  void* resized = systemCalls.realloc(block.get(), bytes == 0 ? 1 : bytes);
   if (!resized) return false;
   block.release();
   block.reset(static_cast<unsigned char*>(resized));

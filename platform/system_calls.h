@@ -17,6 +17,7 @@ namespace scadastore {
 
 struct SystemCalls {
   void* (*calloc)(size_t count, size_t size);
+  void* (*realloc)(void* block, size_t size);
   int (*shm_open)(const char* name, int flags, mode_t mode);
   int (*fstat)(int fd, struct stat* status);
   ssize_t (*pread)(int fd, void* buffer, size_t count, off_t offset);

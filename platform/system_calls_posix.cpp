@@ -10,6 +10,7 @@ namespace scadastore {
 
 constinit SystemCalls systemCalls = {
     .calloc = std::calloc,
+    .realloc = std::realloc,
     .shm_open = ::shm_open,
     .fstat = ::fstat,
     .pread = ::pread,

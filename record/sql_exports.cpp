@@ -47,20 +47,21 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
     if (!token || !table || !sql || !rowCount || !fieldCount || !offsets || !text || !textLength)
       return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.QueryCallerText(sql)) return call.failure();
+    // Read once, forward-only: the blocks grow with the rows, as the driver streams them.
+    if (!call.QueryCallerText(sql, DbConnection::Cursor::ForwardOnly)) return call.failure();
     DbConnection& db = call.db();
     int columns = db.ColumnCount();
-    uint32_t rows = db.CountRows();
-    if (columns == 0 || rows == 0) {
+    if (columns == 0 || !db.MoveNext()) {
       *text = nullptr;
       *textLength = 0;
       return 0;
     }
 
+    // Room for the first row; both blocks double as the rows come.
     TextTableBuilder builder;
-    if (!builder.AllocateOffsets(rows, static_cast<uint32_t>(columns)))
+    if (!builder.AllocateOffsets(1, static_cast<uint32_t>(columns)))
       return call.Fail(Serial::kAllocMemory);
-    if (!builder.AllocateText(rows)) return call.Fail(Serial::kAllocMemory, 1);
+    if (!builder.AllocateText(1)) return call.Fail(Serial::kAllocMemory, 1);
     // Serial step of a failed append: the first when doubling is not enough,
     // the second when the allocation is refused.
     auto appended = [&](std::string_view piece, int tooLargeStep) {
@@ -81,8 +82,9 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
     }
 
     char cell[kCellBuffer];
-    db.MoveFirst();
-    for (uint32_t row = 0; row < rows && !db.IsEOF(); ++row, db.MoveNext()) {
+    uint32_t rows = 0;
+    for (; !db.IsEOF(); db.MoveNext()) {
+      if (rows == UINT32_MAX || !builder.GrowOffsets(++rows)) return call.Fail(Serial::kAllocMemory);
       for (int c = 0; c < columns; ++c) {
         if (kinds[c] == CellKind::Skipped) continue;
         std::memset(cell, 0, sizeof cell);
@@ -95,6 +97,7 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
       }
     }
 
+    builder.Fit(rows);
     *rowCount = rows;
     *fieldCount = kept;
     *offsets = builder.ReleaseOffsets();

@@ -70,7 +70,29 @@ bool TextTableBuilder::AllocateOffsets(uint32_t rows, uint32_t columns) {
   // A size past size_t (32-bit Windows) would wrap into a small block.
   if (bytes > SIZE_MAX) return false;
   offsets_ = AllocateResultBlock(static_cast<size_t>(bytes));
+  offset_rows_ = rows;
+  columns_ = columns;
   return offsets_ != nullptr;
+}
+
+bool TextTableBuilder::GrowOffsets(uint32_t rows) {
+  if (rows <= offset_rows_) return true;
+  const uint64_t grown = std::max<uint64_t>(rows, offset_rows_ * 2);
+  const uint64_t bytes = (offset_rows_ + 1) * columns_ * sizeof(uint32_t);
+  const uint64_t grownBytes = (grown + 1) * columns_ * sizeof(uint32_t);
+  if (grownBytes > SIZE_MAX || !ResizeResultBlock(offsets_, static_cast<size_t>(grownBytes)))
+    return false;
+  std::memset(BytesAt(offsets_.get(), bytes), 0, static_cast<size_t>(grownBytes - bytes));
+  offset_rows_ = grown;
+  return true;
+}
+
+void TextTableBuilder::Fit(uint32_t rows) {
+  // Shrinking only: a refusal leaves the larger block, its tail zero.
+  if (rows < offset_rows_)
+    ResizeResultBlock(offsets_, (size_t{rows} + 1) * columns_ * sizeof(uint32_t));
+  if (used_ > 0 && used_ < capacity_ && ResizeResultBlock(text_, static_cast<size_t>(used_)))
+    capacity_ = used_;
 }
 
 bool TextTableBuilder::AllocateText(uint32_t rows) {
@@ -84,10 +106,8 @@ TextTableBuilder::AppendResult TextTableBuilder::Append(std::string_view text) {
   if (capacity_ - used_ <= text.size()) {
     uint64_t doubled = std::min(capacity_ * 2, text_limit_);
     if (doubled - used_ <= text.size()) return AppendResult::TooLarge;
-    ResultBlock grown = AllocateResultBlock(doubled);
-    if (!grown) return AppendResult::NoMemory;
-    std::memcpy(grown.get(), text_.get(), used_);
-    text_ = std::move(grown);
+    if (!ResizeResultBlock(text_, static_cast<size_t>(doubled))) return AppendResult::NoMemory;
+    std::memset(BytesAt(text_.get(), capacity_), 0, static_cast<size_t>(doubled - capacity_));
     capacity_ = doubled;
   }
   std::memcpy(BytesAt(text_.get(), used_), text.data(), text.size());

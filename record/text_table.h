@@ -38,6 +38,11 @@ class TextTableBuilder {
 
   // Zeroed room for (rows + 1) x columns offsets.
   bool AllocateOffsets(uint32_t rows, uint32_t columns);
+  // Room for the offsets of `rows` rows after the header, doubled when short;
+  // the room gained is zeroed.
+  bool GrowOffsets(uint32_t rows);
+  // Cuts the offsets to (rows + 1) x columns and the text to its length.
+  void Fit(uint32_t rows);
   // A zeroed text block of 512 bytes a row, the header included.
   bool AllocateText(uint32_t rows);
   // Adds one NUL-terminated text and its offset; doubles the block when full.
@@ -54,6 +59,8 @@ class TextTableBuilder {
  private:
   uint64_t text_limit_;
   ResultBlock offsets_;
+  uint64_t offset_rows_ = 0;  // rows after the header the offsets have room for
+  uint32_t columns_ = 0;
   ResultBlock text_;
   uint64_t capacity_ = 0;
   uint64_t used_ = 0;

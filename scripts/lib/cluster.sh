@@ -38,7 +38,8 @@ galera_node() {
   done
   port=PORT_$n gport=GPORT_$n
   local ist=IST_$n sst=SST_$n
-  [ "$bootstrap" = true ] && address='' && bootstrap=--wsrep-new-cluster || bootstrap=
+  local first=()
+  [ "$bootstrap" = true ] && address='' && first=(--wsrep-new-cluster)
   setsid mariadbd --no-defaults --user=mysql --datadir="$node/data" \
     --socket="$node/mysqld.sock" --pid-file="$node/mysqld.pid" --port="${!port}" \
     --skip-networking=0 --bind-address=127.0.0.1 --skip-name-resolve \
@@ -50,7 +51,7 @@ galera_node() {
     --wsrep-node-address="127.0.0.1:${!gport}" --wsrep-sst-method=rsync \
     --wsrep-sst-receive-address="127.0.0.1:${!sst}" \
     --wsrep-provider-options="gmcast.listen_addr=tcp://127.0.0.1:${!gport};ist.recv_addr=127.0.0.1:${!ist};evs.keepalive_period=PT0.5S;evs.suspect_timeout=PT2S;evs.inactive_timeout=PT4S;evs.install_timeout=PT4S;gcache.size=64M" \
-    $bootstrap --log-error="$node/error.log" </dev/null >/dev/null 2>&1 &
+    "${first[@]}" --log-error="$node/error.log" </dev/null >/dev/null 2>&1 &
   pid=$!
   for _ in $(seq 1 1200); do   # 120 s
     galera_ping "${!port}" && return 0

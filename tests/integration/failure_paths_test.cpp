@@ -75,8 +75,13 @@ void ExpectFailurePaths(const std::vector<FaultCase>& cases) {
     auto refuse = [](size_t count, size_t size) -> void* {
       return blocksGranted-- > 0 ? std::calloc(count, size) : nullptr;
     };
+    auto refuseGrowth = [](void* block, size_t size) -> void* {
+      return blocksGranted-- > 0 ? std::realloc(block, size) : nullptr;
+    };
     SystemCallOverride noMemory(systemCalls.calloc,
                                 fault.failingColumn == 0 ? +refuse : systemCalls.calloc);
+    SystemCallOverride noGrowth(systemCalls.realloc,
+                                fault.failingColumn == 0 ? +refuseGrowth : systemCalls.realloc);
     EXPECT_EQ(fault.call(), fault.result) << fault.name;
     EXPECT_EQ(dbGetLastError(), fault.error) << fault.name;
     EXPECT_GT(connects, 0) << fault.name;

@@ -314,7 +314,8 @@ TEST_P(RecordTest, DeletesAllByStatementAndByPosition) {
   // A name longer than the 255-character statement is cut and rejected.
   const std::string longName(300, 'n');
   const auto* cut = reinterpret_cast<const DataTableInfo*>(longName.c_str());
-  EXPECT_TRUE(Refused(sgDeleteRecord(Token(), cut, nullptr), 1, "[rcd803] exec error: "));
+  EXPECT_TRUE(Refused(sgDeleteRecord(Token(), cut, nullptr), 1,
+                      "[rcd803] exec error: not run, cut at 255 characters, sql: delete from "));
   EXPECT_EQ(sgGetRecordCount(Token(), cut), 0xFFFFFFFFu);
   const std::string countError = dbGetLastError();
   EXPECT_EQ(countError.rfind("[rcd1303] failed to open table: select count(*) from ", 0), 0u);

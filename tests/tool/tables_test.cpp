@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "tool_runner.h"
 
@@ -105,17 +106,39 @@ TEST_F(Tables, FailuresNameTheirReason) {
   EXPECT_EQ(exists.out, "yes\n") << exists.err;
 }
 
+// Usage errors exit 2, failures of a command 1; each names its reason.
 TEST_F(Tables, UsageErrorsExitTwoAndNothingIsLeftBehind) {
+  const std::string x = Path("x.db"), missing = Path("no/such/dir/file");
   EXPECT_EQ(RunBare({}).status, 2);
-  EXPECT_EQ(RunBare({"--sqlite", Path("x.db"), "exists"}).status, 2);  // no table
-  EXPECT_EQ(RunBare({"--sqlite", Path("x.db"), "--kind", "9", "exists", "t"}).status, 2);
-  EXPECT_EQ(RunBare({"--config", "dsn;user", "exists", "t"}).status, 2);
-  EXPECT_EQ(RunBare({"--tz", "Mars/Olympus", "exists", "t"}).status, 2);
   EXPECT_EQ(RunBare({"exists", "t"}).status, 2);  // no database
-  EXPECT_EQ(Run({"ensure", "data", "t"}).status, 2);  // no columns
   Ok({"ensure", "data", "t", "--columns", "a"});
-  EXPECT_EQ(Run({"stats", "t", "--day", "2024-02-30"}).status, 2);
-  EXPECT_EQ(Run({"records", "t", "--from", "2024-05-02", "--to", "2024-05-01"}).status, 2);
+  Ok({"ensure", "alarm", "events"});
+  const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
+      {{"--sqlite", x, "exists"}, 2, ""},  // no table
+      {{"--sqlite", x, "--kind", "9", "exists", "t"}, 2, ""},
+      {{"--config", "dsn;user", "exists", "t"}, 2, ""},
+      {{"--tz", "Mars/Olympus", "exists", "t"}, 2, "--tz: unknown time zone 'Mars/Olympus'"},
+      {{"ensure", "data", "u"}, 2, ""},  // no columns
+      {{"stats", "t", "--day", "2024-02-30"}, 2, ""},
+      {{"records", "t", "--from", "2024-05-02", "--to", "2024-05-01"}, 2, ""},
+      {{"report", "--from", "2024-01-01", "--to", "2025-01-03", "-o", x}, 2,
+       "report: at most a year"},
+      {{"report", "--day", "2024-01-01", "--unit", "a", "-o", x}, 2, "--unit 'a' is not COLUMN=UNIT"},
+      {{"alarms", "events", "--point", "north/pump"}, 2,
+       "--point 'north/pump' is not STATION/TAG/TAGTYPE"},
+      {{"purge", "--before", "2024-01-01", "--batch", "0", "t"}, 2,
+       "purge: --batch must be at least 1"},
+      {{"report", "--day", "2024-01-01", "-o", missing}, 1, "report: cannot write " + missing},
+      {{"records", "export", "t", "-o", missing}, 1, "export: cannot write " + missing},
+      {{"records", "import", "t", missing}, 1, "import: cannot read " + missing},
+  };
+  for (const auto& [args, status, reason] : cases) {
+    std::vector<std::string> line = args;
+    if (args[0][0] != '-') line.insert(line.begin(), {"--sqlite", Path("test.db")});
+    ToolRun run = RunBare(line);
+    EXPECT_EQ(run.status, status) << args[0] << " " << args[1] << ": " << run.err;
+    EXPECT_TRUE(Contains(run.err, reason));
+  }
 
   // A closed pipe ends the tool without leaving its data source files.
   std::string tmp = Path("tmp");
