@@ -56,6 +56,7 @@ int main(int argc, char** argv) {
   AddDemoCommand(app, context);
   AddPurgeCommand(app, context);
   AddReportCommand(app, context);
+  AddRetentionCommand(app, context);
 
   try {
     app.parse(argc, argv);

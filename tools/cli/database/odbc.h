@@ -33,6 +33,8 @@ class OdbcStatement {
   explicit OdbcStatement(OdbcHandle handle) : handle_(std::move(handle)) {}
 
   void Execute(const std::string& sql);
+  // With `texts` bound in order to its "?" markers: a text never becomes SQL.
+  void Execute(const std::string& sql, const std::vector<std::string>& texts);
   // Compiles without running: the driver reports an unknown table or a
   // syntax error, and nothing changes.
   void Prepare(const std::string& sql);
