@@ -158,9 +158,13 @@ void OdbcConnection::BeginTransaction() {
 }
 
 void OdbcConnection::EndTransaction(bool commit) {
-  if (!SQL_SUCCEEDED(Odbc().EndTran(SQL_HANDLE_DBC, connection_.get(),
-                                    commit ? SQL_COMMIT : SQL_ROLLBACK)))
-    throw OdbcError(Diagnostic(SQL_HANDLE_DBC, connection_.get()));
+  bool ended = SQL_SUCCEEDED(
+      Odbc().EndTran(SQL_HANDLE_DBC, connection_.get(), commit ? SQL_COMMIT : SQL_ROLLBACK));
+  std::string reason = ended ? "" : Diagnostic(SQL_HANDLE_DBC, connection_.get());
+  // Later statements on the connection commit each on its own again.
+  Odbc().SetConnectAttr(connection_.get(), SQL_ATTR_AUTOCOMMIT,
+                        reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), 0);
+  if (!ended) throw OdbcError(reason);
 }
 
 }  // namespace scadastore::cli

@@ -65,7 +65,8 @@ class OdbcConnection {
   OdbcConnection& operator=(const OdbcConnection&) = delete;
 
   OdbcStatement Statement();
-  // Manual commit: nothing is kept until Commit.
+  // Manual commit: nothing is kept until EndTransaction(true), after which
+  // each statement commits on its own again.
   void BeginTransaction();
   void EndTransaction(bool commit);
   bool IsSqlite() const { return sqlite_; }
