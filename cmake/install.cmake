@@ -13,6 +13,10 @@ install(TARGETS scadastore EXPORT scadastoreTargets
 if(TARGET scadastore-cli)
   set_target_properties(scadastore-cli PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS scadastore-cli scadastore-monitor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  # The daily retention run, shipped disabled: see the README to switch it on.
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/systemd/scadastore-retention.service
+    ${PROJECT_SOURCE_DIR}/tools/systemd/scadastore-retention.timer
+    DESTINATION lib/systemd/system)
 endif()
 
 install(EXPORT scadastoreTargets NAMESPACE scadastore:: DESTINATION ${SCADASTORE_CMAKE_DIR})

@@ -138,6 +138,16 @@ struct ReportOptions {
 };
 void WriteReport(Context& context, const ReportOptions& options);
 
+// Removes from each table its rows older than the target's cut-off, with
+// purge's rules, and prints per table what went and what stayed (with the
+// cut-off when `showCutoff`). Exit code 130 when interrupted.
+struct PurgeTarget {
+  std::string table;
+  uint32_t cutoff;
+};
+void Purge(Context& context, const std::vector<PurgeTarget>& targets, uint32_t batch,
+           bool dryRun, bool showCutoff);
+
 void AddTableCommands(CLI::App& app, Context& context);
 void AddAlarmCommands(CLI::App& app, Context& context);
 void AddLogCommands(CLI::App& app, Context& context);
@@ -149,5 +159,6 @@ void AddDemoCommand(CLI::App& app, Context& context);
 void AddPurgeCommand(CLI::App& app, Context& context);
 void AddSpoolCommand(CLI::App& app, Context& context);
 void AddReportCommand(CLI::App& app, Context& context);
+void AddRetentionCommand(CLI::App& app, Context& context);
 
 }  // namespace scadastore::cli

@@ -57,6 +57,7 @@ int main(int argc, char** argv) {
   AddPurgeCommand(app, context);
   AddSpoolCommand(app, context);
   AddReportCommand(app, context);
+  AddRetentionCommand(app, context);
 
   try {
     app.parse(argc, argv);

@@ -28,6 +28,7 @@ struct PurgeOptions {
 // One table: which rows go, and how many there are.
 struct PurgeTable {
   std::string name, kind, removable;  // removable: the where condition
+  uint32_t cutoff;
   uint64_t older = 0, toRemove = 0, unconfirmed = 0, unrecovered = 0, removed = 0;
 };
 
@@ -42,9 +43,9 @@ uint64_t CountOf(const ResultTable& result, size_t column) {
 }
 
 // Every table is read and recognised before anything is removed.
-std::vector<PurgeTable> Plan(Context& context, const PurgeOptions& options, uint32_t cutoff) {
+std::vector<PurgeTable> Plan(Context& context, const std::vector<PurgeTarget>& targets) {
   std::vector<PurgeTable> tables;
-  for (const std::string& name : options.tables) {
+  for (const auto& [name, cutoff] : targets) {
     TableSchema schema = ReadSchema(context.session, name);
     std::string kind = schema.Kind();
     if (kind == "other")
@@ -55,7 +56,7 @@ std::vector<PurgeTable> Plan(Context& context, const PurgeOptions& options, uint
     std::string removable = older;
     if (kind == "alarm")
       removable += " and coalesce(status, 0) <> 0 and coalesce(recovertime, 0) <> 0";
-    tables.push_back({name, kind, removable});
+    tables.push_back({name, kind, removable, cutoff});
   }
   for (PurgeTable& table : tables) {
     ResultTable counts = RunTextTableQuery(
@@ -68,7 +69,7 @@ std::vector<PurgeTable> Plan(Context& context, const PurgeOptions& options, uint
                           "unconfirmed, sum(case when coalesce(recovertime, 0) = 0 then 1 "
                           "else 0 end) as unrecovered"
                         : "",
-                    context.session.Quote(table.name), TimeColumn(table.kind), cutoff),
+                    context.session.Quote(table.name), TimeColumn(table.kind), table.cutoff),
         nullptr);
     table.older = CountOf(counts, 0);
     table.toRemove = CountOf(counts, 1);
@@ -119,28 +120,40 @@ bool Remove(Context& context, PurgeTable& table, uint32_t batch) {
 }
 
 void RunPurge(Context& context, const PurgeOptions& options) {
-  if (options.batch == 0) throw UsageError("purge: --batch must be at least 1");
   uint32_t cutoff = ParseTime(options.before, "--before");
-  std::vector<PurgeTable> tables = Plan(context, options, cutoff);
+  std::vector<PurgeTarget> targets;
+  for (const std::string& table : options.tables) targets.push_back({table, cutoff});
+  Purge(context, targets, options.batch, options.dryRun, false);
+}
+
+}  // namespace
+
+void Purge(Context& context, const std::vector<PurgeTarget>& targets, uint32_t batch,
+           bool dryRun, bool showCutoff) {
+  if (batch == 0) throw UsageError("purge: --batch must be at least 1");
+  std::vector<PurgeTable> tables = Plan(context, targets);
 
   bool finished = true;
-  if (!options.dryRun) {
+  if (!dryRun) {
     context.session.DeferInterrupts(true);
     for (PurgeTable& table : tables)
-      if (finished) finished = Remove(context, table, options.batch);
+      if (finished) finished = Remove(context, table, batch);
     context.session.DeferInterrupts(false);
   }
 
-  ResultTable result{{"table", "kind", "older", options.dryRun ? "would_remove" : "removed",
-                      "kept", "unconfirmed", "unrecovered"},
+  ResultTable result{{"table", "kind", "older", dryRun ? "would_remove" : "removed", "kept",
+                      "unconfirmed", "unrecovered"},
                      {}};
+  if (showCutoff) result.headers.insert(result.headers.begin() + 2, "before");
   for (const PurgeTable& table : tables) {
-    uint64_t removed = options.dryRun ? table.toRemove : table.removed;
+    uint64_t removed = dryRun ? table.toRemove : table.removed;
     bool alarm = table.kind == "alarm";
-    result.rows.push_back({table.name, table.kind, table.older, removed,
-                           table.older - std::min(removed, table.older),
-                           alarm ? Cell(table.unconfirmed) : Cell(),
-                           alarm ? Cell(table.unrecovered) : Cell()});
+    std::vector<Cell> row = {table.name, table.kind, table.older, removed,
+                             table.older - std::min(removed, table.older),
+                             alarm ? Cell(table.unconfirmed) : Cell(),
+                             alarm ? Cell(table.unrecovered) : Cell()};
+    if (showCutoff) row.insert(row.begin() + 2, TimeCell(table.cutoff, context.Output()));
+    result.rows.push_back(std::move(row));
   }
   context.Print(result);
   if (!finished) {
@@ -149,8 +162,6 @@ void RunPurge(Context& context, const PurgeOptions& options) {
                  "command finishes the job\n";
   }
 }
-
-}  // namespace
 
 void AddPurgeCommand(CLI::App& app, Context& context) {
   Command purge = AddCommand<PurgeOptions>(

@@ -1,5 +1,7 @@
 #include "tools/cli/database/odbc.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 namespace scadastore::cli {
@@ -40,6 +42,18 @@ void OdbcStatement::Check(SQLRETURN result, const char* what) {
 
 void OdbcStatement::Execute(const std::string& sql) {
   Check(Odbc().ExecDirect(handle_.get(), Chars(sql), SQL_NTS), "statement");
+}
+
+void OdbcStatement::Execute(const std::string& sql, const std::vector<std::string>& texts) {
+  std::vector<SQLLEN> lengths(texts.size());
+  for (size_t t = 0; t < texts.size(); ++t) {
+    lengths[t] = static_cast<SQLLEN>(texts[t].size());
+    Check(Odbc().BindParameter(handle_.get(), static_cast<SQLUSMALLINT>(t + 1), SQL_PARAM_INPUT,
+                               SQL_C_CHAR, SQL_VARCHAR, std::max<SQLULEN>(texts[t].size(), 1), 0,
+                               const_cast<char*>(texts[t].c_str()), lengths[t], &lengths[t]),
+          "parameter");
+  }
+  Execute(sql);
 }
 
 void OdbcStatement::Prepare(const std::string& sql) {
@@ -144,9 +158,13 @@ void OdbcConnection::BeginTransaction() {
 }
 
 void OdbcConnection::EndTransaction(bool commit) {
-  if (!SQL_SUCCEEDED(Odbc().EndTran(SQL_HANDLE_DBC, connection_.get(),
-                                    commit ? SQL_COMMIT : SQL_ROLLBACK)))
-    throw OdbcError(Diagnostic(SQL_HANDLE_DBC, connection_.get()));
+  bool ended = SQL_SUCCEEDED(
+      Odbc().EndTran(SQL_HANDLE_DBC, connection_.get(), commit ? SQL_COMMIT : SQL_ROLLBACK));
+  std::string reason = ended ? "" : Diagnostic(SQL_HANDLE_DBC, connection_.get());
+  // Later statements on the connection commit each on its own again.
+  Odbc().SetConnectAttr(connection_.get(), SQL_ATTR_AUTOCOMMIT,
+                        reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), 0);
+  if (!ended) throw OdbcError(reason);
 }
 
 }  // namespace scadastore::cli

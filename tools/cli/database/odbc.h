@@ -33,6 +33,8 @@ class OdbcStatement {
   explicit OdbcStatement(OdbcHandle handle) : handle_(std::move(handle)) {}
 
   void Execute(const std::string& sql);
+  // With `texts` bound in order to its "?" markers: a text never becomes SQL.
+  void Execute(const std::string& sql, const std::vector<std::string>& texts);
   // Compiles without running: the driver reports an unknown table or a
   // syntax error, and nothing changes.
   void Prepare(const std::string& sql);
@@ -63,7 +65,8 @@ class OdbcConnection {
   OdbcConnection& operator=(const OdbcConnection&) = delete;
 
   OdbcStatement Statement();
-  // Manual commit: nothing is kept until Commit.
+  // Manual commit: nothing is kept until EndTransaction(true), after which
+  // each statement commits on its own again.
   void BeginTransaction();
   void EndTransaction(bool commit);
   bool IsSqlite() const { return sqlite_; }
