@@ -4,10 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "core/odbc_handle.h"
+#include "core/server_wait.h"
 #include "core/settings.h"
 
 namespace scadastore {
@@ -42,10 +44,19 @@ class DbConnection {
   // Autocommit off, or back on; and the end of the open transaction.
   bool SetAutocommit(bool on);
   bool EndTransaction(bool commit);
+  // Whether the open connection's database is SQLite (a file database).
+  bool OnSqlite();
+  // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
+  const char* ErrorState() const { return error_state_; }
+  int NativeError() const { return native_error_; }
 
+  // A static cursor counts and returns; a forward-only one is read once with
+  // MoveNext, and drivers that can stream it hold no more than a row or a page.
+  enum class Cursor { Static, ForwardOnly };
   // `texts` are bound to the `?`s of `sql` in order; in the backtick dialect
   // they are converted from the host's character set to UTF-8 first.
-  int OpenQuery(const char* sql, const std::vector<std::string>& texts = {});
+  int OpenQuery(const char* sql, const std::vector<std::string>& texts = {},
+                Cursor cursor = Cursor::Static);
   int Execute(const char* sql, const std::vector<std::string>& texts = {});
   uint32_t CountRows();
   int MoveFirst();
@@ -98,11 +109,17 @@ class DbConnection {
   // Result sets replaced by a later OpenQuery; released by Close.
   std::vector<OdbcHandle> replaced_statements_;
   int32_t result_columns_ = -1;  // column count of the current result, -1 unknown
+  // A streamed result talks to the server until it is released: its bound
+  // lasts as long, and psqlODBC's cursor option stays on as long.
+  std::unique_ptr<ServerWaitLimit> streaming_limit_;
+  bool declare_fetch_ = false;
   int end_flag_ = 0;
   bool announce_ = true;  // false while TableExists connects
   bool unreachable_ = false;
   bool cut_by_bound_ = false;  // the last statement was cut by the server-wait bound
   char error_text_[kErrorTextSize] = {};
+  char error_state_[6] = {};
+  int native_error_ = 0;
 };
 
 }  // namespace scadastore

@@ -38,8 +38,8 @@ uint32_t KeepWrite(ExportCall& call, KeptWrite write, const WriteProgress& progr
   return call.FailSpool(error);
 }
 
-bool ExportCall::Query(const Statement& sql) {
-  if (sql.complete && db_.OpenQuery(sql.Sent().c_str(), sql.texts)) return true;
+bool ExportCall::Query(const Statement& sql, DbConnection::Cursor cursor) {
+  if (sql.complete && db_.OpenQuery(sql.Sent().c_str(), sql.texts, cursor)) return true;
   db_.Close();
   Fail(Serial::kOpenTable, sql);
   return false;

@@ -1,5 +1,6 @@
 #include "core/fixed_record_exports.h"
 
+#include "core/insert_retry.h"
 #include "core/spool_write.h"
 
 namespace scadastore {
@@ -66,20 +67,23 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
     };
     return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
       if (!call.Open()) return call.failure();
-      // The max(id) result stays open beside the inserts.
-      if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer)))
-        return call.failure();
-      uint32_t id = 0;
-      if (!ReadSingleInteger(call.db(), id)) {
-        progress.answerLost = true;
-        return 0;
-      }
-      for (uint32_t k = 0; k < count; ++k) {
-        progress = {k, 1, ++id};
-        if (!call.Execute(insert(call.kind(), table, id, bytes + size_t{k} * recordSize)))
-          return call.failure();
-      }
-      return 0;
+      uint32_t k = 0;  // stored records stay; a retry goes on from the refused one
+      return InsertWithFreshIds(call, [&] {
+        // The max(id) result stays open beside the inserts.
+        if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer))) return false;
+        uint32_t id = 0;
+        if (!ReadSingleInteger(call.db(), id)) {
+          progress.answerLost = true;
+          return true;
+        }
+        for (; k < count; ++k) {
+          progress = {k, 1, ++id};
+          if (!call.Execute(insert(call.kind(), table, id, bytes + size_t{k} * recordSize)))
+            return false;
+        }
+        progress = {count, 0, 0};
+        return true;
+      }) ? 0 : call.failure();
     });
   });
 }

@@ -16,6 +16,7 @@ namespace scadastore {
 // standing there between single quotes with its quotes doubled. Text values
 // never travel inside the statement, though: `sql` holds `?` in their places
 // and `texts` the values, bound in that order (both empty without values).
+// A builder may also set `sql` alone, to send another form of the same query.
 struct Statement {
   std::string text;
   bool complete = true;
@@ -29,7 +30,7 @@ struct Statement {
   // Cuts the shown text as a buffer of `bufferSize` bytes would hold it.
   Statement& Bound(size_t bufferSize);
   // What the database receives.
-  const std::string& Sent() const { return texts.empty() ? text : sql; }
+  const std::string& Sent() const { return sql.empty() ? text : sql; }
 };
 
 // The buffer of the short statements (lookups, counts, deletes by id).
@@ -42,6 +43,9 @@ constexpr uint32_t kStatementSize = 256;
 // bounded buffer holds it (cut at bufferSize - 1 characters, then incomplete).
 Statement FormatStatement(SqlDialect dialect, uint32_t bufferSize, const char* backtickTemplate,
                           ...) __attribute__((format(printf, 3, 4)));
+
+// A table or column name between the dialect's quotes, as given.
+std::string QuoteName(SqlDialect dialect, std::string_view name);
 
 // The template converted to the dialect (exposed for builders that append pieces).
 std::string DialectTemplate(SqlDialect dialect, const char* backtickTemplate);

@@ -5,6 +5,7 @@
 #include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/format.h"
+#include "core/insert_retry.h"
 #include "core/row_reader.h"
 #include "core/spool_write.h"
 #include "core/table_creation.h"
@@ -41,19 +42,13 @@ bool MatchesTable(DbConnection& db, const TableLayout& table) {
   return db.ColumnCount() == static_cast<int>(table.columns.size()) + 4 && table.HoldsValues();
 }
 
-// Moves from the first row to the row at `index` (from 1).
-void MoveToPosition(DbConnection& db, uint32_t index) {
-  db.MoveFirst();
-  for (uint32_t step = 1; step < index; ++step) db.MoveNext();
-}
-
 // sgGetRecord after its argument check: the rows of `statement` as one block.
 uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement& statement,
                    bool callersStatement, void** records, uint32_t* size) {
   if (!call.Open()) return call.failure();
   if (callersStatement) call.db().DoNotPool();
   const TableLayout layout = DescribeTable(table);
-  if (!call.Query(statement)) return call.failure();
+  if (!call.Query(statement, DbConnection::Cursor::ForwardOnly)) return call.failure();
   DbConnection& db = call.db();
   if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
   std::optional<ReadFailure> failure;
@@ -120,12 +115,14 @@ uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table, const DataRe
     const auto kept = [&] { return RecordWrite(WriteFamily::kRecord, table, layout, record, size); };
     return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
       if (!call.Open()) return call.failure();
-      uint32_t id = 0;
-      if (!NextId(call, layout.name, id)) return call.failure();
-      const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
-      if (!insert.complete) return call.Fail(Serial::kCreateSql, insert);
-      progress = {0, 1, id};
-      return call.Execute(insert) ? 0 : call.failure();
+      return InsertWithFreshIds(call, [&] {
+        uint32_t id = 0;
+        if (!NextId(call, layout.name, id)) return false;
+        const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
+        if (!insert.complete) return call.Fail(Serial::kCreateSql, insert), false;
+        progress = {0, 1, id};
+        return call.Execute(insert);
+      }) ? 0 : call.failure();
     });
   });
 }
@@ -139,12 +136,14 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
     const auto kept = [&] { return RecordWrite(WriteFamily::kBatch, table, layout, buffer, size); };
     return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
       if (!call.Open()) return call.failure();
-      uint32_t firstId = 0;
-      if (!NextId(call, layout.name, firstId)) return call.failure();
-      const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
-      if (!batch.complete) return call.Fail(Serial::kCreateSql);
-      progress = {0, size / table->recordSize, firstId};
-      return call.Execute(batch) ? 0 : call.failure();
+      return InsertWithFreshIds(call, [&] {
+        uint32_t firstId = 0;
+        if (!NextId(call, layout.name, firstId)) return false;
+        const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
+        if (!batch.complete) return call.Fail(Serial::kCreateSql), false;
+        progress = {0, size / table->recordSize, firstId};
+        return call.Execute(batch);
+      }) ? 0 : call.failure();
     });
   });
 }
@@ -242,11 +241,12 @@ uint32_t sgGetIdByIndex(CallerToken token, const DataTableInfo* table, uint32_t 
   return RunExport(Export::kSgGetIdByIndex, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || index == 0) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(IdsStatement(call.kind(), std::string(TableName(table)))))
+    const std::string name(TableName(table));
+    if (!call.Query(PositionStatement(call.kind(), call.db().OnSqlite(), name,
+                                      IdsStatement(call.kind(), name), index)))
       return call.failure();
     DbConnection& db = call.db();
-    if (index > db.CountRows()) return call.Fail(Serial::kIndexPastEnd);
-    MoveToPosition(db, index);
+    if (!db.MoveToFirstRow()) return call.Fail(Serial::kIndexPastEnd);
     uint32_t id = 0;
     if (!db.GetInteger(1, &id, sizeof id)) return call.FailField(1);
     return id;
@@ -262,11 +262,11 @@ uint32_t sgGetRecordByIndex(CallerToken token, const DataTableInfo* table, uint3
     // Without a layout check, a recordSize too small for the values would be written past.
     if (!layout.HoldsValues()) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(SelectAllStatement(call.kind(), layout.name)))
+    if (!call.Query(PositionStatement(call.kind(), call.db().OnSqlite(), layout.name,
+                                      SelectAllStatement(call.kind(), layout.name), index)))
       return call.failure();
     DbConnection& db = call.db();
-    if (index > db.CountRows()) return call.Fail(Serial::kIndexPastEnd);
-    MoveToPosition(db, index);
+    if (!db.MoveToFirstRow()) return call.Fail(Serial::kIndexPastEnd);
     if (auto failure = ReadRecord(db, layout.columns, record)) return FailRead(call, *failure);
     return 0;
   });

@@ -57,5 +57,10 @@ Statement DeleteAllStatement(DbKind kind, const std::string& table);
 Statement IntervalStatement(DbKind kind, const std::string& table, uint32_t startTime,
                             uint32_t endTime);
 Statement IdsStatement(DbKind kind, const std::string& table);
+// `shown` (IdsStatement or SelectAllStatement) narrowed to its row at
+// `position` (from 1, ascending id), which the database finds: the text
+// stays `shown`, the statement sent selects that row alone (HasLimitOffset).
+Statement PositionStatement(DbKind kind, bool onSqlite, const std::string& table,
+                            const Statement& shown, uint32_t position);
 
 }  // namespace scadastore::record
