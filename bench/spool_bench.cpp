@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench_support.h"
@@ -18,7 +19,7 @@ namespace {
 
 using namespace bench;
 
-constexpr uint32_t kKept = 5000;
+constexpr uint32_t kKept = 20000;
 
 std::string SpoolDirectory() { return "/tmp/scadastore-bench-spool-" + std::to_string(getpid()); }
 
@@ -82,6 +83,8 @@ void Forwarding(benchmark::State& state, const Target& target) {
     state.PauseTiming();
     if (!Keep(target, table, kKept) || !Use(target, ";pool;spool=" + SpoolDirectory()))
       return state.SkipWithError(dbGetLastError());
+    // The pause after the failed attempts while keeping is not forwarding time.
+    std::this_thread::sleep_for(scadastore::kRetryPause);
     state.ResumeTiming();
     while (scadastore::ActiveSpool()->Holds()) almGetAlarmCount(Token(), "scadastore_spool");
   }

@@ -349,12 +349,12 @@ bool DbConnection::Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE
                                        sizeof message, &textLength)))
     message[0] = '\0';
   const char* text = reinterpret_cast<const char*>(message);
-  std::memcpy(error_state_, state, sizeof error_state_ - 1);
-  error_state_[sizeof error_state_ - 1] = '\0';
-  native_error_ = nativeError;
   unreachable_ = cut_by_bound_ ||
                  ServerUnreachable(reinterpret_cast<const char*>(state), nativeError, text);
   cut_by_bound_ = false;
+  std::memcpy(error_state_, state, sizeof error_state_ - 1);
+  error_state_[sizeof error_state_ - 1] = '\0';
+  native_error_ = nativeError;
   if (form == DiagnosticForm::Plain)
     FormatBounded(error_text_, sizeof error_text_, "%s", text);
   else

@@ -38,17 +38,17 @@ class DbConnection {
   // nothing: a failed connect leaves no error text and is not announced.
   int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
-  // Whether the open connection's database is SQLite (a file database).
-  bool OnSqlite();
-  // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
-  const char* ErrorState() const { return error_state_; }
-  int NativeError() const { return native_error_; }
   // The last failure was a connect or a session that failed for want of the
   // server (see ServerUnreachable), or a statement cut by the server-wait bound.
   bool Unreachable() const { return unreachable_; }
   // Autocommit off, or back on; and the end of the open transaction.
   bool SetAutocommit(bool on);
   bool EndTransaction(bool commit);
+  // Whether the open connection's database is SQLite (a file database).
+  bool OnSqlite();
+  // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
+  const char* ErrorState() const { return error_state_; }
+  int NativeError() const { return native_error_; }
 
   // A static cursor counts and returns; a forward-only one is read once with
   // MoveNext, and drivers that can stream it hold no more than a row or a page.

@@ -81,6 +81,7 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
           if (!call.Execute(insert(call.kind(), table, id, bytes + size_t{k} * recordSize)))
             return false;
         }
+        progress = {count, 0, 0};
         return true;
       }) ? 0 : call.failure();
     });

@@ -254,13 +254,17 @@ void Spool::Forward(std::chrono::milliseconds slice) {
     MarkForwarded(last);
   }
   if (Holds()) return;
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (!waiting_frames_.empty()) return;
-  std::string error;
-  if (!Restart(error)) Announce("cannot restart the journal of " + directory_ + ": " + error);
-  Announce("forwarded " + std::to_string(forwarded_count_) + " writes from " + directory_ +
-           "; nothing waits");
-  forwarded_count_ = 0;
+  std::string error, forwarded;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!waiting_frames_.empty()) return;
+    if (!Restart(error)) error = "cannot restart the journal of " + directory_ + ": " + error;
+    forwarded = "forwarded " + std::to_string(forwarded_count_) + " writes from " + directory_ +
+                "; nothing waits";
+    forwarded_count_ = 0;
+  }
+  if (!error.empty()) Announce(error);
+  Announce(forwarded);
 }
 
 Spool* ActiveSpool() { return ActiveSpoolSlot().get(); }

@@ -14,7 +14,11 @@
  *     Options may follow the kind: "pool" keeps idle connections for later
  *     calls (each call still starts as on a new connection), "login=SECONDS"
  *     bounds the connect (default 7), "timeout=SECONDS" bounds a statement's
- *     wait on a server that stopped answering (default 300, 0: no bound).
+ *     wait on a server that stopped answering (default 300, 0: no bound),
+ *     "spool=DIR" keeps the inserts of almSetAlarm, logSetLog, sgSetRecord
+ *     and sgBatchSetRecord whose database cannot be reached on disk under
+ *     DIR and forwards them later (a kept write returns 0), "spoolmax=MB"
+ *     bounds it (default 1024).
  *  3. The first argument of most exports is a CallerToken: any non-null
  *     pointer. It is checked, never read.
  *  4. Results: exports returning a code give 0 for success and 1 for failure;

@@ -96,6 +96,14 @@ fi
 "$host" write "$full" f 1 0 1 "$work/f.notes" >/dev/null   # the tables, and write 1
 halt
 "$host" write "$full" f 2 4 400 "$work/f.notes" >"$work/f.out" 2>"$work/f.err"
+"$tool" --config "$full" --format json spool status >"$work/f.status" 2>&1
+status=$?
+"$tool" --config "$full" spool forward >"$work/f.forward" 2>&1
+forwarded=$?
+[ $status -eq 1 ] && grep -q '"table":"f_s"' "$work/f.status" && [ $? -eq 0 ] \
+  || { echo "FAILED: spool status while writes wait"; cat "$work/f.status"; failures=$((failures + 1)); }
+[ $forwarded -ne 0 ] \
+  || { echo "FAILED: spool forward without the database"; cat "$work/f.forward"; failures=$((failures + 1)); }
 resume || exit 1
 refused=$(grep -c "failed to open DSN: $dsn; spool full: " "$work/f.err")
 echo "full ($room): $(cat "$work/f.out"), $refused refused with \"spool full\""

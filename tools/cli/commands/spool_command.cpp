@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
-#include <variant>
 
 #include <fmt/format.h>
 
@@ -61,7 +60,9 @@ SpoolState ReadState(const std::string& directory) {
   return state;
 }
 
-void RunStatus(Context& context, const std::monostate&) {
+struct SpoolOptions {};
+
+void RunStatus(Context& context, const SpoolOptions&) {
   const std::string directory = SpoolDirectory(context.session);
   const SpoolState state = ReadState(directory);
   const OutputOptions options = context.Output();
@@ -83,7 +84,7 @@ void RunStatus(Context& context, const std::monostate&) {
 
 // Each call of an export forwards for a slice of time before its own work;
 // the count of the library's own table is the cheapest such call.
-void RunForward(Context& context, const std::monostate&) {
+void RunForward(Context& context, const SpoolOptions&) {
   const std::string directory = SpoolDirectory(context.session);
   {
     DirectoryLock probe;  // the library takes it itself below
@@ -117,28 +118,28 @@ void RunForward(Context& context, const std::monostate&) {
 }  // namespace
 
 void AddSpoolCommand(CLI::App& app, Context& context) {
+  const std::string config = "scadastore --config 'plant;scada;secret;5;spool=/var/lib/host/spool' ";
   CLI::App* spool = AddSubcommand(
       app, {"spool",
             "The store-and-forward spool of the settings text's option spool=DIR: writes kept "
             "while the database was away",
-            "scadastore --config 'plant;scada;secret;5;spool=/var/lib/host/spool' spool status"});
+            config + "spool status"});
   spool->require_subcommand(1);
-  AddCommand<std::monostate>(
+  AddCommand<SpoolOptions>(
       *spool, context,
       {"status",
        "What waits: per table the writes, records, bytes and the oldest; then the set-aside "
        "entries with their reasons. Prints 'empty' and exits 0 when nothing waits, exits 1 "
        "otherwise",
-       "scadastore --config 'plant;scada;secret;5;spool=/var/lib/host/spool' spool status "
-       "--format json"},
+       config + "spool status --format json"},
       RunStatus);
-  AddCommand<std::monostate>(
+  AddCommand<SpoolOptions>(
       *spool, context,
       {"forward",
        "Forward what waits to the database, each write exactly once, for a host that is "
        "stopped (a running host holds the spool and forwards it itself). Ctrl-C stops between "
        "two batches (exit 130). Exits 0 only when the spool is empty at the end",
-       "scadastore --config 'plant;scada;secret;5;spool=/var/lib/host/spool' spool forward"},
+       config + "spool forward"},
       RunForward);
 }
 
