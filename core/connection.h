@@ -40,6 +40,12 @@ class DbConnection {
   // `texts` are bound to the `?`s of `sql` in order; in the backtick dialect
   // they are converted from the host's character set to UTF-8 first.
   int OpenQuery(const char* sql, const std::vector<std::string>& texts = {});
+  // OpenQuery that neither reports nor announces a failure: for a second form
+  // of a statement whose documented form runs when this one fails.
+  int TryOpenQuery(const char* sql, const std::vector<std::string>& texts = {});
+  // The data source is SQLite, whose driver hands doubles over through
+  // 15-digit text: an exact value must come as text (see GetDouble).
+  bool IsSqlite();
   int Execute(const char* sql, const std::vector<std::string>& texts = {});
   uint32_t CountRows();
   int MoveFirst();
@@ -49,7 +55,9 @@ class DbConnection {
   // `length` is the capacity of `name` on the way in and the name's length out.
   int DescribeColumn(uint16_t column, char* name, int32_t* type, int32_t* length);
 
-  // The readers leave `target` untouched when the value is NULL.
+  // The readers leave `target` untouched when the value is NULL. On SQLite
+  // GetDouble reads the value as text: a decimal, or "k m" for m * 2^-k,
+  // the exact form ExactSqliteDouble selects.
   int GetInteger(uint16_t column, void* target, int32_t size);
   int GetDouble(uint16_t column, void* target, int32_t size);
   int GetString(uint16_t column, char* target, int32_t capacity);
@@ -93,6 +101,7 @@ class DbConnection {
   std::vector<OdbcHandle> replaced_statements_;
   int32_t result_columns_ = -1;  // column count of the current result, -1 unknown
   int end_flag_ = 0;
+  int sqlite_ = -1;  // IsSqlite(): -1 not asked yet
   bool announce_ = true;  // false while TableExists connects
   char error_text_[kErrorTextSize] = {};
 };

@@ -60,6 +60,7 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
       return call.failure();
     uint32_t id = 0;
     if (!ReadSingleInteger(call.db(), id)) return 0;
+    if (size / recordSize > UINT32_MAX - id) return call.InvalidParameter();  // ids end at 4294967295
     const auto* bytes = static_cast<const unsigned char*>(records);
     for (uint32_t k = 0; k < size / recordSize; ++k)
       if (!call.Execute(insert(call.kind(), table, ++id, bytes + size_t{k} * recordSize)))

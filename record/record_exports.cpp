@@ -2,6 +2,7 @@
 // short sequence of connection operations around the record statements.
 #include <optional>
 
+#include "core/bytes.h"
 #include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/format.h"
@@ -22,22 +23,47 @@ uint32_t FailRead(ExportCall& call, const ReadFailure& failure) {
   return call.FailField(failure.column, static_cast<int>(failure.part));
 }
 
-// The next id of a table, its largest id plus 1, read on the call's open connection.
-bool NextId(ExportCall& call, const std::string& table, uint32_t& nextId) {
+// The next id of a table, its largest id plus 1, read on the call's open
+// connection; `count` new ids must stay within 4294967295.
+bool NextId(ExportCall& call, const std::string& table, uint32_t count, uint32_t& nextId) {
   if (!call.Query(LargestIdStatement(call.kind(), table, kLookupStatementSize))) return false;
   uint32_t largest = 0;
   if (!ReadSingleInteger(call.db(), largest)) {
     call.FailField(1);
     return false;
   }
+  if (count > UINT32_MAX - largest) {
+    call.InvalidParameter();
+    return false;
+  }
   nextId = largest + 1;
   return true;
+}
+
+// Each whole record of `records` writable, where the records hold their values.
+bool WritableRecords(const TableLayout& table, const void* records, uint32_t size) {
+  return !table.HoldsValues() || EveryRecord(records, size, table.recordSize, [&](const void* record) {
+    return Writable(table.columns, record);
+  });
 }
 
 // The result's columns must be the four fixed ones and one per value column,
 // and the records must hold the values.
 bool MatchesTable(DbConnection& db, const TableLayout& table) {
   return db.ColumnCount() == static_cast<int>(table.columns.size()) + 4 && table.HoldsValues();
+}
+
+// Runs a select of the table's rows. On SQLite a select whose columns match
+// the table (asked with "limit 0", which runs nothing) runs under an outer
+// select that hands every float over exactly; any other runs as given.
+bool QueryRecords(ExportCall& call, const TableLayout& table, const Statement& select) {
+  DbConnection& db = call.db();
+  const std::string& inner = select.Sent();
+  return (select.complete && db.IsSqlite() &&
+          db.TryOpenQuery(("select * from (" + inner + ") limit 0").c_str(), select.texts) &&
+          MatchesTable(db, table) &&
+          db.TryOpenQuery(ExactFloatsSelect(table, inner).c_str(), select.texts)) ||
+         call.Query(select);
 }
 
 // Moves from the first row to the row at `index` (from 1).
@@ -52,7 +78,7 @@ uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement
   if (!call.Open()) return call.failure();
   if (callersStatement) call.db().DoNotPool();
   const TableLayout layout = DescribeTable(table);
-  if (!call.Query(statement)) return call.failure();
+  if (!QueryRecords(call, layout, statement)) return call.failure();
   DbConnection& db = call.db();
   if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
   std::optional<ReadFailure> failure;
@@ -102,10 +128,11 @@ uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table, const DataRe
                      uint32_t size) {
   return RunExport(Export::kSgSetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !record || size <= kRecordHeadSize) return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
+    if (!WritableRecords(layout, record, size)) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
     uint32_t id = 0;
-    if (!NextId(call, layout.name, id)) return call.failure();
+    if (!NextId(call, layout.name, 1, id)) return call.failure();
     const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
     if (!insert.complete) return call.Fail(Serial::kCreateSql, insert);
     return call.Execute(insert) ? 0 : call.failure();
@@ -117,10 +144,12 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
   return RunExport(Export::kSgBatchSetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !buffer || size <= kRecordHeadSize || !AllowsBatches(call.kind()))
       return call.InvalidParameter();
-    if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
+    if (!WritableRecords(layout, buffer, size)) return call.InvalidParameter();
+    if (!call.Open()) return call.failure();
     uint32_t firstId = 0;
-    if (!NextId(call, layout.name, firstId)) return call.failure();
+    const uint32_t count = layout.recordSize == 0 ? 0 : size / layout.recordSize;
+    if (!NextId(call, layout.name, count, firstId)) return call.failure();
     const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
     if (!batch.complete) return call.Fail(Serial::kCreateSql);
     return call.Execute(batch) ? 0 : call.failure();
@@ -130,7 +159,8 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
 uint32_t sgModifyRecordByIndex(CallerToken token, const DataTableInfo* table, uint32_t index,
                                const DataRecord* record, uint32_t size) {
   return RunExport(Export::kSgModifyRecordByIndex, [&](ExportCall& call) -> uint32_t {
-    if (!token || !table || !record || index == 0 || size != table->recordSize)
+    if (!token || !table || !record || index == 0 || size != table->recordSize ||
+        !WritableRecords(DescribeTable(*table), record, size))
       return call.InvalidParameter();
     const uint32_t id = sgGetIdByIndex(token, table, index);
     if (id == 0) return call.failure();
@@ -205,7 +235,7 @@ uint32_t sgGetRecordByTime(CallerToken token, const DataTableInfo* table, uint32
     if (!token || !table || !record || size != table->recordSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    if (!call.Query(IntervalStatement(call.kind(), layout.name, startTime, startTime + 59)))
+    if (!QueryRecords(call, layout, IntervalStatement(call.kind(), layout.name, startTime, startTime + 59)))
       return call.failure();
     DbConnection& db = call.db();
     if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
@@ -240,7 +270,7 @@ uint32_t sgGetRecordByIndex(CallerToken token, const DataTableInfo* table, uint3
     // Without a layout check, a recordSize too small for the values would be written past.
     if (!layout.HoldsValues()) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(SelectAllStatement(call.kind(), layout.name)))
+    if (!QueryRecords(call, layout, SelectAllStatement(call.kind(), layout.name)))
       return call.failure();
     DbConnection& db = call.db();
     if (index > db.CountRows()) return call.Fail(Serial::kIndexPastEnd);

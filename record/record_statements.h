@@ -58,4 +58,8 @@ Statement IntervalStatement(DbKind kind, const std::string& table, uint32_t star
                             uint32_t endTime);
 Statement IdsStatement(DbKind kind, const std::string& table);
 
+// `select` under an outer SQLite select that hands every float column over
+// exactly (ExactSqliteDouble); its columns must be the table's.
+std::string ExactFloatsSelect(const TableLayout& table, const std::string& select);
+
 }  // namespace scadastore::record

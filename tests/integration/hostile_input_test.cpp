@@ -120,22 +120,27 @@ class QuotingTest : public DatabaseTest {
   // Fills the fields with the case's texts in turn and calls `write`. A
   // stored case joins `stored`; a refused one must be refused whole with the
   // export's coded text, and only where a column cannot hold a text (too
-  // long, or not in the database's character set).
+  // long, or not in the database's character set). A text that fills its
+  // field without a NUL is an invalid parameter.
   template <class Write>
   void WriteCase(const Case& c, const std::vector<Field>& fields, const std::string& code,
                  std::vector<Texts>& stored, Write&& write) {
     Texts expected;
-    bool columnsHoldAll = true;
+    bool columnsHoldAll = true, terminated = true;
     for (size_t i = 0; i < fields.size(); ++i) {
       const std::string& text = c.texts[i % c.texts.size()];
       std::memset(fields[i].place, 0, fields[i].width);
       std::memcpy(fields[i].place, text.data(), std::min(text.size(), fields[i].width));
       std::string kept = StoredText(text, fields[i].width);
+      terminated = terminated && kept.size() < fields[i].width;
       for (unsigned char byte : kept) columnsHoldAll = columnsHoldAll && byte < 0x80;
       columnsHoldAll = columnsHoldAll && kept.size() <= fields[i].column;
       expected.push_back(kept.substr(0, 255));
     }
-    if (write() == 0) {
+    if (!terminated) {
+      EXPECT_EQ(write(), 1u) << c.label;
+      EXPECT_TRUE(std::string(dbGetLastError()).ends_with("1] invalid parameter")) << dbGetLastError();
+    } else if (write() == 0) {
       stored.push_back(expected);
     } else {
       EXPECT_FALSE(columnsHoldAll) << c.label << ": " << dbGetLastError();

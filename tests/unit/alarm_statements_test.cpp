@@ -18,11 +18,14 @@ constexpr DbKind Backtick = 2, Bracket = 1;
 
 TEST(AlarmStatements, CreateTableTypesItsColumns) {
   EXPECT_EQ(CreateTableStatement(Backtick, "a1").text,
-            "create table `a1` (`id` integer NOT NULL PRIMARY KEY, `station` varchar(32), "
-            "`tag` varchar(32), `tagtype` integer, `alarmtype` integer, `value` float, "
-            "`status` integer, `recovertime` integer, `arisetime` integer, `ip` integer, "
-            "`description` varchar(128), `millisecond` integer, `batch` varchar(64), "
-            "`alarmlevel` integer, `rsvd` varchar(128)) ENGINE=InnoDB DEFAULT CHARSET=utf8");
+            "create table `a1` (`id` bigint NOT NULL PRIMARY KEY, `station` varchar(32), "
+            "`tag` varchar(32), `tagtype` bigint, `alarmtype` bigint, `value` float, "
+            "`status` bigint, `recovertime` bigint, `arisetime` bigint, `ip` bigint, "
+            "`description` varchar(128), `millisecond` bigint, `batch` varchar(64), "
+            "`alarmlevel` bigint, `rsvd` varchar(128)) ENGINE=InnoDB DEFAULT CHARSET=utf8 "
+            "COLLATE=utf8_nopad_bin");
+  EXPECT_EQ(CreateTableStatement(Bracket, "a1").text.substr(0, 58),
+            "create table [a1] ([id] integer NOT NULL PRIMARY KEY, [sta");
 }
 
 TEST(AlarmStatements, InsertShowsFieldsInColumnOrderFromUnalignedRecords) {
@@ -65,7 +68,7 @@ TEST(AlarmStatements, QueryConditionsAndListPrecedence) {
        range + " and ([alarmlevel] >= 2) and (([alarmtype] = 1) or ([alarmtype] = 2))" + order},
       {query(0x0200 | 8, {.types = {1}}),
        range + " and ([alarmlevel] >= 2) and ([alarmtype] = 1)" + order},
-      {query(8, {.types = {-1}}), range + " and ([alarmtype] = -1)" + order},
+      {query(8, {.types = {-1}}), range + " and ([alarmtype] = 4294967295)" + order},
       {query(0xFF00), range + " and ([alarmlevel] >= 255)" + order},
       // Bits beyond the level byte and the list bits are not read.
       {query(0xFFFF0301, {.types = {1}}), range + " and ([alarmlevel] >= 3)" + order},

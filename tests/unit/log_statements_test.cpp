@@ -13,11 +13,12 @@ namespace {
 
 TEST(LogStatements, CreateAndShownInsert) {
   EXPECT_EQ(CreateTableStatement(2, "ev").text,
-            "create table `ev` (`id` integer NOT NULL PRIMARY KEY, `logtime` integer, "
-            "`millisecond` integer, `logtype` integer, `source` varchar(64), "
+            "create table `ev` (`id` bigint NOT NULL PRIMARY KEY, `logtime` bigint, "
+            "`millisecond` bigint, `logtype` bigint, `source` varchar(64), "
             "`loginfo` varchar(250), `operator` varchar(32), `monitor` varchar(32), "
-            "`logverify` varchar(64), `ip` integer, `ackinfo` varchar(250), "
-            "`batch` varchar(64), `rsvd` varchar(128)) ENGINE=InnoDB DEFAULT CHARSET=utf8");
+            "`logverify` varchar(64), `ip` bigint, `ackinfo` varchar(250), "
+            "`batch` varchar(64), `rsvd` varchar(128)) ENGINE=InnoDB DEFAULT CHARSET=utf8 "
+            "COLLATE=utf8_nopad_bin");
   // The caller's id (99) never reaches the statement, nor does rsvd.
   LogRecord record{99, 1700000000, 250,         3,  "pump 'A'", "C:\\data",      "op",
                    "", "",         4294967295u, "", "",         "never written", {}};

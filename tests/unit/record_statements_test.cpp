@@ -20,9 +20,12 @@ TEST(RecordStatements, CreateInsertAndUpdateOfOneRecord) {
   DataTable abxc("t", {{"a", 3}, {"b", 4}, {"x", 9}, {"c", 12}});
   const TableLayout t = DescribeTable(*abxc.info());
   EXPECT_EQ(CreateTableStatement(2, t).text,
-            "create table `t` (`id` integer NOT NULL PRIMARY KEY,`time` integer,`ms` integer,"
-            "`modify` integer,`a` float,`b` integer,`x` float,`c` varchar(64))"
-            "ENGINE=InnoDB DEFAULT CHARSET=utf8");
+            "create table `t` (`id` bigint NOT NULL PRIMARY KEY,`time` bigint,`ms` bigint,"
+            "`modify` bigint,`a` double,`b` integer,`x` double,`c` varchar(64))"
+            "ENGINE=InnoDB DEFAULT CHARSET=utf8 COLLATE=utf8_nopad_bin");
+  EXPECT_EQ(CreateTableStatement(5, t).text,
+            "create table \"t\" (\"id\" bigint NOT NULL PRIMARY KEY,\"time\" bigint,\"ms\" bigint,"
+            "\"modify\" bigint,\"a\" float,\"b\" integer,\"x\" float,\"c\" varchar(64))");
   RecordBuffer record(t.recordSize, 1);
   record.Put<uint32_t>(0, 0, 99);  // id and modify are never read
   record.Put<uint32_t>(0, 4, 100);
