@@ -59,8 +59,9 @@ TEST_F(Alarms, QueryOptionsSelectTheMatchingAlarms) {
   EXPECT_EQ(Ids({"--type", "2", "--type", "3"}), (std::vector<int>{2, 3}));
   EXPECT_EQ(Ids({"--point", "south/pump/4"}), (std::vector<int>{2}));
   EXPECT_EQ(Ids({"--point", "south/pump/0"}), (std::vector<int>{}));
-  EXPECT_EQ(Ids({"--from", "2024-05-01 08:30", "--to", "2024-05-01 09:00"}),
-            (std::vector<int>{2}));
+  // [--from, --to): the alarm at 09:00 is in the range that starts then, not in the one ending then.
+  EXPECT_EQ(Ids({"--from", "2024-05-01 09:00", "--to", "2024-05-01 09:01"}), (std::vector<int>{2}));
+  EXPECT_EQ(Ids({"--from", "2024-05-01 08:30", "--to", "2024-05-01 09:00"}), (std::vector<int>{}));
   EXPECT_EQ(Ids({"--first", "2"}), (std::vector<int>{1, 2}));
 
   // Combinations that one query cannot express are refused.

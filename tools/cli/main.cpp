@@ -1,7 +1,7 @@
 // scadastore: see, check and move the history kept by libscadastore.
 #include <iostream>
 
-#include "tools/cli/commands.h"
+#include "tools/cli/command.h"
 #include "tools/cli/times.h"
 
 using namespace scadastore::cli;

@@ -10,7 +10,7 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/session.h"
+#include "tools/cli/database/session.h"
 
 namespace scadastore::cli {
 namespace {

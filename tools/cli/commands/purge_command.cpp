@@ -10,8 +10,8 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/commands.h"
-#include "tools/cli/progress.h"
+#include "tools/cli/command.h"
+#include "tools/cli/output/progress.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {
@@ -153,26 +153,29 @@ void RunPurge(Context& context, const PurgeOptions& options) {
 }  // namespace
 
 void AddPurgeCommand(CLI::App& app, Context& context) {
-  auto options = std::make_shared<PurgeOptions>();
-  CLI::App* purge = AddCommand(
-      app, "purge",
-      "Remove the rows older than --before from alarm, log and data tables (by arisetime, "
-      "logtime or time), in batches of --batch rows, each one statement committed on its own, "
-      "so that writers wait for one batch at most. Alarms that are not confirmed (status 0) or "
-      "not recovered are kept. A table of another kind is refused (exit 2) before anything is "
-      "removed. Ctrl-C stops after the running batch (exit 130) and leaves every row not yet "
-      "removed as it was; the same command then finishes. Prints per table the older rows, "
-      "those removed and those kept, with the unconfirmed and unrecovered alarms among them",
-      "scadastore --sqlite plant.db purge --before 2024-01-01 --dry-run plant_alarms plant_log "
-      "plant");
-  purge->add_option("table", options->tables, "alarm, log and data tables")->required();
-  purge->add_option("--before", options->before,
-                    "cut-off: rows before this local date-time or epoch second go")
+  Command purge = AddCommand<PurgeOptions>(
+      app, context,
+      {"purge",
+       "Remove the rows older than --before from alarm, log and data tables (by arisetime, "
+       "logtime or time), in batches of --batch rows, each one statement committed on its own, "
+       "so that writers wait for one batch at most. Alarms that are not confirmed (status 0) "
+       "or not recovered are kept. A table of another kind is refused (exit 2) before anything "
+       "is removed. Ctrl-C stops after the running batch (exit 130) and leaves every row not "
+       "yet removed as it was; the same command then finishes. Prints per table the older "
+       "rows, those removed and those kept, with the unconfirmed and unrecovered alarms among "
+       "them",
+       "scadastore --sqlite plant.db purge --before 2024-01-01 --dry-run plant_alarms "
+       "plant_log plant"},
+      RunPurge);
+  PurgeOptions& options = purge.options;
+  purge.app->add_option("table", options.tables, "alarm, log and data tables")->required();
+  purge.app
+      ->add_option("--before", options.before,
+                   "cut-off: rows before this local date-time or epoch second go")
       ->required();
-  purge->add_option("--batch", options->batch, "rows per statement")->capture_default_str();
-  purge->add_flag("--dry-run", options->dryRun,
-                  "count what would go and what stays; remove nothing");
-  purge->callback([&context, options] { RunPurge(context, *options); });
+  purge.app->add_option("--batch", options.batch, "rows per statement")->capture_default_str();
+  purge.app->add_flag("--dry-run", options.dryRun,
+                      "count what would go and what stays; remove nothing");
 }
 
 }  // namespace scadastore::cli

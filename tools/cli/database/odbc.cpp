@@ -1,4 +1,4 @@
-#include "tools/cli/odbc.h"
+#include "tools/cli/database/odbc.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "tools/cli/progress.h"
+#include "tools/cli/output/progress.h"
 
 #include <unistd.h>
 

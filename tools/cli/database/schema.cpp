@@ -1,4 +1,4 @@
-#include "tools/cli/schema.h"
+#include "tools/cli/database/schema.h"
 
 #include <algorithm>
 

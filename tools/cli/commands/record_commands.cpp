@@ -7,10 +7,10 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/commands.h"
-#include "tools/cli/csv.h"
-#include "tools/cli/data_table.h"
-#include "tools/cli/record_writer.h"
+#include "tools/cli/command.h"
+#include "tools/cli/output/csv.h"
+#include "tools/cli/database/data_table.h"
+#include "tools/cli/commands/record_writer.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {
@@ -19,7 +19,8 @@ namespace {
 const char* const kRecordHead[] = {"id", "time", "ms", "modify"};
 
 struct ListOptions {
-  std::string table, columns, from, to, minute, output;
+  std::string table, columns, minute, output;
+  TimeRangeOptions range;
   uint32_t index = 0;
 };
 
@@ -33,13 +34,6 @@ std::vector<std::string> RecordHeaders(const DataTable& table) {
   std::vector<std::string> headers(std::begin(kRecordHead), std::end(kRecordHead));
   for (const Column& column : table.columns()) headers.push_back(column.name);
   return headers;
-}
-
-std::pair<uint32_t, uint32_t> TimeRange(const ListOptions& options) {
-  uint32_t from = options.from.empty() ? 0 : ParseTime(options.from, "--from");
-  uint32_t to = options.to.empty() ? UINT32_MAX : ParseTime(options.to, "--to");
-  if (from > to) throw UsageError("--from must not be after --to");
-  return {from, to};
 }
 
 // A float column as SQLite must give it to keep every bit: its driver
@@ -66,7 +60,7 @@ double ParseFloat(const std::string& text) {
 void StreamRecords(Context& context, const DataTable& table, const ListOptions& options,
                    const std::vector<size_t>& chosen, RowWriter& writer) {
   constexpr int kPageRows = 5000;
-  auto [from, to] = TimeRange(options);
+  Slot range = ParseTimeRange(options.range);
   Session& session = context.session;
   std::string select = "select ";
   for (const char* name : kRecordHead) select += session.Quote(name) + ",";
@@ -76,8 +70,8 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
     select += (exact ? ExactSqliteFloat(name) : name) + ",";
   }
   select.back() = ' ';
-  select += fmt::format("from {} where {} >= {} and {} <= {}", session.Quote(table.name()),
-                        session.Quote("time"), from, session.Quote("time"), to);
+  select += fmt::format("from {} where {} >= {} and {} < {}", session.Quote(table.name()),
+                        session.Quote("time"), range.start, session.Quote("time"), range.end);
   // Without "limit" (other databases) the whole range is one page.
   bool paged = session.Database().HasLimit();
   std::string order = fmt::format(" order by {}", session.Quote("id"));
@@ -355,6 +349,13 @@ uint32_t CountInRange(Session& session, const std::string& table, uint32_t from,
 // The whole file is checked first, then stored in batches. An interrupt
 // (Ctrl-C) or a failure stops between two batches and says exactly which
 // lines are stored and how to resume; a repeated import is refused.
+void RunCount(Context& context, const ListOptions& options) {
+  DataTable table = ReadDataTable(context.session, options.table);
+  uint32_t rows = sgGetRecordCount(context.session.Token(), table.info());
+  if (rows == UINT32_MAX) context.session.Fail("records count");
+  std::cout << rows << '\n';
+}
+
 void RunImport(Context& context, const ImportOptions& options) {
   Session& session = context.session;
   DataTable table = ReadDataTable(session, options.table);
@@ -428,78 +429,70 @@ void AddRecordCommands(CLI::App& app, Context& context) {
       context.session.Fail(fmt::format("ensure data{}{}", *error ? ": " : "", error));
   };
 
-  auto list = std::make_shared<ListOptions>();
-  const std::string columnsHelp =
-      "columns to show, by name and in this order: id, time, ms, modify and the table's value "
-      "columns (see 'describe TABLE'); default: all";
-  CLI::App* records = AddCommand(
-      app, "records",
-      "List the samples of a data table: all, a time range, the one at a position, or the "
-      "first of a minute",
-      "scadastore --sqlite plant.db records samples --columns time,temp --from "
-      "'2024-05-01 08:00' --to '2024-05-01 08:10'");
-  records->add_option("table", list->table, "data table");
-  records->add_option("--columns", list->columns, columnsHelp);
-  auto* from = records->add_option("--from", list->from,
-                                   "first time (included): local date-time or epoch seconds");
-  auto* to = records->add_option("--to", list->to, "last time (included)");
-  auto* index = records->add_option("--index", list->index,
-                                    "the record at this position in id order, from 1")
-                    ->check(CLI::PositiveNumber);
-  records->add_option("--minute", list->minute, "the first record of the minute from this time")
+  Command records = AddCommand<ListOptions>(
+      app, context,
+      {"records",
+       "List the samples of a data table: all, a time range, the one at a position, or the "
+       "first of a minute",
+       "scadastore --sqlite plant.db records samples --columns time,temp --from "
+       "'2024-05-01 08:00' --to '2024-05-01 08:10'",
+       "data table"},
+      RunList);
+  ListOptions& list = records.options;
+  records.app->add_option("--columns", list.columns,
+                          "columns to show, by name and in this order: id, time, ms, modify and "
+                          "the table's value columns (see 'describe TABLE'); default: all");
+  auto [from, to] = AddTimeRange(*records.app, list.range);
+  auto* index = records.app
+                    ->add_option("--index", list.index,
+                                 "the record at this position in id order, from 1")
+                    ->check(CLI::PositiveNumber)
+                    ->excludes(from)->excludes(to);
+  records.app
+      ->add_option("--minute", list.minute, "the first record of the minute from this time")
       ->excludes(from)->excludes(to)->excludes(index);
-  index->excludes(from)->excludes(to);
-  records->callback([&context, records, list] {
-    if (!records->get_subcommands().empty()) return;
-    if (list->table.empty()) throw UsageError("records: name the data table");
-    RunList(context, *list);
-  });
 
-  auto counted = std::make_shared<std::string>();
-  CLI::App* count = AddCommand(*records, "count", "Print the number of records",
-                               "scadastore --sqlite plant.db records count samples");
-  count->add_option("table", *counted, "data table")->required();
-  count->callback([&context, counted] {
-    DataTable table = ReadDataTable(context.session, *counted);
-    uint32_t rows = sgGetRecordCount(context.session.Token(), table.info());
-    if (rows == UINT32_MAX) context.session.Fail("records count");
-    std::cout << rows << '\n';
-  });
+  AddCommand<ListOptions>(*records.app, context,
+                          {"count", "Print the number of records",
+                           "scadastore --sqlite plant.db records count samples", "data table"},
+                          RunCount);
 
-  auto import = std::make_shared<ImportOptions>();
-  CLI::App* importing = AddCommand(
-      *records, "import",
-      "Store the rows of a CSV file whose first line names its columns: time (local date-time "
-      "or epoch seconds), optionally ms, and every value column of the table (id and modify "
-      "are ignored, so an export imports as it is). An empty field is stored as NULL. The whole "
-      "file is checked first: a malformed line stops the import before anything is stored. "
-      "Then it is stored in batches; if that stops (Ctrl-C, a database error), the tool says "
-      "how many of the first records are stored and how to resume with --skip. A file whose "
-      "times the table already holds is refused unless --skip or --append is given",
-      "scadastore --sqlite plant.db records import samples samples.csv");
-  importing->add_option("table", import->table, "data table")->required();
-  importing->add_option("file", import->file, "CSV file")->required();
-  auto* skip = importing->add_option(
-      "--skip", import->skip, "leave out the first N records of the file (already stored)");
-  importing->add_flag("--append", import->append,
-                      "store the file even though the table holds records of its times")
+  Command import = AddCommand<ImportOptions>(
+      *records.app, context,
+      {"import",
+       "Store the rows of a CSV file whose first line names its columns: time (local "
+       "date-time or epoch seconds), optionally ms, and every value column of the table (id "
+       "and modify are ignored, so an export imports as it is). An empty field is stored as "
+       "NULL. The whole file is checked first: a malformed line stops the import before "
+       "anything is stored. Then it is stored in batches; if that stops (Ctrl-C, a database "
+       "error), the tool says how many of the first records are stored and how to resume with "
+       "--skip. A file whose times the table already holds is refused unless --skip or "
+       "--append is given",
+       "scadastore --sqlite plant.db records import samples samples.csv", "data table"},
+      RunImport);
+  import.app->add_option("file", import.options.file, "CSV file")->required();
+  auto* skip = import.app->add_option(
+      "--skip", import.options.skip, "leave out the first N records of the file (already stored)");
+  import.app
+      ->add_flag("--append", import.options.append,
+                 "store the file even though the table holds records of its times")
       ->excludes(skip);
-  importing->callback([&context, import] { RunImport(context, *import); });
 
-  CLI::App* exporting = AddCommand(
-      *records, "export",
-      "Write the samples (or a time range) as CSV in the form that import reads, with every "
-      "digit of the floats; add --epoch for times that stay exact across a daylight-saving "
-      "change",
-      "scadastore --sqlite plant.db records export samples --epoch -o samples.csv");
-  exporting->add_option("table", list->table, "data table")->required();
-  exporting->add_option("--columns", list->columns,
-                        "columns to write, by name and in this order; default: time, ms and "
-                        "the value columns");
-  exporting->add_option("--from", list->from, "first time (included)");
-  exporting->add_option("--to", list->to, "last time (included)");
-  exporting->add_option("-o,--output", list->output, "file to write (default: stdout)");
-  exporting->callback([&context, list] { RunExport(context, *list); });
+  Command exporting = AddCommand<ListOptions>(
+      *records.app, context,
+      {"export",
+       "Write the samples (or a time range) as CSV in the form that import reads, with every "
+       "digit of the floats; add --epoch for times that stay exact across a daylight-saving "
+       "change",
+       "scadastore --sqlite plant.db records export samples --epoch -o samples.csv",
+       "data table"},
+      RunExport);
+  exporting.app->add_option("--columns", exporting.options.columns,
+                            "columns to write, by name and in this order; default: time, ms "
+                            "and the value columns");
+  AddTimeRange(*exporting.app, exporting.options.range);
+  exporting.app->add_option("-o,--output", exporting.options.output,
+                            "file to write (default: stdout)");
 }
 
 }  // namespace scadastore::cli

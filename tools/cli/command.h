@@ -1,4 +1,5 @@
-// The command families of the tool; each adds its subcommands to the app.
+// What every command of the tool shares: the context it runs in, how it
+// is registered, its time range, and the library's blocks and text tables.
 #pragma once
 
 #include <cstdlib>
@@ -6,13 +7,15 @@
 #include <functional>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <string>
 
 #include <CLI/CLI.hpp>
 
-#include "tools/cli/output.h"
-#include "tools/cli/schema.h"
-#include "tools/cli/session.h"
+#include "tools/cli/output/output.h"
+#include "tools/cli/database/schema.h"
+#include "tools/cli/database/session.h"
+#include "tools/cli/times.h"
 
 namespace scadastore::cli {
 
@@ -34,9 +37,61 @@ using EnsureFunction = std::function<void(Context&, const std::string& table,
                                           const std::string& columns)>;
 std::map<std::string, EnsureFunction>& EnsureKinds();
 
-// A subcommand with its one-line description and an example in its help.
-CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::string& description,
-                     const std::string& example);
+// What `--help` shows of a command, and its table argument.
+struct CommandHelp {
+  std::string name, description, example;
+  std::string table = "";  // what the positional TABLE is, e.g. "alarm table"; "": none
+};
+
+// A registered command: its CLI11 node, for its own options, and the
+// options struct that the parser fills and `run` reads.
+template <typename Options>
+struct Command {
+  CLI::App* app;
+  Options& options;
+};
+
+CLI::App* AddSubcommand(CLI::App& parent, const CommandHelp& help);
+[[noreturn]] void RequireTableArgument(const CommandHelp& help);
+
+// Registers a command of `parent`: `run` runs when the command is chosen
+// and none of its subcommands is. With `help.table`, Options has a `table`
+// that the first positional argument fills; it must be given.
+template <typename Options>
+Command<Options> AddCommand(CLI::App& parent, Context& context, const CommandHelp& help,
+                            void (*run)(Context&, const Options&)) {
+  auto options = std::make_shared<Options>();
+  CLI::App* app = AddSubcommand(parent, help);
+  if constexpr (requires { options->table.c_str(); })
+    if (!help.table.empty()) app->add_option("table", options->table, help.table);
+  app->callback([&context, app, options, run, help] {
+    if (!app->get_subcommands().empty()) return;
+    if constexpr (requires { options->table.c_str(); })
+      if (!help.table.empty() && options->table.empty()) RequireTableArgument(help);
+    run(context, *options);
+  });
+  return {app, *options};
+}
+
+// --from and --to of every command that takes a time range. The range is
+// half-open, [from, to): --from is included and --to excluded, so that
+// ranges such as one day and the next meet without overlap.
+struct TimeRangeOptions {
+  std::string from, to;
+};
+struct TimeRangeFlags {
+  CLI::Option *from, *to;
+};
+TimeRangeFlags AddTimeRange(CLI::App& command, TimeRangeOptions& range);
+// The range in seconds: from 1970 without --from, to the end of time
+// without --to; a UsageError unless --from is before --to.
+Slot ParseTimeRange(const TimeRangeOptions& range);
+// As ParseTimeRange, both --from and --to given.
+Slot ParseBoundedTimeRange(const TimeRangeOptions& range);
+// The last second of a range, for the library's calls that include their end.
+inline uint32_t LastSecond(const Slot& range) {
+  return range.end == UINT32_MAX ? UINT32_MAX : range.end - 1;
+}
 
 // Copies a text into a fixed field, refusing what would not fit.
 template <size_t N>
@@ -76,7 +131,8 @@ ResultTable LogTable(const LogRecord* records, size_t count, const OutputOptions
 
 // What `report` writes, also at the demo's end.
 struct ReportOptions {
-  std::string day, from, to, output, columns;
+  std::string day, output, columns;
+  TimeRangeOptions range;
   std::vector<std::string> tables, units;  // units: COLUMN=UNIT
   size_t logRows = 500;
 };

@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/commands.h"
+#include "tools/cli/command.h"
 
 namespace scadastore::cli {
 namespace {
@@ -107,20 +107,20 @@ void RunSql(Context& context, const SqlOptions& options) {
 }  // namespace
 
 void AddSqlCommand(CLI::App& app, Context& context) {
-  auto options = std::make_shared<SqlOptions>();
-  CLI::App* sql = AddCommand(
-      app, "sql",
-      "Run a select and print every column it gives, typed (numbers stay numbers in JSON). "
-      "Integer columns named time, arisetime, recovertime, logtime or in --time-columns show "
-      "as local date-times (or epoch seconds under --epoch). Other statements need --write",
-      "scadastore --sqlite plant.db sql 'select station, count(*) as alarms from plant_alarms "
-      "group by station'");
-  sql->add_option("statement", options->statement, "the statement")->required();
-  sql->add_option("--time-columns", options->timeColumns,
-                  "further integer columns holding times, separated by ';'");
-  sql->add_flag("--write", options->write,
-                "allow a statement that changes the database (insert, update, delete, DDL)");
-  sql->callback([&context, options] { RunSql(context, *options); });
+  Command sql = AddCommand<SqlOptions>(
+      app, context,
+      {"sql",
+       "Run a select and print every column it gives, typed (numbers stay numbers in JSON). "
+       "Integer columns named time, arisetime, recovertime, logtime or in --time-columns show "
+       "as local date-times (or epoch seconds under --epoch). Other statements need --write",
+       "scadastore --sqlite plant.db sql 'select station, count(*) as alarms from plant_alarms "
+       "group by station'"},
+      RunSql);
+  sql.app->add_option("statement", sql.options.statement, "the statement")->required();
+  sql.app->add_option("--time-columns", sql.options.timeColumns,
+                      "further integer columns holding times, separated by ';'");
+  sql.app->add_flag("--write", sql.options.write,
+                    "allow a statement that changes the database (insert, update, delete, DDL)");
 }
 
 }  // namespace scadastore::cli

@@ -1,4 +1,4 @@
-#include "tools/cli/alarm_kpi.h"
+#include "tools/cli/commands/alarm_kpi.h"
 
 #include <algorithm>
 #include <cmath>

@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "tools/cli/data_table.h"
-#include "tools/cli/progress.h"
-#include "tools/cli/session.h"
+#include "tools/cli/database/data_table.h"
+#include "tools/cli/output/progress.h"
+#include "tools/cli/database/session.h"
 
 namespace scadastore::cli {
 

@@ -10,10 +10,10 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/commands.h"
-#include "tools/cli/data_table.h"
-#include "tools/cli/progress.h"
-#include "tools/cli/record_writer.h"
+#include "tools/cli/command.h"
+#include "tools/cli/database/data_table.h"
+#include "tools/cli/output/progress.h"
+#include "tools/cli/commands/record_writer.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {
@@ -448,20 +448,22 @@ void RunDemo(Context& context, const DemoOptions& options) {
 }  // namespace
 
 void AddDemoCommand(CLI::App& app, Context& context) {
-  CLI::App* demo = AddCommand(
-      app, "demo",
-      "Play a small plant (4 stations x 8 tags) for one local day (yesterday or --day): "
-      "1-second samples written in batches, alarms raised, confirmed and recovered, operator "
-      "log entries; then report what the store reads back. The tables plant, plant_alarms "
-      "and plant_log are replaced",
-      "scadastore --sqlite build/demo.db demo --day 2024-05-01");
-  auto options = std::make_shared<DemoOptions>();
-  demo->add_option("--day", options->day, "the local day to play, YYYY-MM-DD (default: yesterday)");
-  demo->add_option("--report", options->report,
-                   "the HTML report written at the end (default: demo-report.html beside the "
-                   "SQLite file)");
-  demo->preparse_callback([&context](size_t) { context.session.options.createSqlite = true; });
-  demo->callback([&context, options] { RunDemo(context, *options); });
+  Command demo = AddCommand<DemoOptions>(
+      app, context,
+      {"demo",
+       "Play a small plant (4 stations x 8 tags) for one local day (yesterday or --day): "
+       "1-second samples written in batches, alarms raised, confirmed and recovered, operator "
+       "log entries; then report what the store reads back. The tables plant, plant_alarms "
+       "and plant_log are replaced",
+       "scadastore --sqlite build/demo.db demo --day 2024-05-01"},
+      RunDemo);
+  demo.app->add_option("--day", demo.options.day,
+                       "the local day to play, YYYY-MM-DD (default: yesterday)");
+  demo.app->add_option("--report", demo.options.report,
+                       "the HTML report written at the end (default: demo-report.html beside "
+                       "the SQLite file)");
+  demo.app->preparse_callback(
+      [&context](size_t) { context.session.options.createSqlite = true; });
 }
 
 }  // namespace scadastore::cli

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/cli/commands.h"
+#include "tools/cli/command.h"
 
 namespace scadastore::cli {
 

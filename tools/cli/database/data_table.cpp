@@ -1,4 +1,4 @@
-#include "tools/cli/data_table.h"
+#include "tools/cli/database/data_table.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -7,8 +7,8 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/schema.h"
-#include "tools/cli/session.h"
+#include "tools/cli/database/schema.h"
+#include "tools/cli/database/session.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {

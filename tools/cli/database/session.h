@@ -8,7 +8,7 @@
 #include <string>
 
 #include "scadastore.h"
-#include "tools/cli/odbc.h"
+#include "tools/cli/database/odbc.h"
 
 namespace scadastore::cli {
 

@@ -1,4 +1,4 @@
-#include "tools/cli/session.h"
+#include "tools/cli/database/session.h"
 
 #include <signal.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "tools/cli/record_writer.h"
+#include "tools/cli/commands/record_writer.h"
 
 #include <algorithm>
 

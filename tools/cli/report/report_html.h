@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/cli/output.h"
+#include "tools/cli/output/output.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {

@@ -8,8 +8,8 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/commands.h"
-#include "tools/cli/data_table.h"
+#include "tools/cli/command.h"
+#include "tools/cli/database/data_table.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {
@@ -18,7 +18,8 @@ namespace {
 using namespace std::chrono;
 
 struct StatOptions {
-  std::string table, columns, from, to, day, month, stat = "avg";
+  std::string table, columns, day, month, stat = "avg";
+  TimeRangeOptions range;
   int year = 0;
 };
 
@@ -41,14 +42,8 @@ std::vector<Slot> CalendarSlots(const StatOptions& options) {
 }
 
 std::vector<Slot> Slots(const StatOptions& options) {
-  bool range = !options.from.empty() || !options.to.empty();
-  if (range) {
-    if (options.from.empty() || options.to.empty())
-      throw UsageError("stats: give both --from and --to");
-    uint32_t from = ParseTime(options.from, "--from"), to = ParseTime(options.to, "--to");
-    if (from >= to) throw UsageError("stats: --from must be before --to");
-    return {{from, to}};
-  }
+  if (!options.range.from.empty() || !options.range.to.empty())
+    return {ParseBoundedTimeRange(options.range)};
   if (options.day.empty() && options.month.empty() && options.year == 0)
     throw UsageError("stats: give --from and --to, --day, --month or --year");
   return CalendarSlots(options);
@@ -90,30 +85,31 @@ void RunStats(Context& context, const StatOptions& options) {
 }  // namespace
 
 void AddStatCommands(CLI::App& app, Context& context) {
-  auto options = std::make_shared<StatOptions>();
-  CLI::App* stats = AddCommand(
-      app, "stats",
-      "Statistics of the float columns of a data table, computed by the database: over "
-      "[--from, --to), or per hour of a --day, per day of a --month, per month of a --year of "
-      "the local calendar (see --tz). A day on which the clocks change has 23 or 25 hourly "
-      "slots; the hours column gives each slot's length",
-      "scadastore --sqlite plant.db --tz Europe/Berlin stats samples --columns temp,flow --day "
-      "2024-10-27 --stat max");
-  stats->add_option("table", options->table, "data table")->required();
-  stats->add_option("--columns", options->columns,
-                    "float columns to compute, by name and in this order; default: all");
-  auto* from = stats->add_option("--from", options->from, "start: local date-time or epoch seconds");
-  auto* to = stats->add_option("--to", options->to, "end (excluded)");
-  auto* day = stats->add_option("--day", options->day, "a local day, YYYY-MM-DD: hourly slots")
+  Command stats = AddCommand<StatOptions>(
+      app, context,
+      {"stats",
+       "Statistics of the float columns of a data table, computed by the database: over "
+       "[--from, --to), or per hour of a --day, per day of a --month, per month of a --year of "
+       "the local calendar (see --tz). A day on which the clocks change has 23 or 25 hourly "
+       "slots; the hours column gives each slot's length",
+       "scadastore --sqlite plant.db --tz Europe/Berlin stats samples --columns temp,flow --day "
+       "2024-10-27 --stat max",
+       "data table"},
+      RunStats);
+  StatOptions& options = stats.options;
+  stats.app->add_option("--columns", options.columns,
+                        "float columns to compute, by name and in this order; default: all");
+  auto [from, to] = AddTimeRange(*stats.app, options.range);
+  auto* day = stats.app->add_option("--day", options.day, "a local day, YYYY-MM-DD: hourly slots")
                   ->excludes(from)->excludes(to);
-  auto* month = stats->add_option("--month", options->month, "a month, YYYY-MM: one slot per day")
-                    ->excludes(from)->excludes(to)->excludes(day);
-  stats->add_option("--year", options->year, "a year, YYYY: one slot per month")
+  auto* month =
+      stats.app->add_option("--month", options.month, "a month, YYYY-MM: one slot per day")
+          ->excludes(from)->excludes(to)->excludes(day);
+  stats.app->add_option("--year", options.year, "a year, YYYY: one slot per month")
       ->excludes(from)->excludes(to)->excludes(day)->excludes(month);
-  stats->add_option("--stat", options->stat, "max, min, avg or sum")
+  stats.app->add_option("--stat", options.stat, "max, min, avg or sum")
       ->capture_default_str()
       ->check(CLI::IsMember({"max", "min", "avg", "sum"}));
-  stats->callback([&context, options] { RunStats(context, *options); });
 }
 
 }  // namespace scadastore::cli

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "scadastore.h"
-#include "tools/cli/output.h"
+#include "tools/cli/output/output.h"
 
 namespace scadastore::cli {
 

@@ -3,16 +3,17 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/alarm_kpi.h"
-#include "tools/cli/commands.h"
-#include "tools/cli/data_table.h"
+#include "tools/cli/commands/alarm_kpi.h"
+#include "tools/cli/command.h"
+#include "tools/cli/database/data_table.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {
 namespace {
 
 struct ListOptions {
-  std::string table, from, to;
+  std::string table;
+  TimeRangeOptions range;
   unsigned level = 0;
   std::vector<int32_t> types;
   std::vector<std::string> stations, tags, points;
@@ -41,8 +42,9 @@ std::vector<uint8_t> BuildQuery(const ListOptions& options) {
   if (options.level > 255) throw UsageError("alarms: --level must be 0 to 255");
 
   AlarmQuery head{};
-  head.startTime = options.from.empty() ? 0 : ParseTime(options.from, "--from");
-  head.endTime = options.to.empty() ? UINT32_MAX : ParseTime(options.to, "--to");
+  Slot range = ParseTimeRange(options.range);
+  head.startTime = range.start;
+  head.endTime = LastSecond(range);
   head.filter = options.level << 8;
   if (!options.types.empty()) head.filter |= SCADASTORE_FILTER_ALARM_TYPES;
   else if (!options.tags.empty()) head.filter |= SCADASTORE_FILTER_STATION_TAGS;
@@ -146,6 +148,12 @@ void RunCount(Context& context, const ChangeOptions& options) {
   std::cout << almGetAlarmCount(context.session.Token(), options.table.c_str()) << '\n';
 }
 
+void RunKpi(Context& context, const ListOptions& options) {
+  Slot range = ParseBoundedTimeRange(options.range);
+  PrintKpi(ComputeAlarmKpi(context, options.table, range.start, range.end), context.Output(),
+           std::cout);
+}
+
 }  // namespace
 
 ResultTable AlarmTable(const AlarmRecord* records, size_t count, const OutputOptions& options) {
@@ -175,96 +183,89 @@ void AddAlarmCommands(CLI::App& app, Context& context) {
                           "ensure alarm");
   };
 
-  auto list = std::make_shared<ListOptions>();
-  CLI::App* alarms = AddCommand(
-      app, "alarms",
-      "List the alarms of an alarm table (all, or those a query selects), or run a "
-      "subcommand",
-      "scadastore --sqlite plant.db alarms plant_alarms --from '2024-05-01 08:00' "
-      "--to '2024-05-01 12:00' --level 2 --station north");
-  alarms->add_option("table", list->table, "alarm table");
-  alarms->add_option("--from", list->from, "earliest arise time: local date-time or epoch seconds");
-  alarms->add_option("--to", list->to, "latest arise time (included)");
-  alarms->add_option("--level", list->level, "minimum alarm level, 1 to 255");
-  alarms->add_option("--type", list->types, "alarm types to select");
-  alarms->add_option("--station", list->stations, "stations to select");
-  alarms->add_option("--tag", list->tags, "tags to select, of the single --station");
-  alarms->add_option("--point", list->points, "points to select, as STATION/TAG/TAGTYPE");
-  alarms->add_option("--first", list->first,
-                     "the first N alarms in id order instead of a query")
-      ->excludes("--from", "--to", "--level", "--type", "--station", "--tag", "--point");
-  alarms->callback([&context, alarms, list] {
-    if (!alarms->get_subcommands().empty()) return;
-    if (list->table.empty()) throw UsageError("alarms: name the alarm table");
-    RunList(context, *list);
-  });
+  Command alarms = AddCommand<ListOptions>(
+      app, context,
+      {"alarms",
+       "List the alarms of an alarm table (all, or those a query selects), or run a "
+       "subcommand",
+       "scadastore --sqlite plant.db alarms plant_alarms --from '2024-05-01 08:00' "
+       "--to '2024-05-01 12:00' --level 2 --station north",
+       "alarm table"},
+      RunList);
+  ListOptions& list = alarms.options;
+  TimeRangeFlags range = AddTimeRange(*alarms.app, list.range);
+  alarms.app->add_option("--level", list.level, "minimum alarm level, 1 to 255");
+  alarms.app->add_option("--type", list.types, "alarm types to select");
+  alarms.app->add_option("--station", list.stations, "stations to select");
+  alarms.app->add_option("--tag", list.tags, "tags to select, of the single --station");
+  alarms.app->add_option("--point", list.points, "points to select, as STATION/TAG/TAGTYPE");
+  alarms.app
+      ->add_option("--first", list.first, "the first N alarms in id order instead of a query")
+      ->excludes(range.from)->excludes(range.to)
+      ->excludes("--level", "--type", "--station", "--tag", "--point");
 
-  auto add = std::make_shared<AddOptions>();
-  CLI::App* adding = AddCommand(*alarms, "add", "Store one alarm under a new id and print the id",
-                                "scadastore --sqlite plant.db alarms add plant_alarms --station "
-                                "north --tag temp --value 81.5 --type 1 --level 2 --description "
-                                "'high'");
-  adding->add_option("table", add->table, "alarm table")->required();
-  adding->add_option("--station", add->station, "station")->required();
-  adding->add_option("--tag", add->tag, "tag")->required();
-  adding->add_option("--value", add->value, "the tag's value (0 or 1 under --tagtype 4)");
-  adding->add_option("--tagtype", add->tagtype, "tag type; 4 carries the value as a flag");
-  adding->add_option("--type", add->type, "alarm type");
-  adding->add_option("--level", add->level, "alarm level");
-  adding->add_option("--time", add->time, "arise time (default: now)");
-  adding->add_option("--ms", add->ms, "milliseconds of the arise time");
-  adding->add_option("--ip", add->ip, "IP address in numeric form");
-  adding->add_option("--description", add->description, "message");
-  adding->add_option("--batch", add->batch, "batch");
-  adding->callback([&context, add] { RunAdd(context, *add); });
+  Command add = AddCommand<AddOptions>(
+      *alarms.app, context,
+      {"add", "Store one alarm under a new id and print the id",
+       "scadastore --sqlite plant.db alarms add plant_alarms --station north --tag temp "
+       "--value 81.5 --type 1 --level 2 --description 'high'",
+       "alarm table"},
+      RunAdd);
+  CLI::App& adding = *add.app;
+  adding.add_option("--station", add.options.station, "station")->required();
+  adding.add_option("--tag", add.options.tag, "tag")->required();
+  adding.add_option("--value", add.options.value, "the tag's value (0 or 1 under --tagtype 4)");
+  adding.add_option("--tagtype", add.options.tagtype, "tag type; 4 carries the value as a flag");
+  adding.add_option("--type", add.options.type, "alarm type");
+  adding.add_option("--level", add.options.level, "alarm level");
+  adding.add_option("--time", add.options.time, "arise time (default: now)");
+  adding.add_option("--ms", add.options.ms, "milliseconds of the arise time");
+  adding.add_option("--ip", add.options.ip, "IP address in numeric form");
+  adding.add_option("--description", add.options.description, "message");
+  adding.add_option("--batch", add.options.batch, "batch");
 
-  auto ack = std::make_shared<ChangeOptions>();
-  CLI::App* acking = AddCommand(*alarms, "ack", "Confirm an alarm: set its status",
-                                "scadastore --sqlite plant.db alarms ack plant_alarms 17");
-  acking->add_option("table", ack->table, "alarm table")->required();
-  acking->add_option("id", ack->id, "alarm id")->required();
-  acking->add_option("--status", ack->status, "status to set; 0 means not confirmed")
+  Command ack = AddCommand<ChangeOptions>(
+      *alarms.app, context,
+      {"ack", "Confirm an alarm: set its status",
+       "scadastore --sqlite plant.db alarms ack plant_alarms 17", "alarm table"},
+      RunAck);
+  ack.app->add_option("id", ack.options.id, "alarm id")->required();
+  ack.app->add_option("--status", ack.options.status, "status to set; 0 means not confirmed")
       ->capture_default_str();
-  acking->callback([&context, ack] { RunAck(context, *ack); });
 
-  auto recover = std::make_shared<ChangeOptions>();
-  CLI::App* recovering = AddCommand(*alarms, "recover", "Set the time an alarm's condition ended",
-                                    "scadastore --sqlite plant.db alarms recover plant_alarms 17 "
-                                    "--time '2024-05-01 08:42:10'");
-  recovering->add_option("table", recover->table, "alarm table")->required();
-  recovering->add_option("id", recover->id, "alarm id")->required();
-  recovering->add_option("--time", recover->time, "recovery time (default: now)");
-  recovering->callback([&context, recover] { RunRecover(context, *recover); });
+  Command recover = AddCommand<ChangeOptions>(
+      *alarms.app, context,
+      {"recover", "Set the time an alarm's condition ended",
+       "scadastore --sqlite plant.db alarms recover plant_alarms 17 --time '2024-05-01 08:42:10'",
+       "alarm table"},
+      RunRecover);
+  recover.app->add_option("id", recover.options.id, "alarm id")->required();
+  recover.app->add_option("--time", recover.options.time, "recovery time (default: now)");
 
-  auto count = std::make_shared<ChangeOptions>();
-  CLI::App* counting = AddCommand(*alarms, "count", "Print the number of alarms",
-                                  "scadastore --sqlite plant.db alarms count plant_alarms");
-  counting->add_option("table", count->table, "alarm table")->required();
-  counting->callback([&context, count] { RunCount(context, *count); });
+  AddCommand<ChangeOptions>(*alarms.app, context,
+                            {"count", "Print the number of alarms",
+                             "scadastore --sqlite plant.db alarms count plant_alarms",
+                             "alarm table"},
+                            RunCount);
 
-  auto kpi = std::make_shared<ListOptions>();
-  CLI::App* figures = AddCommand(
-      *alarms, "kpi",
-      "Alarm-management figures of the alarms arising in [--from, --to), each computed by the "
-      "database over the time range. stations, per station and for (all): alarms; per_10min, "
-      "the average per 10-minute window, windows aligned to --from (the last may be shorter); "
-      "peak_10min and peak_start, the most alarms in one window and the first such window; "
-      "flood_pct, the share of windows with more than 10 alarms; standing, alarms not "
-      "recovered by --to and raised more than 24 h before it (looked for from --from or 30 "
-      "days before --to, whichever is earlier); unconfirmed, the period's alarms of status 0. "
-      "points: the ten points (station/tag) with the most alarms and their share of all. "
-      "chattering: points with three alarms within 60 s; chattering counts each alarm that "
-      "arises less than 60 s after the point's alarm two before it. levels: alarms per level "
-      "and their share of the station's alarms",
-      "scadastore --sqlite plant.db alarms kpi plant_alarms --from 2024-05-01 --to 2024-05-02");
-  figures->add_option("table", kpi->table, "alarm table")->required();
-  figures->add_option("--from", kpi->from, "start: local date-time or epoch seconds")->required();
-  figures->add_option("--to", kpi->to, "end (excluded)")->required();
-  figures->callback([&context, kpi] {
-    AlarmKpi result = ComputeAlarmKpi(context, kpi->table, ParseTime(kpi->from, "--from"),
-                                      ParseTime(kpi->to, "--to"));
-    PrintKpi(result, context.Output(), std::cout);
-  });
+  Command kpi = AddCommand<ListOptions>(
+      *alarms.app, context,
+      {"kpi",
+       "Alarm-management figures of the alarms arising in [--from, --to), each computed by the "
+       "database over the time range. stations, per station and for (all): alarms; per_10min, "
+       "the average per 10-minute window, windows aligned to --from (the last may be shorter); "
+       "peak_10min and peak_start, the most alarms in one window and the first such window; "
+       "flood_pct, the share of windows with more than 10 alarms; standing, alarms not "
+       "recovered by --to and raised more than 24 h before it (looked for from --from or 30 "
+       "days before --to, whichever is earlier); unconfirmed, the period's alarms of status 0. "
+       "points: the ten points (station/tag) with the most alarms and their share of all. "
+       "chattering: points with three alarms within 60 s; chattering counts each alarm that "
+       "arises less than 60 s after the point's alarm two before it. levels: alarms per level "
+       "and their share of the station's alarms",
+       "scadastore --sqlite plant.db alarms kpi plant_alarms --from 2024-05-01 --to 2024-05-02",
+       "alarm table"},
+      RunKpi);
+  AddTimeRange(*kpi.app, kpi.options.range);
 }
 
 }  // namespace scadastore::cli

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/cli/session.h"
+#include "tools/cli/database/session.h"
 
 namespace scadastore::cli {
 

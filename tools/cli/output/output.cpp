@@ -1,4 +1,4 @@
-#include "tools/cli/output.h"
+#include "tools/cli/output/output.h"
 
 #include <unistd.h>
 
@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/session.h"
+#include "tools/cli/database/session.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {

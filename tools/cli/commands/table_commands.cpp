@@ -3,12 +3,13 @@
 #include <chrono>
 #include <cmath>
 #include <optional>
+#include <variant>
 
 #include <fmt/format.h>
 
 #include "core/time_index.h"
-#include "tools/cli/commands.h"
-#include "tools/cli/data_table.h"
+#include "tools/cli/command.h"
+#include "tools/cli/database/data_table.h"
 
 namespace scadastore::cli {
 namespace {
@@ -59,7 +60,11 @@ const char* ValueTypeName(uint32_t type) {
   }
 }
 
-void RunTables(Context& context) {
+struct IndexOptions {
+  std::vector<std::string> tables;
+};
+
+void RunTables(Context& context, const std::monostate&) {
   ResultTable result{{"table", "kind", "rows", "first", "last"}, {}};
   for (const std::string& name : ListTables(context.session)) {
     TableSchema schema = ReadSchema(context.session, name);
@@ -115,8 +120,9 @@ std::optional<std::string> IndexLeadingWith(const std::vector<std::string>& inde
 // with new tables, unless one leads with that column already. One line per
 // table, written before the (possibly long) creation starts; a table that
 // fails does not stop the others.
-void RunIndex(Context& context, std::vector<std::string> tables) {
+void RunIndex(Context& context, const IndexOptions& options) {
   Session& session = context.session;
+  std::vector<std::string> tables = options.tables;
   if (tables.empty()) {
     for (const std::string& name : ListTables(session))
       if (!TimeColumn(ReadSchema(session, name)).empty()) tables.push_back(name);
@@ -200,107 +206,62 @@ void RunDrop(Context& context, const TableOptions& options) {
   std::cout << fmt::format("dropped {}\n", options.table);
 }
 
+void RunExists(Context& context, const TableOptions& options) {
+  bool found = TableExists(context.session, options.table);
+  std::cout << (found ? "yes\n" : "no\n");
+  context.exitCode = found ? 0 : 1;
+}
+
 }  // namespace
 
-std::map<std::string, EnsureFunction>& EnsureKinds() {
-  static std::map<std::string, EnsureFunction> kinds;
-  return kinds;
-}
-
-CLI::App* AddCommand(CLI::App& parent, const std::string& name, const std::string& description,
-                     const std::string& example) {
-  CLI::App* command = parent.add_subcommand(name, description);
-  command->footer("\nExample:\n  " + example);
-  return command;
-}
-
-void RequireTable(Context& context, const std::string& table, const std::string& detail) {
-  if (!TableExists(context.session, table))
-    throw CommandError(fmt::format("table {} does not exist{}{}", table, detail.empty() ? "" : ": ",
-                                   detail));
-}
-
-ResultTable RunTextTableQuery(Context& context, const char* table, const std::string& sql,
-                              const char* timeColumns) {
-  uint32_t rows = 0, fields = 0, textLength = 0;
-  LibraryBlock<uint32_t> offsets;
-  LibraryBlock<char> text;
-  context.session.Check(sgGetRecordBySQL(context.session.Token(), table, sql.c_str(), timeColumns,
-                                         &rows, &fields, &offsets.data, &text.data, &textLength),
-                        "sgGetRecordBySQL");
-  ResultTable result;
-  for (uint32_t r = 0; text.data != nullptr && r <= rows; ++r) {
-    std::vector<Cell> cells;
-    for (uint32_t f = 0; f < fields; ++f) cells.push_back(text.data + offsets.data[r * fields + f]);
-    if (r == 0) {
-      for (const Cell& cell : cells) result.headers.push_back(cell);
-    } else {
-      result.rows.push_back(std::move(cells));
-    }
-  }
-  return result;
-}
-
-uint64_t CountCell(const Cell& cell) {
-  std::string text = CellText(cell);
-  return text.empty() ? 0 : static_cast<uint64_t>(std::llround(std::stod(text)));
-}
-
 void AddTableCommands(CLI::App& app, Context& context) {
-  auto options = std::make_shared<TableOptions>();
+  Command tables = AddCommand<std::monostate>(
+      app, context,
+      {"tables", "List the tables with their kind, rows and time range",
+       "scadastore --sqlite plant.db tables"},
+      RunTables);
+  Command index = AddCommand<IndexOptions>(
+      *tables.app, context,
+      {"index",
+       "Add the index on the time column (arisetime, logtime or time) that new tables get to "
+       "existing alarm, log and data tables that lack one, so that time ranges and statistics "
+       "stop reading the whole table. Prints a line per table; on a large table the creation "
+       "takes a while and holds writers back on some databases",
+       "scadastore --config 'plant;scada;secret;5' tables index plant_alarms plant"},
+      RunIndex);
+  index.app->add_option("table", index.options.tables,
+                        "tables to index (default: every alarm, log and data table)");
+  AddCommand<TableOptions>(
+      app, context,
+      {"describe",
+       "Show a table as the database describes it: its kind, rows, time range, indexes and "
+       "columns with their types (the names that --columns takes)",
+       "scadastore --sqlite plant.db describe samples", "table"},
+      RunDescribe);
 
-  CLI::App* tables = AddCommand(app, "tables",
-                                "List the tables with their kind, rows and time range",
-                                "scadastore --sqlite plant.db tables");
-  tables->callback([&context, tables] {
-    if (tables->get_subcommands().empty()) RunTables(context);
-  });
+  Command ensure = AddCommand<TableOptions>(
+      app, context,
+      {"ensure",
+       "Create an alarm, log or data table unless it exists; an existing table of another kind "
+       "or with other columns is an error",
+       "scadastore --sqlite plant.db ensure data samples --columns temp:float,pump:int,mode:text"},
+      RunEnsure);
+  ensure.app->add_option("kind", ensure.options.kind, "alarm, log or data")->required();
+  ensure.app->add_option("table", ensure.options.table, "table name")->required();
+  ensure.app->add_option("--columns", ensure.options.columns,
+                         "value columns of a data table: name:float|int|text,... (a bare name "
+                         "is float; int values are stored as 0 or 1)");
+  ensure.app->preparse_callback(
+      [&context](size_t) { context.session.options.createSqlite = true; });
 
-  auto indexed = std::make_shared<std::vector<std::string>>();
-  CLI::App* index = AddCommand(
-      *tables, "index",
-      "Add the index on the time column (arisetime, logtime or time) that new tables get to "
-      "existing alarm, log and data tables that lack one, so that time ranges and statistics "
-      "stop reading the whole table. Prints a line per table; on a large table the creation "
-      "takes a while and holds writers back on some databases",
-      "scadastore --config 'plant;scada;secret;5' tables index plant_alarms plant");
-  index->add_option("table", *indexed, "tables to index (default: every alarm, log and data table)");
-  index->callback([&context, indexed] { RunIndex(context, *indexed); });
-
-  CLI::App* describe = AddCommand(
-      app, "describe",
-      "Show a table as the database describes it: its kind, rows, time range, indexes and "
-      "columns with their types (the names that --columns takes)",
-      "scadastore --sqlite plant.db describe samples");
-  describe->add_option("table", options->table, "table name")->required();
-  describe->callback([&context, options] { RunDescribe(context, *options); });
-
-  CLI::App* ensure = AddCommand(
-      app, "ensure",
-      "Create an alarm, log or data table unless it exists; an existing table of another kind "
-      "or with other columns is an error",
-      "scadastore --sqlite plant.db ensure data samples --columns temp:float,pump:int,mode:text");
-  ensure->add_option("kind", options->kind, "alarm, log or data")->required();
-  ensure->add_option("table", options->table, "table name")->required();
-  ensure->add_option("--columns", options->columns,
-                     "value columns of a data table: name:float|int|text,... (a bare name is "
-                     "float; int values are stored as 0 or 1)");
-  ensure->preparse_callback([&context](size_t) { context.session.options.createSqlite = true; });
-  ensure->callback([&context, options] { RunEnsure(context, *options); });
-
-  CLI::App* drop = AddCommand(app, "drop", "Drop a table", "scadastore --sqlite plant.db drop samples");
-  drop->add_option("table", options->table, "table name")->required();
-  drop->callback([&context, options] { RunDrop(context, *options); });
-
-  CLI::App* exists = AddCommand(app, "exists",
-                                "Print yes and exit 0 when a table exists, else no and exit 1",
-                                "scadastore --sqlite plant.db exists samples");
-  exists->add_option("table", options->table, "table name")->required();
-  exists->callback([&context, options] {
-    bool found = TableExists(context.session, options->table);
-    std::cout << (found ? "yes\n" : "no\n");
-    context.exitCode = found ? 0 : 1;
-  });
+  AddCommand<TableOptions>(app, context,
+                           {"drop", "Drop a table", "scadastore --sqlite plant.db drop samples",
+                            "table"},
+                           RunDrop);
+  AddCommand<TableOptions>(app, context,
+                           {"exists", "Print yes and exit 0 when a table exists, else no and exit 1",
+                            "scadastore --sqlite plant.db exists samples", "table"},
+                           RunExists);
 }
 
 }  // namespace scadastore::cli

@@ -8,11 +8,11 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/alarm_kpi.h"
-#include "tools/cli/commands.h"
-#include "tools/cli/data_table.h"
-#include "tools/cli/progress.h"
-#include "tools/cli/report_html.h"
+#include "tools/cli/commands/alarm_kpi.h"
+#include "tools/cli/command.h"
+#include "tools/cli/database/data_table.h"
+#include "tools/cli/output/progress.h"
+#include "tools/cli/report/report_html.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {
@@ -23,14 +23,13 @@ constexpr size_t kTimelineRows = 100;
 
 std::vector<Slot> ReportHours(const ReportOptions& options) {
   if (!options.day.empty()) return LocalHours(ParseDate(options.day, "--day"));
-  if (options.from.empty() || options.to.empty())
+  if (options.range.from.empty() || options.range.to.empty())
     throw UsageError("report: give --day, or --from and --to");
-  uint32_t from = ParseTime(options.from, "--from"), to = ParseTime(options.to, "--to");
-  if (from >= to) throw UsageError("report: --from must be before --to");
-  std::vector<Slot> hours = HourSlots(from, to);
+  Slot range = ParseBoundedTimeRange(options.range);
+  std::vector<Slot> hours = HourSlots(range.start, range.end);
   if (hours.size() > kMaxHours)
-    throw UsageError(fmt::format("report: at most 31 days; {} to {} is longer", options.from,
-                                 options.to));
+    throw UsageError(fmt::format("report: at most 31 days; {} to {} is longer",
+                                 options.range.from, options.range.to));
   return hours;
 }
 
@@ -228,33 +227,34 @@ void WriteReport(Context& context, const ReportOptions& options) {
 }
 
 void AddReportCommand(CLI::App& app, Context& context) {
-  auto options = std::make_shared<ReportOptions>();
-  CLI::App* report = AddCommand(
-      app, "report",
-      "Write one HTML page of a local --day or of [--from, --to): for every data table a "
-      "chart of each float column (the hourly minimum-maximum band and average, computed by "
-      "the database, on local hours), the alarm timeline of every alarm table (raised to "
-      "recovered, coloured by level) and the entries of every log table. The page needs no "
-      "network and no script, and prints on white",
-      "scadastore --sqlite build/demo.db --tz Europe/Berlin report --day 2024-05-01 "
-      "--unit north_temp=C -o report.html");
-  auto* day = report->add_option("--day", options->day, "a local day, YYYY-MM-DD");
-  report->add_option("--from", options->from, "start: local date-time or epoch seconds")
-      ->excludes(day);
-  report->add_option("--to", options->to, "end (excluded); at most 31 days after --from")
-      ->excludes(day);
-  report->add_option("-o,--output", options->output, "the HTML file to write")->required();
-  report->add_option("--table", options->tables,
-                     "a table to report (repeatable); default: every data, alarm and log table");
-  report->add_option("--columns", options->columns,
-                     "float columns to chart, by name and in this order; default: all");
-  report->add_option("--unit", options->units,
-                     "COLUMN=UNIT shown beside a chart's title (repeatable), for a column whose "
-                     "name does not say its unit");
-  report->add_option("--log-rows", options->logRows,
-                     "log entries shown per table; the rest are counted")
+  Command report = AddCommand<ReportOptions>(
+      app, context,
+      {"report",
+       "Write one HTML page of a local --day or of [--from, --to): for every data table a "
+       "chart of each float column (the hourly minimum-maximum band and average, computed by "
+       "the database, on local hours), the alarm timeline of every alarm table (raised to "
+       "recovered, coloured by level) and the entries of every log table. The page needs no "
+       "network and no script, and prints on white",
+       "scadastore --sqlite build/demo.db --tz Europe/Berlin report --day 2024-05-01 "
+       "--unit north_temp=C -o report.html"},
+      WriteReport);
+  ReportOptions& options = report.options;
+  auto* day = report.app->add_option("--day", options.day, "a local day, YYYY-MM-DD");
+  auto [from, to] = AddTimeRange(*report.app, options.range);
+  from->excludes(day);
+  to->excludes(day)->description(to->get_description() + "; at most 31 days after --from");
+  report.app->add_option("-o,--output", options.output, "the HTML file to write")->required();
+  report.app->add_option("--table", options.tables,
+                         "a table to report (repeatable); default: every data, alarm and log "
+                         "table");
+  report.app->add_option("--columns", options.columns,
+                         "float columns to chart, by name and in this order; default: all");
+  report.app->add_option("--unit", options.units,
+                         "COLUMN=UNIT shown beside a chart's title (repeatable), for a column "
+                         "whose name does not say its unit");
+  report.app->add_option("--log-rows", options.logRows,
+                         "log entries shown per table; the rest are counted")
       ->capture_default_str();
-  report->callback([&context, options] { WriteReport(context, *options); });
 }
 
 }  // namespace scadastore::cli

@@ -1,8 +1,8 @@
-#include "tools/cli/csv.h"
+#include "tools/cli/output/csv.h"
 
 #include <fmt/format.h>
 
-#include "tools/cli/session.h"
+#include "tools/cli/database/session.h"
 
 namespace scadastore::cli {
 

@@ -1,4 +1,4 @@
-#include "tools/cli/report_html.h"
+#include "tools/cli/report/report_html.h"
 
 #include <algorithm>
 #include <cmath>

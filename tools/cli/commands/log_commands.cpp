@@ -3,33 +3,34 @@
 
 #include <fmt/format.h>
 
-#include "tools/cli/commands.h"
+#include "tools/cli/command.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {
 namespace {
 
 struct ListOptions {
-  std::string table, from, to;
+  std::string table;
+  TimeRangeOptions range;
 };
 
 struct AddOptions {
+  std::string command;  // "logs add" or "log", for its errors
   std::string table, time, source, info, operator_, monitor, verify, ack, batch;
   uint32_t type = 0, ms = 0, ip = 0;
 };
 
 void RunList(Context& context, const ListOptions& options) {
-  uint32_t from = options.from.empty() ? 0 : ParseTime(options.from, "--from");
-  uint32_t to = options.to.empty() ? UINT32_MAX : ParseTime(options.to, "--to");
-  if (from >= to) throw UsageError("logs: --from must be before --to");
+  Slot range = ParseTimeRange(options.range);
   LibraryBlock<LogRecord> records;
-  context.session.Check(logGetLogByTime(context.session.Token(), options.table.c_str(), from, to,
-                                        &records.data, &records.size),
+  context.session.Check(logGetLogByTime(context.session.Token(), options.table.c_str(),
+                                        range.start, LastSecond(range), &records.data,
+                                        &records.size),
                         "logs");
   context.Print(LogTable(records.data, records.count(), context.Output()));
 }
 
-void RunAdd(Context& context, const AddOptions& options, const std::string& command) {
+void RunAdd(Context& context, const AddOptions& options) {
   LogRecord record{};
   record.logtime = ParseTimeOrNow(options.time, "--time");
   record.millisecond = options.ms;
@@ -43,7 +44,8 @@ void RunAdd(Context& context, const AddOptions& options, const std::string& comm
   CopyText(record.ackinfo, options.ack, "--ack");
   CopyText(record.batch, options.batch, "--batch");
   Session& session = context.session;
-  session.Check(logSetLog(session.Token(), options.table.c_str(), &record, sizeof record), command);
+  session.Check(logSetLog(session.Token(), options.table.c_str(), &record, sizeof record),
+                options.command);
   std::cout << logGetLastID(session.Token(), options.table.c_str()) << '\n';
 }
 
@@ -55,22 +57,22 @@ void RunCount(Context& context, const ListOptions& options) {
 // "logs add TABLE ..." and its short form "log TABLE ...".
 void AddLogEntryCommand(CLI::App& parent, const std::string& name, const std::string& example,
                         Context& context) {
-  auto add = std::make_shared<AddOptions>();
-  CLI::App* adding = AddCommand(parent, name, "Store one log entry under a new id and print the id",
-                                example);
-  adding->add_option("table", add->table, "log table")->required();
-  adding->add_option("--type", add->type, "entry type")->required();
-  adding->add_option("--source", add->source, "where the entry comes from")->required();
-  adding->add_option("--info", add->info, "the entry's text")->required();
-  adding->add_option("--operator", add->operator_, "operator");
-  adding->add_option("--monitor", add->monitor, "monitor");
-  adding->add_option("--verify", add->verify, "verification");
-  adding->add_option("--ack", add->ack, "acknowledgement text");
-  adding->add_option("--batch", add->batch, "batch");
-  adding->add_option("--ip", add->ip, "IP address in numeric form");
-  adding->add_option("--time", add->time, "time of the entry (default: now)");
-  adding->add_option("--ms", add->ms, "milliseconds of the time");
-  adding->callback([&context, add, name] { RunAdd(context, *add, name); });
+  Command add = AddCommand<AddOptions>(
+      parent, context,
+      {name, "Store one log entry under a new id and print the id", example, "log table"}, RunAdd);
+  AddOptions& options = add.options;
+  options.command = parent.get_parent() ? parent.get_name() + " " + name : name;
+  add.app->add_option("--type", options.type, "entry type")->required();
+  add.app->add_option("--source", options.source, "where the entry comes from")->required();
+  add.app->add_option("--info", options.info, "the entry's text")->required();
+  add.app->add_option("--operator", options.operator_, "operator");
+  add.app->add_option("--monitor", options.monitor, "monitor");
+  add.app->add_option("--verify", options.verify, "verification");
+  add.app->add_option("--ack", options.ack, "acknowledgement text");
+  add.app->add_option("--batch", options.batch, "batch");
+  add.app->add_option("--ip", options.ip, "IP address in numeric form");
+  add.app->add_option("--time", options.time, "time of the entry (default: now)");
+  add.app->add_option("--ms", options.ms, "milliseconds of the time");
 }
 
 }  // namespace
@@ -98,21 +100,16 @@ void AddLogCommands(CLI::App& app, Context& context) {
                           "ensure log");
   };
 
-  auto list = std::make_shared<ListOptions>();
-  CLI::App* logs = AddCommand(app, "logs",
-                              "List the entries of a log table, or those of a time range",
-                              "scadastore --sqlite plant.db logs plant_log --from "
-                              "'2024-05-01 14:00' --to '2024-05-01 15:00'");
-  logs->add_option("table", list->table, "log table");
-  logs->add_option("--from", list->from, "earliest time: local date-time or epoch seconds");
-  logs->add_option("--to", list->to, "latest time (included)");
-  logs->callback([&context, logs, list] {
-    if (!logs->get_subcommands().empty()) return;
-    if (list->table.empty()) throw UsageError("logs: name the log table");
-    RunList(context, *list);
-  });
+  Command logs = AddCommand<ListOptions>(
+      app, context,
+      {"logs", "List the entries of a log table, or those of a time range",
+       "scadastore --sqlite plant.db logs plant_log --from '2024-05-01 14:00' --to "
+       "'2024-05-01 15:00'",
+       "log table"},
+      RunList);
+  AddTimeRange(*logs.app, logs.options.range);
 
-  AddLogEntryCommand(*logs, "add",
+  AddLogEntryCommand(*logs.app, "add",
                      "scadastore --sqlite plant.db logs add plant_log --type 2 --source console "
                      "--info 'pump 3 started' --operator anna",
                      context);
@@ -120,12 +117,10 @@ void AddLogCommands(CLI::App& app, Context& context) {
                      "scadastore --sqlite plant.db log plant_log --type 2 --source console "
                      "--info 'pump 3 started'",
                      context);
-
-  auto count = std::make_shared<ListOptions>();
-  CLI::App* counting = AddCommand(*logs, "count", "Print the number of log entries",
-                                  "scadastore --sqlite plant.db logs count plant_log");
-  counting->add_option("table", count->table, "log table")->required();
-  counting->callback([&context, count] { RunCount(context, *count); });
+  AddCommand<ListOptions>(*logs.app, context,
+                          {"count", "Print the number of log entries",
+                           "scadastore --sqlite plant.db logs count plant_log", "log table"},
+                          RunCount);
 }
 
 }  // namespace scadastore::cli
