@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "core/exact_double.h"
 #include "tools/cli/command.h"
 #include "tools/cli/output/csv.h"
 #include "tools/cli/database/data_table.h"
@@ -36,24 +37,6 @@ std::vector<std::string> RecordHeaders(const DataTable& table) {
   return headers;
 }
 
-// A float column as SQLite must give it to keep every bit: its driver
-// passes doubles through 15-digit text, so the value goes as an exact
-// integer mantissa and a power of two, "k m" for m * 2^-k.
-std::string ExactSqliteFloat(const std::string& column) {
-  std::string k = fmt::format("(53 - cast(floor(log2(abs({}))) as integer))", column);
-  return fmt::format(
-      "case when {0} is null then null when {0} = 0 then cast({0} as text) else {1} || ' ' || "
-      "cast({0} * power(2.0, {1} / 2) * power(2.0, {1} - {1} / 2) as integer) end",
-      column, k);
-}
-
-double ParseFloat(const std::string& text) {
-  size_t space = text.find(' ');
-  if (space == std::string::npos) return std::strtod(text.c_str(), nullptr);
-  return std::ldexp(static_cast<double>(std::stoll(text.substr(space + 1))),
-                    -std::stoi(text.substr(0, space)));
-}
-
 // The rows of a time range in id order, read through the tool's own
 // connection in pages: the drivers hold a whole result in memory, so a page
 // bounds what they hold. Floats keep every digit.
@@ -67,7 +50,7 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
   for (const Column& column : table.columns()) {
     std::string name = session.Quote(column.name);
     bool exact = column.type == SCADASTORE_VALUE_FLOAT && session.Database().IsSqlite();
-    select += (exact ? ExactSqliteFloat(name) : name) + ",";
+    select += (exact ? ExactSqliteDouble(name) : name) + ",";
   }
   select.back() = ' ';
   select += fmt::format("from {} where {} >= {} and {} < {}", session.Quote(table.name()),
@@ -89,14 +72,16 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
         ++rowsInPage;
         std::vector<Cell> cells(columns);
         for (size_t c = 0; c < columns; ++c) {
-          std::optional<std::string> text = statement.Text(static_cast<int>(c + 1));
-          if (!text) continue;
-          if (c == 0) lastId = *text;
           uint32_t type =
               c < 4 ? uint32_t{SCADASTORE_VALUE_INTEGER} : table.columns()[c - 4].type;
+          // Floats come exactly: from SQLite as "k m", from the others as doubles.
+          std::optional<std::string> text = statement.Text(
+              static_cast<int>(c + 1), type == SCADASTORE_VALUE_FLOAT && !session.Database().IsSqlite());
+          if (!text) continue;
+          if (c == 0) lastId = *text;
           if (c == 1)
             cells[c] = TimeCell(static_cast<uint32_t>(std::stoul(*text)), context.Output());
-          else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseFloat(*text);
+          else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseExactDouble(text->c_str()).value_or(0.0);
           else if (type == SCADASTORE_VALUE_INTEGER) cells[c] = std::stoll(*text);
           else cells[c] = *text;
         }
