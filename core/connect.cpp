@@ -36,7 +36,9 @@ std::string ConnectionText(const char* dsn, const char* user, const char* passwo
   std::string text = std::string("DSN=") + dsn;
   if (*user != '\0') text += std::string(";UID=") + user;
   if (*password != '\0') text += ";PWD=" + Braced(password);
-  return text + ";CONN_TIMEOUT=" + std::to_string(loginSeconds);
+  // StepAPI: the SQLite driver steps forward-only results instead of reading
+  // them whole at execute (core/result_streaming.h); the others ignore it.
+  return text + ";CONN_TIMEOUT=" + std::to_string(loginSeconds) + ";StepAPI=1";
 }
 
 // True when the data source's driver is psqlODBC, by its name or its file

@@ -9,6 +9,7 @@
 #include "core/connection_pool.h"
 #include "core/exact_double.h"
 #include "core/format.h"
+#include "core/result_streaming.h"
 #include "core/server_wait.h"
 #include "platform/code_page.h"
 #include "platform/connection_socket.h"
@@ -30,7 +31,11 @@ DbConnection::DbConnection(DbKind kind) : kind_(kind) {}
 
 // Every text is written terminated, so an empty first byte clears it; readers
 // clear it once per column read.
-void DbConnection::ClearErrorText() { error_text_[0] = '\0'; }
+void DbConnection::ClearErrorText() {
+  error_text_[0] = '\0';
+  error_state_[0] = '\0';
+  native_error_ = 0;
+}
 
 bool DbConnection::AllocateEnvironmentAndConnection() {
   if (!environment_.Allocate(SQL_NULL_HANDLE)) return false;
@@ -77,6 +82,9 @@ void DbConnection::Close() {
   statement_.Free();
   replaced_statements_.clear();
   result_columns_ = -1;
+  streaming_limit_.reset();
+  if (declare_fetch_ && !SetDeclareFetch(connection_.get(), false)) poolable_ = false;
+  declare_fetch_ = false;
   PooledConnection held{std::move(environment_), std::move(connection_), socket_};
   // A connection whose socket is not known cannot be checked for a closed session.
   if (held.connection && !pool_login_.empty() && poolable_ && socket_ != kUnknownSocket)
@@ -156,7 +164,8 @@ bool DbConnection::BindTexts(SQLHSTMT statement, const std::vector<std::string>&
   return true;
 }
 
-int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& texts) {
+int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& texts,
+                            Cursor cursor) {
   if (statement_) replaced_statements_.push_back(std::move(statement_));
   statement_ = OdbcHandle(SQL_HANDLE_STMT);
   result_columns_ = -1;
@@ -167,20 +176,29 @@ int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& tex
   // scrolls even where the driver refuses the scrollable flag (psqlODBC), so
   // only the cursor type must be accepted.
   SQLHSTMT handle = statement_.get();
-  if (!Check(Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_TYPE,
-                                reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), SQL_IS_INTEGER),
-             SQL_HANDLE_STMT, handle))
-    return 0;
-  Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_SCROLLABLE,
-                     reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
+  if (cursor == Cursor::Static) {
+    if (!Check(Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_TYPE,
+                                  reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), SQL_IS_INTEGER),
+               SQL_HANDLE_STMT, handle))
+      return 0;
+    Odbc().SetStmtAttr(handle, SQL_ATTR_CURSOR_SCROLLABLE,
+                       reinterpret_cast<SQLPOINTER>(SQL_SCROLLABLE), SQL_IS_INTEGER);
+  } else {
+    if (!declare_fetch_ && IsPsqlOdbcConnection(connection_.get()))
+      declare_fetch_ = SetDeclareFetch(connection_.get(), true);
+    if (!streaming_limit_)
+      streaming_limit_ =
+          std::make_unique<ServerWaitLimit>(socket_, Settings().statementTimeoutSeconds);
+  }
   BoundTexts bound;
   if (!BindTexts(handle, texts, bound, DiagnosticForm::Plain)) return 0;
   return Check(ExecuteBounded(handle, sql), SQL_HANDLE_STMT, handle);
 }
 
-int DbConnection::TryOpenQuery(const char* sql, const std::vector<std::string>& texts) {
+int DbConnection::TryOpenQuery(const char* sql, const std::vector<std::string>& texts,
+                               Cursor cursor) {
   announce_ = false;
-  const int opened = OpenQuery(sql, texts);
+  const int opened = OpenQuery(sql, texts, cursor);
   announce_ = true;
   if (!opened) ClearErrorText();
   return opened;
@@ -365,6 +383,9 @@ bool DbConnection::Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE
                                        sizeof message, &textLength)))
     message[0] = '\0';
   const char* text = reinterpret_cast<const char*>(message);
+  std::memcpy(error_state_, state, sizeof error_state_ - 1);
+  error_state_[sizeof error_state_ - 1] = '\0';
+  native_error_ = nativeError;
   if (form == DiagnosticForm::Plain)
     FormatBounded(error_text_, sizeof error_text_, "%s", text);
   else

@@ -4,10 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "core/odbc_handle.h"
+#include "core/server_wait.h"
 #include "core/settings.h"
 
 namespace scadastore {
@@ -36,13 +38,21 @@ class DbConnection {
   // nothing: a failed connect leaves no error text and is not announced.
   int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
+  // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
+  const char* ErrorState() const { return error_state_; }
+  int NativeError() const { return native_error_; }
 
+  // A static cursor counts and returns; a forward-only one is read once with
+  // MoveNext, and drivers that can stream it hold no more than a row or a page.
+  enum class Cursor { Static, ForwardOnly };
   // `texts` are bound to the `?`s of `sql` in order; in the backtick dialect
   // they are converted from the host's character set to UTF-8 first.
-  int OpenQuery(const char* sql, const std::vector<std::string>& texts = {});
+  int OpenQuery(const char* sql, const std::vector<std::string>& texts = {},
+                Cursor cursor = Cursor::Static);
   // OpenQuery that neither reports nor announces a failure: for a second form
   // of a statement whose documented form runs when this one fails.
-  int TryOpenQuery(const char* sql, const std::vector<std::string>& texts = {});
+  int TryOpenQuery(const char* sql, const std::vector<std::string>& texts = {},
+                   Cursor cursor = Cursor::Static);
   // The data source is SQLite, whose driver hands doubles over through
   // 15-digit text: an exact value must come as text (see GetDouble).
   bool IsSqlite();
@@ -100,10 +110,16 @@ class DbConnection {
   // Result sets replaced by a later OpenQuery; released by Close.
   std::vector<OdbcHandle> replaced_statements_;
   int32_t result_columns_ = -1;  // column count of the current result, -1 unknown
+  // A streamed result talks to the server until it is released: its bound
+  // lasts as long, and psqlODBC's cursor option stays on as long.
+  std::unique_ptr<ServerWaitLimit> streaming_limit_;
+  bool declare_fetch_ = false;
   int end_flag_ = 0;
   int sqlite_ = -1;  // IsSqlite(): -1 not asked yet
   bool announce_ = true;  // false while TableExists connects
   char error_text_[kErrorTextSize] = {};
+  char error_state_[6] = {};
+  int native_error_ = 0;
 };
 
 }  // namespace scadastore

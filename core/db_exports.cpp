@@ -26,7 +26,7 @@ uint32_t dbInitialize(const char* config) {
 
 uint32_t dbUninitialize(void) { return 0; }
 
-const char* dbGetLastError(void) { return LastErrorText(); }
+const char* dbGetLastError(void) { return LastErrorCopy(); }
 
 unsigned char dbIsTableExist(CallerToken token, const char* tableName) {
   return Guarded<unsigned char>(0, [&]() -> unsigned char {

@@ -17,8 +17,8 @@ bool ExportCall::Open() {
   return false;
 }
 
-bool ExportCall::Query(const Statement& sql) {
-  if (sql.complete && db_.OpenQuery(sql.Sent().c_str(), sql.texts)) return true;
+bool ExportCall::Query(const Statement& sql, DbConnection::Cursor cursor) {
+  if (sql.complete && db_.OpenQuery(sql.Sent().c_str(), sql.texts, cursor)) return true;
   db_.Close();
   Fail(Serial::kOpenTable, sql);
   return false;

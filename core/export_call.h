@@ -25,7 +25,7 @@ class ExportCall {
   bool Open();
   // OpenQuery; on failure closes and writes kOpenTable with the statement.
   // A statement cut by its buffer is not run: it fails alike, naming the cut text.
-  bool Query(const Statement& sql);
+  bool Query(const Statement& sql, DbConnection::Cursor cursor = DbConnection::Cursor::Static);
   // Execute; on failure closes and writes kExecError. A cut statement is not run.
   bool Execute(const Statement& sql);
   // The caller's own statement text, run as given: its session is not pooled

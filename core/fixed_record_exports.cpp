@@ -1,5 +1,7 @@
 #include "core/fixed_record_exports.h"
 
+#include "core/insert_retry.h"
+
 namespace scadastore {
 namespace {
 
@@ -55,17 +57,22 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
   return RunExport(code, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || size < recordSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    // The max(id) result stays open beside the inserts.
-    if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer)))
-      return call.failure();
-    uint32_t id = 0;
-    if (!ReadSingleInteger(call.db(), id)) return 0;
-    if (size / recordSize > UINT32_MAX - id) return call.InvalidParameter();  // ids end at 4294967295
     const auto* bytes = static_cast<const unsigned char*>(records);
-    for (uint32_t k = 0; k < size / recordSize; ++k)
-      if (!call.Execute(insert(call.kind(), table, ++id, bytes + size_t{k} * recordSize)))
-        return call.failure();
-    return 0;
+    uint32_t k = 0;  // stored records stay; a retry goes on from the refused one
+    return InsertWithFreshIds(call, [&] {
+      // The max(id) result stays open beside the inserts.
+      if (!call.Query(LargestIdStatement(call.kind(), table, largestIdBuffer))) return false;
+      uint32_t id = 0;
+      if (!ReadSingleInteger(call.db(), id)) return true;
+      if (size / recordSize - k > UINT32_MAX - id) {  // ids end at 4294967295
+        call.InvalidParameter();
+        return false;
+      }
+      for (; k < size / recordSize; ++k)
+        if (!call.Execute(insert(call.kind(), table, ++id, bytes + size_t{k} * recordSize)))
+          return false;
+      return true;
+    }) ? 0 : call.failure();
   });
 }
 

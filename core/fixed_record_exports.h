@@ -64,7 +64,7 @@ uint32_t ReadAllExport(const ExportCode& code, CallerToken token, const char* ta
 template <class Record, class ReadRow>
 uint32_t HandOutRows(ExportCall& call, const Statement& select, uint32_t recordSize,
                      ReadRow&& readRow, Record** records, uint32_t* size) {
-  if (!call.Query(select)) return call.failure();
+  if (!call.Query(select, DbConnection::Cursor::ForwardOnly)) return call.failure();
   DbConnection& db = call.db();
   RowBlock result = ReadRowBlock(db, recordSize, [&](unsigned char* record, uint32_t) {
     readRow(db, record);

@@ -1,8 +1,10 @@
 // Walking the rows of an open result set into consecutive records.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "core/connection.h"
 #include "platform/result_heap.h"
@@ -32,8 +34,8 @@ uint32_t ReadRows(DbConnection& db, uint32_t limit, ReadRow&& readRow) {
   return count;
 }
 
-// A counted result read into a zeroed malloc block, rows * recordSize bytes
-// (at most 4 GiB - 1, the largest size a caller can be told).
+// A result read into a malloc block, rows * recordSize bytes (at most
+// 4 GiB - 1, the largest size a caller can be told).
 struct RowBlock {
   enum class Status { Read, Empty, NoMemory, ReadFailed };
   Status status = Status::Empty;
@@ -41,27 +43,45 @@ struct RowBlock {
   uint32_t rows = 0;
 };
 
-// Counts the rows of the open result (CountRows), allocates the block and
-// reads every row with readRow(record, i). An empty result allocates nothing.
+// Reads every row of the open forward-only result with readRow(record, i),
+// each record zeroed first, into a block that doubles as rows arrive and is
+// cut to their number at the end: the rows are read once, as the driver
+// streams them, and the block is the only copy held. An empty result
+// allocates nothing.
 template <class ReadRow>
 RowBlock ReadRowBlock(DbConnection& db, size_t recordSize, ReadRow&& readRow) {
+  constexpr uint64_t kFirstRows = 1024;
   RowBlock result;
-  uint32_t rows = db.CountRows();
-  if (rows == 0) return result;
-  // The block's size goes out as 32 bits: a larger block cannot be handed out.
-  if (recordSize > UINT32_MAX / rows) {
-    result.status = RowBlock::Status::NoMemory;
+  uint64_t capacity = 0;
+  while (db.MoveNext()) {
+    if (result.rows == capacity) {
+      // The block's size goes out as 32 bits: a larger block cannot be handed out.
+      const uint64_t mostRows = UINT32_MAX / std::max<uint64_t>(recordSize, 1);
+      capacity = std::min(std::max(capacity * 2, kFirstRows), mostRows);
+      const bool grown =
+          result.rows < mostRows &&
+          (result.block ? ResizeResultBlock(result.block, static_cast<size_t>(capacity * recordSize))
+                        : !!(result.block = AllocateResultBlock(static_cast<size_t>(capacity * recordSize))));
+      if (!grown) {
+        result.status = RowBlock::Status::NoMemory;
+        return result;
+      }
+    }
+    unsigned char* record = result.block.get() + size_t{result.rows} * recordSize;
+    std::memset(record, 0, recordSize);
+    if (!readRow(record, result.rows)) {
+      result.status = RowBlock::Status::ReadFailed;
+      return result;
+    }
+    ++result.rows;
+  }
+  if (result.rows == 0) {
+    result.block.reset();
     return result;
   }
-  result.block = AllocateResultBlock(recordSize * rows);
-  if (!result.block) {
-    result.status = RowBlock::Status::NoMemory;
-    return result;
-  }
-  unsigned char* base = result.block.get();
-  uint32_t read = ReadRows(db, rows, [&](uint32_t i) { return readRow(base + i * recordSize, i); });
-  result.status = read == rows || db.IsEOF() ? RowBlock::Status::Read : RowBlock::Status::ReadFailed;
-  result.rows = rows;
+  // A block that cannot shrink is handed out as it is, its tail unused.
+  if (result.rows < capacity) ResizeResultBlock(result.block, size_t{result.rows} * recordSize);
+  result.status = RowBlock::Status::Read;
   return result;
 }
 

@@ -43,6 +43,9 @@ inline bool HasTableOptions(DbKind kind) { return kind == 2; }
 // declare their unsigned 32-bit columns ` bigint` there, so every value up to
 // 4294967295 is stored and compared as an unsigned number.
 inline bool WidensUnsigned(DbKind kind) { return kind == 2 || kind == 5; }
+// Kinds 2 and 5 select a row at a position with limit/offset; the others by
+// row_number(), which the kind-4 database and SQLite both run.
+inline bool HasLimitOffset(DbKind kind) { return kind == 2 || kind == 5; }
 // Kind 4 creates no index on new tables.
 inline bool CreatesIndex(DbKind kind) { return kind != 4; }
 

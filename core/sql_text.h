@@ -16,6 +16,7 @@ namespace scadastore {
 // standing there between single quotes with its quotes doubled. Text values
 // never travel inside the statement, though: `sql` holds `?` in their places
 // and `texts` the values, bound in that order (both empty without values).
+// A builder may also set `sql` alone, to send another form of the same query.
 struct Statement {
   std::string text;
   bool complete = true;
@@ -29,7 +30,7 @@ struct Statement {
   // Cuts the shown text as a buffer of `bufferSize` bytes would hold it.
   Statement& Bound(size_t bufferSize);
   // What the database receives.
-  const std::string& Sent() const { return texts.empty() ? text : sql; }
+  const std::string& Sent() const { return sql.empty() ? text : sql; }
 };
 
 // The buffer of the short statements (lookups, counts, deletes by id).

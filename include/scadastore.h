@@ -306,9 +306,12 @@ SCADASTORE_API uint32_t dbInitialize(const char* config);
 /* Does nothing; 0. */
 SCADASTORE_API uint32_t dbUninitialize(void);
 
-/* The last failure text of any export: never null, empty before the first
- * failure. Owned by the library; valid for the life of the process; the next
- * failure on any thread overwrites it. */
+/* The last failure text of any export, on any thread: never null, empty
+ * before the first failure. Failing threads write it one whole text at a time
+ * under a lock; the pointer is a copy of the calling thread's own, valid and
+ * unchanged until that thread calls dbGetLastError again. Another thread's
+ * failure may replace the text at any time: read it right after your own
+ * failure. */
 SCADASTORE_API const char* dbGetLastError(void);
 
 /* 1 when a table of exactly this name (case-sensitive) exists in any schema

@@ -20,4 +20,8 @@ using ResultBlock = std::unique_ptr<unsigned char[], FreeBlock>;
 // A zero-filled block of `bytes` bytes, or null when it cannot be allocated.
 ResultBlock AllocateResultBlock(size_t bytes);
 
+// Grows or shrinks `block` to `bytes` bytes, keeping its leading bytes (what
+// it gains is not zeroed); false, with `block` as it was, when that fails.
+bool ResizeResultBlock(ResultBlock& block, size_t bytes);
+
 }  // namespace scadastore

@@ -10,6 +10,14 @@ ResultBlock AllocateResultBlock(size_t bytes) {
       HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, bytes == 0 ? 1 : bytes)));
 }
 
+bool ResizeResultBlock(ResultBlock& block, size_t bytes) {
+  void* resized = HeapReAlloc(GetProcessHeap(), 0, block.get(), bytes == 0 ? 1 : bytes);
+  if (!resized) return false;
+  block.release();
+  block.reset(static_cast<unsigned char*>(resized));
+  return true;
+}
+
 void FreeResultBlock(void* block) noexcept {
   if (block != nullptr) HeapFree(GetProcessHeap(), 0, block);
 }

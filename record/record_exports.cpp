@@ -6,6 +6,7 @@
 #include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/format.h"
+#include "core/insert_retry.h"
 #include "core/row_reader.h"
 #include "core/table_creation.h"
 #include "record/data_layout.h"
@@ -56,20 +57,15 @@ bool MatchesTable(DbConnection& db, const TableLayout& table) {
 // Runs a select of the table's rows. On SQLite a select whose columns match
 // the table (asked with "limit 0", which runs nothing) runs under an outer
 // select that hands every float over exactly; any other runs as given.
-bool QueryRecords(ExportCall& call, const TableLayout& table, const Statement& select) {
+bool QueryRecords(ExportCall& call, const TableLayout& table, const Statement& select,
+                  DbConnection::Cursor cursor = DbConnection::Cursor::Static) {
   DbConnection& db = call.db();
   const std::string& inner = select.Sent();
   return (select.complete && db.IsSqlite() &&
           db.TryOpenQuery(("select * from (" + inner + ") limit 0").c_str(), select.texts) &&
           MatchesTable(db, table) &&
-          db.TryOpenQuery(ExactFloatsSelect(table, inner).c_str(), select.texts)) ||
-         call.Query(select);
-}
-
-// Moves from the first row to the row at `index` (from 1).
-void MoveToPosition(DbConnection& db, uint32_t index) {
-  db.MoveFirst();
-  for (uint32_t step = 1; step < index; ++step) db.MoveNext();
+          db.TryOpenQuery(ExactFloatsSelect(table, inner).c_str(), select.texts, cursor)) ||
+         call.Query(select, cursor);
 }
 
 // sgGetRecord after its argument check: the rows of `statement` as one block.
@@ -78,7 +74,7 @@ uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement
   if (!call.Open()) return call.failure();
   if (callersStatement) call.db().DoNotPool();
   const TableLayout layout = DescribeTable(table);
-  if (!QueryRecords(call, layout, statement)) return call.failure();
+  if (!QueryRecords(call, layout, statement, DbConnection::Cursor::ForwardOnly)) return call.failure();
   DbConnection& db = call.db();
   if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
   std::optional<ReadFailure> failure;
@@ -131,11 +127,13 @@ uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table, const DataRe
     const TableLayout layout = DescribeTable(*table);
     if (!WritableRecords(layout, record, size)) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    uint32_t id = 0;
-    if (!NextId(call, layout.name, 1, id)) return call.failure();
-    const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
-    if (!insert.complete) return call.Fail(Serial::kCreateSql, insert);
-    return call.Execute(insert) ? 0 : call.failure();
+    return InsertWithFreshIds(call, [&] {
+      uint32_t id = 0;
+      if (!NextId(call, layout.name, 1, id)) return false;
+      const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
+      if (!insert.complete) return call.Fail(Serial::kCreateSql, insert), false;
+      return call.Execute(insert);
+    }) ? 0 : call.failure();
   });
 }
 
@@ -147,12 +145,14 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
     const TableLayout layout = DescribeTable(*table);
     if (!WritableRecords(layout, buffer, size)) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    uint32_t firstId = 0;
     const uint32_t count = layout.recordSize == 0 ? 0 : size / layout.recordSize;
-    if (!NextId(call, layout.name, count, firstId)) return call.failure();
-    const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
-    if (!batch.complete) return call.Fail(Serial::kCreateSql);
-    return call.Execute(batch) ? 0 : call.failure();
+    return InsertWithFreshIds(call, [&] {
+      uint32_t firstId = 0;
+      if (!NextId(call, layout.name, count, firstId)) return false;
+      const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
+      if (!batch.complete) return call.Fail(Serial::kCreateSql), false;
+      return call.Execute(batch);
+    }) ? 0 : call.failure();
   });
 }
 
@@ -250,11 +250,11 @@ uint32_t sgGetIdByIndex(CallerToken token, const DataTableInfo* table, uint32_t 
   return RunExport(Export::kSgGetIdByIndex, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || index == 0) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(IdsStatement(call.kind(), std::string(TableName(table)))))
+    const std::string name(TableName(table));
+    if (!call.Query(PositionStatement(call.kind(), name, IdsStatement(call.kind(), name), index)))
       return call.failure();
     DbConnection& db = call.db();
-    if (index > db.CountRows()) return call.Fail(Serial::kIndexPastEnd);
-    MoveToPosition(db, index);
+    if (!db.MoveToFirstRow()) return call.Fail(Serial::kIndexPastEnd);
     uint32_t id = 0;
     if (!db.GetInteger(1, &id, sizeof id)) return call.FailField(1);
     return id;
@@ -270,11 +270,11 @@ uint32_t sgGetRecordByIndex(CallerToken token, const DataTableInfo* table, uint3
     // Without a layout check, a recordSize too small for the values would be written past.
     if (!layout.HoldsValues()) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!QueryRecords(call, layout, SelectAllStatement(call.kind(), layout.name)))
+    if (!QueryRecords(call, layout, PositionStatement(call.kind(), layout.name,
+                                                      SelectAllStatement(call.kind(), layout.name), index)))
       return call.failure();
     DbConnection& db = call.db();
-    if (index > db.CountRows()) return call.Fail(Serial::kIndexPastEnd);
-    MoveToPosition(db, index);
+    if (!db.MoveToFirstRow()) return call.Fail(Serial::kIndexPastEnd);
     if (auto failure = ReadRecord(db, layout.columns, record)) return FailRead(call, *failure);
     return 0;
   });

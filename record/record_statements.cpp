@@ -225,4 +225,25 @@ std::string ExactFloatsSelect(const TableLayout& table, const std::string& selec
   return outer + " from (" + select + ")";
 }
 
+Statement PositionStatement(DbKind kind, const std::string& table, const Statement& shown,
+                            uint32_t position) {
+  Statement narrowed = shown;
+  if (!shown.complete) return narrowed;
+  const std::string selectFrom = shown.text.substr(0, shown.text.rfind(" order by "));
+  // The whole statement is sent: a name that fits `shown` fits this buffer.
+  const uint32_t bufferSize = static_cast<uint32_t>(2 * shown.text.size() + 256);
+  if (HasLimitOffset(kind)) {
+    narrowed.sql = shown.text + " limit 1 offset " + std::to_string(position - 1);
+  } else {
+    narrowed.sql =
+        selectFrom + FormatStatement(DialectOf(kind), bufferSize,
+                                     " where `id`=(select `id` from (select `id`,row_number() "
+                                     "over (order by `id` asc) as `position` from `%s`) `p` "
+                                     "where `position`=%u)",
+                                     table.c_str(), position)
+                         .text;
+  }
+  return narrowed;
+}
+
 }  // namespace scadastore::record

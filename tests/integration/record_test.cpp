@@ -28,7 +28,6 @@ class RecordTest : public DatabaseTest {
   }
 
   const DataTableInfo* table() const { return table_.info(); }
-  bool Sqlite() const { return GetParam().name.rfind("Sqlite", 0) == 0; }
   // Reads only the name, as a bare table name does.
   const DataTableInfo* bare() const { return reinterpret_cast<const DataTableInfo*>(table()->name); }
   std::string Sql(const char* backtickTemplate) const {
@@ -97,7 +96,7 @@ TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
   const std::string dropLongIndex = DropTimeIndexSql(kind(), longName);
   EXPECT_EQ(sgOperateRecord(Token(), named.info(), dropLongIndex.c_str()),
             kind() == 2 || kind() == 4 ? 1u : 0u) << dbGetLastError();
-  EXPECT_EQ(dbIsTableExist(Token(), longName.c_str()), Sqlite() ? 1 : 0);
+  EXPECT_EQ(dbIsTableExist(Token(), longName.c_str()), GetParam().sqlite() ? 1 : 0);
 
   // Columns past 7680 characters: the unfinished statement is rejected.
   DataTable wide(DropAtEnd(UniqueTableName("rcd_wide")), Columns(300, {std::string(31, 'n'), 3}));
@@ -114,15 +113,15 @@ TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
   EXPECT_EQ(size, 0u);
   EXPECT_EQ(dbGetLastError(), before);
   EXPECT_EQ(sgGetRecordCount(Token(), table()), 0u);
-  EXPECT_TRUE(Failed(sgGetRecordByTime(Token(), table(), 0, one_.record(0), kRecordSize),
+  EXPECT_TRUE(Refused(sgGetRecordByTime(Token(), table(), 0, one_.record(0), kRecordSize), 1,
                      "[rcd405] no record"));
 }
 
 TEST_P(RecordTest, WritesRecordsUnderNewIdsAndReadsThemBack) {
   RecordBuffer refused = Records(1);
-  EXPECT_TRUE(Failed(sgSetRecord(Token(), table(), refused.record(0), 16),
+  EXPECT_TRUE(Refused(sgSetRecord(Token(), table(), refused.record(0), 16), 1,
                      "[rcd101] invalid parameter"));
-  EXPECT_TRUE(Failed(sgSetRecord(Token(), table(), refused.record(0), kRecordSize - 1),
+  EXPECT_TRUE(Refused(sgSetRecord(Token(), table(), refused.record(0), kRecordSize - 1), 1,
                      "[rcd106] failed to create sql: "));
 
   SetEach(Records(3));
@@ -140,14 +139,17 @@ TEST_P(RecordTest, WritesRecordsUnderNewIdsAndReadsThemBack) {
   }
   EXPECT_EQ(sgGetRecordByIndex(Token(), table(), 2, one_.record(0), kRecordSize), 0u);
   EXPECT_EQ(std::memcmp(one_.data(), all.record(1), kRecordSize), 0);
+  EXPECT_EQ(sgGetRecordByIndex(Token(), table(), 3, one_.record(0), kRecordSize), 0u);
+  EXPECT_EQ(std::memcmp(one_.data(), all.record(2), kRecordSize), 0);
   EXPECT_EQ(sgGetIdByIndex(Token(), bare(), 1), 1u);
+  EXPECT_EQ(sgGetIdByIndex(Token(), bare(), 3), 3u);
   EXPECT_EQ(sgGetRecordCount(Token(), bare()), 3u);
 
   EXPECT_EQ(sgGetIdByIndex(Token(), table(), 4), 0u);
   EXPECT_STREQ(dbGetLastError(), "[rcd904] invalid parameter");
-  EXPECT_TRUE(Failed(sgGetRecordByIndex(Token(), table(), 4, one_.record(0), kRecordSize),
+  EXPECT_TRUE(Refused(sgGetRecordByIndex(Token(), table(), 4, one_.record(0), kRecordSize), 1,
                      "[rcd1004] invalid parameter"));
-  EXPECT_TRUE(Failed(sgGetRecordByIndex(Token(), table(), 1, one_.record(0), kRecordSize + 1),
+  EXPECT_TRUE(Refused(sgGetRecordByIndex(Token(), table(), 1, one_.record(0), kRecordSize + 1), 1,
                      "[rcd1001] invalid parameter"));
 }
 
@@ -157,7 +159,7 @@ TEST_P(RecordTest, BatchesWriteEveryRecordOrNone) {
   const std::string config = GetParam().Config();
   dbInitialize(("no_such_dsn;;;" + std::to_string(kind())).c_str());
   const ::testing::AssertionResult refused =
-      Failed(sgBatchSetRecord(Token(), table(), records.data(), kRecordSize),
+      Refused(sgBatchSetRecord(Token(), table(), records.data(), kRecordSize), 1,
              kind() == 1 || kind() == 6 ? "[rcd1701] invalid parameter"
                                         : "[rcd1702] failed to open DSN: no_such_dsn");
   ASSERT_EQ(dbInitialize(config.c_str()), 0u);
@@ -182,7 +184,7 @@ TEST_P(RecordTest, BatchesWriteEveryRecordOrNone) {
 
   // One row the database rejects fails the whole statement.
   records.PutText(1, kC, std::string(254, 'x'));
-  if (!Sqlite()) {
+  if (!GetParam().sqlite()) {
     EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), table(), records.data(), records.bytes()), 1,
                         "[rcd1705] exec error: "));
     EXPECT_EQ(sgGetRecordCount(Token(), table()), 3u);
@@ -213,9 +215,9 @@ TEST_P(RecordTest, ModifiesByPositionKeepingTimeAndMs) {
   EXPECT_EQ(all.GetText(1, kC), "changed");
   EXPECT_EQ(all.Get<uint32_t>(2, 12), 0u);
 
-  EXPECT_TRUE(Failed(sgModifyRecordByIndex(Token(), table(), 0, change.record(0), kRecordSize),
+  EXPECT_TRUE(Refused(sgModifyRecordByIndex(Token(), table(), 0, change.record(0), kRecordSize), 1,
                      "[rcd1101] invalid parameter"));
-  EXPECT_TRUE(Failed(sgModifyRecordByIndex(Token(), table(), 4, change.record(0), kRecordSize),
+  EXPECT_TRUE(Refused(sgModifyRecordByIndex(Token(), table(), 4, change.record(0), kRecordSize), 1,
                      "[rcd904] invalid parameter"));
 }
 
@@ -232,7 +234,7 @@ TEST_P(RecordTest, ReadsByIntervalAndByMinute) {
   ASSERT_EQ(size, 2 * kRecordSize);
   EXPECT_EQ(static_cast<DataRecord*>(block)->id, 1u);
   FreeResultBlock(block);
-  EXPECT_TRUE(Failed(sgGetAllRecordOfInterval(Token(), table(), 100, 100, &block, &size),
+  EXPECT_TRUE(Refused(sgGetAllRecordOfInterval(Token(), table(), 100, 100, &block, &size), 1,
                      "[rcd301] invalid parameter"));
 
   ASSERT_EQ(sgGetRecordByTime(Token(), table(), 100, one_.record(0), kRecordSize), 0u);
@@ -250,16 +252,16 @@ TEST_P(RecordTest, ReadersCheckTheDescriptionAndKeepTheCallersBytesForNulls) {
   DataTable fewer(table()->name, {{"a", 3}, {"b", 4}, {"x", 7}});
   DataTable more(table()->name, {{"a", 3}, {"b", 4}, {"x", 7}, {"c", 12}, {"d", 3}});
   for (const DataTable* wrong : {&fewer, &more}) {
-    EXPECT_TRUE(Failed(sgGetRecord(Token(), wrong->info(), &block, &size, nullptr),
+    EXPECT_TRUE(Refused(sgGetRecord(Token(), wrong->info(), &block, &size, nullptr), 1,
                        "[rcd204] invalid Norvak data table"));
-    EXPECT_TRUE(Failed(
-        sgGetRecordByTime(Token(), wrong->info(), 100, one_.record(0), wrong->recordSize()),
+    EXPECT_TRUE(Refused(
+        sgGetRecordByTime(Token(), wrong->info(), 100, one_.record(0), wrong->recordSize()), 1,
         "[rcd404] invalid Norvak data table"));
   }
   EXPECT_EQ(sgGetRecordByIndex(Token(), fewer.info(), 1, one_.record(0), fewer.recordSize()), 0u);
   EXPECT_EQ(one_.Get<int32_t>(0, kB), 1);
   const std::string some = Sql("select `id`, `time` from `%s`");
-  EXPECT_TRUE(Failed(sgGetRecord(Token(), table(), &block, &size, some.c_str()),
+  EXPECT_TRUE(Refused(sgGetRecord(Token(), table(), &block, &size, some.c_str()), 1,
                      "[rcd204] invalid Norvak data table"));
 
   // NULL values keep the caller's bytes, but integers read 0.
@@ -276,13 +278,17 @@ TEST_P(RecordTest, DeletesAllByStatementAndByPosition) {
   SetEach(Records(4));
   EXPECT_EQ(sgDeleteRecordByIndex(Token(), table(), 1), 0u) << dbGetLastError();
   EXPECT_EQ(sgGetIdByIndex(Token(), table(), 1), 2u);
-  EXPECT_TRUE(Failed(sgDeleteRecordByIndex(Token(), table(), 0), "[rcd1201] invalid parameter"));
-  EXPECT_TRUE(Failed(sgDeleteRecordByIndex(Token(), table(), 4), "[rcd904] invalid parameter"));
+  EXPECT_TRUE(Refused(sgDeleteRecordByIndex(Token(), table(), 0), 1, "[rcd1201] invalid parameter"));
+  EXPECT_TRUE(Refused(sgDeleteRecordByIndex(Token(), table(), 4), 1, "[rcd904] invalid parameter"));
 
   EXPECT_EQ(sgDeleteRecord(Token(), table(), Sql("delete from `%s` where `time`=102").c_str()), 0u);
   EXPECT_EQ(sgGetRecordCount(Token(), table()), 2u);
   EXPECT_EQ(sgDeleteRecord(Token(), bare(), nullptr), 0u) << dbGetLastError();
   EXPECT_EQ(sgGetRecordCount(Token(), table()), 0u);
+  EXPECT_EQ(sgGetIdByIndex(Token(), table(), 1), 0u);
+  EXPECT_STREQ(dbGetLastError(), "[rcd904] invalid parameter");
+  EXPECT_TRUE(Refused(sgGetRecordByIndex(Token(), table(), 1, one_.record(0), kRecordSize), 1,
+                      "[rcd1004] invalid parameter"));
   EXPECT_EQ(dbIsTableExist(Token(), table()->name), 1);
 
   // A name longer than the 255-character statement is cut and rejected.

@@ -115,9 +115,9 @@ TEST_P(SqlTest, EmptyResultsSkippedColumnsAndFailures) {
   EXPECT_EQ(capital.Row(2), (Cells{"2", "y"}));
 
   TextTable failed;
-  EXPECT_TRUE(Failed(Query(failed, "select 1", nullptr, nullptr), "[rcd1501] invalid parameter"));
+  EXPECT_TRUE(Refused(Query(failed, "select 1", nullptr, nullptr), 1, "[rcd1501] invalid parameter"));
   const std::string missing = "select * from " + std::string(table_.info()->name) + "_missing";
-  EXPECT_TRUE(Failed(Query(failed, missing), "[rcd1503] failed to open table: " + missing));
+  EXPECT_TRUE(Refused(Query(failed, missing), 1, "[rcd1503] failed to open table: " + missing));
   EXPECT_EQ(failed.text, kUntouched);
 }
 

@@ -1,8 +1,9 @@
-// Eight threads of mixed calls on one database, with and without pooling.
+// Eight threads of mixed calls, and of failing calls, on one database.
 // Run under AddressSanitizer and ThreadSanitizer by scripts/test: the
 // sanitizers, not only the counts, are the check.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
@@ -48,6 +49,29 @@ TEST_P(ThreadTest, EightThreadsOfMixedCalls) {
     EXPECT_EQ(failures.load(), 0) << options << ": " << dbGetLastError();
     stored += rounds;
   }
+}
+
+// Each thread fails on a missing table of its own, of its own name length: a
+// text read right after a failure must be one of the eight whole texts.
+TEST_P(ThreadTest, EightThreadsOfFailingCallsReadWholeTexts) {
+  std::vector<std::string> tables, texts;
+  for (int t = 0; t < 8; ++t) {
+    tables.push_back("missing" + std::string(size_t(t) * 9 + 1, char('a' + t)));
+    EXPECT_EQ(almGetAlarmCount(Token(), tables.back().c_str()), 0u);
+    texts.push_back(LastError());
+    ASSERT_EQ(texts.back().rfind("[alm", 0), 0u) << texts.back();
+  }
+  std::atomic<int> mixed{0};
+  std::vector<std::thread> threads;
+  for (const std::string& table : tables)
+    threads.emplace_back([&] {
+      for (int round = 0; round < 25; ++round) {
+        almGetAlarmCount(Token(), table.c_str());
+        if (std::find(texts.begin(), texts.end(), dbGetLastError()) == texts.end()) ++mixed;
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(mixed.load(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, ThreadTest, ::testing::ValuesIn(Databases({3})),

@@ -75,11 +75,4 @@ class RecordBuffer {
   std::vector<unsigned char> bytes_;
 };
 
-// An export's failure: result 1 and exactly this error text.
-inline ::testing::AssertionResult Failed(uint32_t result, const std::string& error) {
-  const std::string last = dbGetLastError();
-  if (result == 1 && last == error) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "result " << result << ", error text \"" << last << '"';
-}
-
 }  // namespace scadastore::testing

@@ -15,7 +15,9 @@ struct Database {
   std::string name;     // "Sqlite1", "Postgres5", "Mariadb2": the ctest filter keys on it
   std::string envVar;   // holds "DSN;user;password" when the server runs
   int kind;
+  int variant = 0;      // a suite's own second axis, such as the record family
   std::string Config() const;  // "DSN;user;password;kind", empty when unavailable
+  bool sqlite() const { return envVar == "SCADASTORE_TEST_SQLITE"; }
 };
 
 // SQLite under the given kinds, PostgreSQL under 5, MariaDB under 2.

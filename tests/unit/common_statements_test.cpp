@@ -1,9 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
+#include <vector>
 
+#include "alarm/alarm_statements.h"
 #include "core/common_statements.h"
 #include "core/time_index.h"
+#include "log/log_statements.h"
+#include "record/record_statements.h"
+#include "support/alarm_query.h"
+#include "support/data_tables.h"
 
 namespace scadastore {
 namespace {
@@ -35,6 +43,51 @@ TEST(CommonStatements, TextsCutAtTheirBufferAreIncomplete) {
   const Statement cut = LargestIdStatement(2, name);
   EXPECT_FALSE(cut.complete);
   EXPECT_EQ(cut.text.size(), 255u);
+}
+
+// Every builder that takes a caller's text sends `?` in its place and the text
+// bound whole, in every dialect; the databases then see no caller text as SQL.
+TEST(CommonStatements, CallerTextsAreOnlyEverBound) {
+  const std::string hostile = "it's \\' -- ;";
+  AlarmRecord alarm{};
+  LogRecord log{};
+  for (auto [field, width] : {std::pair{alarm.station, 32}, {alarm.tag, 32}, {alarm.description, 128},
+                              {alarm.batch, 64}, {log.source, 64}, {log.loginfo, 250},
+                              {log.operator_, 32}, {log.monitor, 32}, {log.logverify, 64},
+                              {log.ackinfo, 256}, {log.batch, 64}})
+    std::strncpy(field, hostile.c_str(), width);
+  testing::DataTable data("t", {{"a", 3}, {"c", 12}, {"d", 12}});
+  const record::TableLayout table = record::DescribeTable(*data.info());
+  testing::RecordBuffer records(table.recordSize, 2);
+  for (size_t at : {24u, 280u, table.recordSize + 24u, table.recordSize + 280u})
+    records.PutText(0, at, hostile);
+  const testing::AlarmLists lists{{}, {hostile}, {hostile, hostile},
+                                  {testing::Point(hostile, hostile, 1)}};
+  for (DbKind kind = 1; kind <= 6; ++kind) {
+    std::vector<std::pair<Statement, size_t>> built = {
+        {alarm::InsertStatement(kind, "a", 1, &alarm), 4},
+        {log::InsertStatement(kind, "l", 1, &log), 7},
+        {record::InsertStatement(kind, table, records.data(), table.recordSize, 1), 2},
+        {record::UpdateStatement(kind, table, records.data(), 1), 2},
+        {record::BatchStatement(kind, table, records.data(), records.bytes(), 1), 4}};
+    for (uint32_t filter : {SCADASTORE_FILTER_STATIONS, SCADASTORE_FILTER_STATION_TAGS,
+                            SCADASTORE_FILTER_POINTS})
+      built.push_back({alarm::QueryStatement(
+                           kind, "a", testing::AlarmQueryBytes(0, 1, filter, lists).data()),
+                       filter == SCADASTORE_FILTER_STATIONS ? 1u
+                       : filter == SCADASTORE_FILTER_POINTS ? 2u : 3u});
+    for (size_t i = 0; i < built.size(); ++i) {
+      const auto& [statement, texts] = built[i];
+      SCOPED_TRACE("kind " + std::to_string(kind) + ", statement " + std::to_string(i));
+      EXPECT_TRUE(statement.complete);
+      EXPECT_EQ(statement.sql.find('\''), std::string::npos) << statement.sql;
+      EXPECT_EQ(std::count(statement.sql.begin(), statement.sql.end(), '?'), long(texts));
+      EXPECT_EQ(statement.texts, std::vector<std::string>(texts, hostile));
+    }
+  }
+  // Log time ranges take the unsigned end as it is.
+  EXPECT_NE(log::TimeRangeStatement(2, "ev", 10, 4294967295u).text.find("`logtime` <= 4294967295)"),
+            std::string::npos);
 }
 
 }  // namespace

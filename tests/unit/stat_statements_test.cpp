@@ -26,12 +26,5 @@ TEST(StatStatement, SignedBoundsAndTheLengthLimit) {
   EXPECT_EQ(stopped.text.size(), 6 + 39 + 191 * 40u);
 }
 
-TEST(DaysInMonth, FollowsTheGregorianCalendar) {
-  const int common[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  for (int month = 1; month <= 12; ++month) EXPECT_EQ(DaysInMonth(2023, month), common[month - 1]);
-  for (auto [year, february] : {std::pair{2024, 29}, {2000, 29}, {1900, 28}})
-    EXPECT_EQ(DaysInMonth(year, 2), february) << year;
-}
-
 }  // namespace
 }  // namespace scadastore::record
