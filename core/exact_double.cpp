@@ -15,6 +15,16 @@ std::string ExactSqliteDouble(const std::string& column) {
          " / 2) * power(2.0, " + k + " - " + k + " / 2) as integer) end";
 }
 
+std::string ExactSqliteDoubles(const std::string& select, size_t columns) {
+  std::string names, exact;
+  for (size_t c = 1; c <= columns; ++c) {
+    const std::string name = "\"c" + std::to_string(c) + '"';
+    names += (c > 1 ? "," : "") + name;
+    exact += (c > 1 ? "," : "") + ExactSqliteDouble(name);
+  }
+  return "with q(" + names + ") as (" + select + ") select " + exact + " from q";
+}
+
 std::optional<double> ParseExactDouble(const char* text) {
   char* end = nullptr;
   errno = 0;

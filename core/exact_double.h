@@ -13,6 +13,10 @@ namespace scadastore {
 // most 1127 (the smallest subnormal), so each of its two powers of two stays finite.
 std::string ExactSqliteDouble(const std::string& column);
 
+// `select` of `columns` doubles under an outer select that hands each over
+// as ExactSqliteDouble does, whatever the inner columns are named.
+std::string ExactSqliteDoubles(const std::string& select, size_t columns);
+
 // A decimal or the "k m" form; nothing when the text is no number.
 std::optional<double> ParseExactDouble(const char* text);
 

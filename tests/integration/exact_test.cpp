@@ -88,6 +88,14 @@ TEST_P(ExactTest, DoublesComeBackBitForBit) {
   records.Put<double>(0, 16, 1.0);
   EXPECT_TRUE(Refused(sgSetRecord(Token(), table.info(), records.record(0), 24), 1, "[rcd101] invalid parameter"));
   EXPECT_EQ(sgGetIdByIndex(Token(), table.info(), 14), kLast);
+
+  // Statistics computed by the database come back exactly too.
+  const std::string early = FormatStatement(DialectOf(kind()), 256,
+      "insert into `%s` (`id`, `time`, `v`) values (1000, 100, 0.30000000000000004)", table.info()->name).text;
+  ASSERT_EQ(sgOperateRecord(Token(), table.info(), early.c_str()), 0u) << dbGetLastError();
+  ASSERT_EQ(sgGetRecordStatValueOfInterval(Token(), table.info(), SCADASTORE_STAT_MAX, 50, 150, one.record(0), 24), 0u)
+      << dbGetLastError();
+  EXPECT_EQ(one.Get<double>(0, 16), 0.30000000000000004);
 }
 
 TEST_P(ExactTest, UnsignedFieldsAfter2038AreStoredReadAndFound) {
