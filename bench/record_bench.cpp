@@ -347,16 +347,15 @@ void BareOdbcGetRecordByIndex(benchmark::State& state, const Target& target) {
   Table table(TableName("read"));
   if (!PrepareReadTable(state, target, table)) return;
   const auto index = static_cast<uint32_t>(state.range(0));
-  const std::string select = SelectAll(target, table);
+  const std::string select =
+      SelectAll(target, table) + " limit 1 offset " + std::to_string(index - 1);
   std::vector<unsigned char> record(kDataRecordSize);
   for (auto _ : state) {
     BareConnection db(target);
-    if (!db.connected() || !db.OpenCursor(select) || db.CountRows() < index) {
+    if (!db.connected() || !db.OpenCursor(select) || !db.Fetch(SQL_FETCH_FIRST)) {
       state.SkipWithError("bare select failed");
       return;
     }
-    db.Fetch(SQL_FETCH_FIRST);
-    for (uint32_t step = 1; step < index; ++step) db.Fetch(SQL_FETCH_NEXT);
     ReadRecord(db, record.data());
   }
   state.SetItemsProcessed(state.iterations());

@@ -18,57 +18,6 @@ namespace {
 
 using namespace bench;
 
-constexpr uint32_t kStart = 1672531200;  // 2023-01-01 00:00:00 UTC
-
-enum class Family { Data, Alarm, Log };
-
-// The columns a fill writes (empty: all) and their values for row i (from 1),
-// a second apart.
-struct Fill {
-  std::vector<const char*> columns;
-  std::string values;
-};
-
-Fill FillOf(Family family) {
-  const std::string time = std::to_string(kStart) + " + i - 1";
-  switch (family) {
-    case Family::Data: {
-      std::string values = "i, " + time + ", 0, 0";
-      for (int c = 1; c <= kValueColumns; ++c)
-        values += ", (i % 997) * 0.25 + " + std::to_string(c);
-      return {{}, values};
-    }
-    case Family::Alarm:
-      return {{"id", "station", "tag", "tagtype", "alarmtype", "value", "status", "recovertime",
-               "arisetime", "ip", "description", "millisecond", "batch", "alarmlevel"},
-              "i, 'north', 'temp', 0, 1, (i % 997) * 0.25, 0, 0, " + time +
-                  ", 167772161, 'level high', 0, 'b1', i % 4"};
-    case Family::Log:
-      return {{"id", "logtime", "millisecond", "logtype", "source", "loginfo", "operator",
-               "monitor", "logverify", "ip", "ackinfo", "batch"},
-              "i, " + time + ", 0, 1, 'console', 'pump 3 started', 'anna', 'm1', 'v', 0, "
-              "'seen', 'b1'"};
-  }
-  return {};
-}
-
-// One statement that inserts `rows` rows, numbered by the database.
-std::string FillStatement(const Target& target, Family family, const std::string& table,
-                          uint32_t rows) {
-  const Fill fill = FillOf(family);
-  const std::string n = std::to_string(rows);
-  std::string insert = "insert into " + Quote(target, table);
-  for (const char* column : fill.columns)
-    insert += (column == fill.columns.front() ? " (" : ", ") + Quote(target, column);
-  if (!fill.columns.empty()) insert += ")";
-  insert += " select " + fill.values;
-  if (target.kind == kPostgres.kind) return insert + " from generate_series(1, " + n + ") as s(i)";
-  if (target.kind == kMariadb.kind)
-    return insert + " from (select seq as i from seq_1_to_" + n + ") as s";
-  return "with recursive s(i) as (select 1 union all select i + 1 from s where i < " + n + ") " +
-         insert + " from s";
-}
-
 std::string AnalyzeStatement(const Target& target, const std::string& table) {
   return (target.kind == kMariadb.kind ? "analyze table " : "analyze ") + Quote(target, table);
 }

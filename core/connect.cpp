@@ -1,6 +1,7 @@
 #include "core/connect.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cctype>
 #include <cstring>
 #include <iterator>
@@ -9,6 +10,7 @@
 
 #include <odbcinst.h>
 
+#include "core/host_order.h"
 #include "core/odbc_api.h"
 #include "platform/connection_socket.h"
 
@@ -32,8 +34,9 @@ std::string Braced(const char* value) {
 // password is left out, so the data source's own entry applies, as with
 // SQLConnect.
 std::string ConnectionText(const char* dsn, const char* user, const char* password,
-                           int loginSeconds) {
+                           int loginSeconds, const HostList& hosts) {
   std::string text = std::string("DSN=") + dsn;
+  if (!hosts.key.empty()) text += ";" + hosts.key + "=" + hosts.ordered;
   if (*user != '\0') text += std::string(";UID=") + user;
   if (*password != '\0') text += ";PWD=" + Braced(password);
   // StepAPI: the SQLite driver steps forward-only results instead of reading
@@ -79,6 +82,23 @@ bool IsFileDatabase(SQLHDBC connection) {
          std::strncmp(name, "SQLite", 6) == 0;
 }
 
+// One connect with the servers of a host list in `hosts`' order.
+SQLRETURN ConnectOnce(SQLHDBC connection, const char* dsn, const char* user,
+                      const char* password, int loginSeconds, const HostList& hosts) {
+  // SQLConnect parses nothing. psqlODBC connects through it: given a password
+  // in a connection text it loses a copy of it at every connect (a host list
+  // is then tried in the data source's order). So does a user beginning with
+  // '{', which psqlODBC reads literally, braces included, where MariaDB's
+  // driver requires it braced (MariaDB's login bound is then the data
+  // source's own CONN_TIMEOUT).
+  if (*user == '{' || (IsPsqlOdbc(dsn) && (*password != '\0' || hosts.key.empty())))
+    return Odbc().Connect(connection, (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
+                          (SQLCHAR*)password, SQL_NTS);
+  const std::string text = ConnectionText(dsn, user, password, loginSeconds, hosts);
+  return Odbc().DriverConnect(connection, nullptr, (SQLCHAR*)text.c_str(), SQL_NTS, nullptr, 0,
+                              nullptr, SQL_DRIVER_NOPROMPT);
+}
+
 }  // namespace
 
 SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const char* password,
@@ -88,22 +108,23 @@ SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const c
       connection, SQL_ATTR_LOGIN_TIMEOUT,
       reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(loginSeconds)), 0);
   if (!SQL_SUCCEEDED(set)) return set;
-  const std::string text = ConnectionText(dsn, user, password, loginSeconds);
 
   static std::mutex connecting;
   std::lock_guard lock(connecting);
   const SocketList before = OpenSockets();
-  // SQLConnect parses nothing. psqlODBC connects through it: given a password
-  // in a connection text it loses a copy of it at every connect. So does a
-  // user beginning with '{', which psqlODBC reads literally, braces included,
-  // where MariaDB's driver requires it braced (MariaDB's login bound is then
-  // the data source's own CONN_TIMEOUT).
-  const SQLRETURN rc =
-      *user == '{' || IsPsqlOdbc(dsn)
-          ? Odbc().Connect(connection, (SQLCHAR*)dsn, SQL_NTS, (SQLCHAR*)user, SQL_NTS,
-                           (SQLCHAR*)password, SQL_NTS)
-          : Odbc().DriverConnect(connection, nullptr, (SQLCHAR*)text.c_str(), SQL_NTS, nullptr,
-                                 0, nullptr, SQL_DRIVER_NOPROMPT);
+  // A connect that took the whole login time-out waited on the first server
+  // of its list: libpq then went on to the next, MariaDB's driver gives up.
+  // That server goes last for a while, and a failed connect tries once more.
+  SQLRETURN rc = SQL_ERROR;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    const HostList hosts = HostsToTry(dsn);
+    const auto started = std::chrono::steady_clock::now();
+    rc = ConnectOnce(connection, dsn, user, password, loginSeconds, hosts);
+    const bool waitedOut = loginSeconds > 0 && std::chrono::steady_clock::now() - started >=
+                                                   std::chrono::milliseconds(loginSeconds * 900);
+    if (waitedOut) MarkFirstHostSilent(hosts);
+    if (SQL_SUCCEEDED(rc) || !waitedOut || hosts.key.empty()) break;
+  }
   if (!SQL_SUCCEEDED(rc)) return rc;
   socket = SocketOpenedBetween(before, OpenSockets());
   if (socket == kNoSocket && !IsFileDatabase(connection)) socket = kUnknownSocket;

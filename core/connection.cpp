@@ -94,6 +94,17 @@ void DbConnection::Close() {
   pool_login_.clear();
 }
 
+bool DbConnection::OnSqlite() {
+  if (sqlite_ < 0) {
+    char name[32] = {};
+    SQLSMALLINT length = 0;
+    sqlite_ = SQL_SUCCEEDED(Odbc().GetInfo(connection_.get(), SQL_DBMS_NAME, name, sizeof name,
+                                           &length)) &&
+              std::strncmp(name, "SQLite", 6) == 0;
+  }
+  return sqlite_ == 1;
+}
+
 int DbConnection::TableExists(const char* tableName) {
   // The lookup reports nothing, not even a failed connect.
   announce_ = false;
@@ -204,17 +215,6 @@ int DbConnection::TryOpenQuery(const char* sql, const std::vector<std::string>& 
   return opened;
 }
 
-bool DbConnection::IsSqlite() {
-  if (sqlite_ < 0) {
-    char name[32] = {};
-    SQLSMALLINT length = 0;
-    sqlite_ = SQL_SUCCEEDED(Odbc().GetInfo(connection_.get(), SQL_DBMS_NAME, name, sizeof name,
-                                           &length)) &&
-              std::strncmp(name, "SQLite", 6) == 0;
-  }
-  return sqlite_ == 1;
-}
-
 int DbConnection::Execute(const char* sql, const std::vector<std::string>& texts) {
   ClearErrorText();
   OdbcHandle statement(SQL_HANDLE_STMT);
@@ -318,7 +318,7 @@ int DbConnection::GetInteger(uint16_t column, void* target, int32_t size) {
 }
 
 int DbConnection::GetDouble(uint16_t column, void* target, int32_t size) {
-  if (!IsSqlite()) return ReadFixed(column, SQL_C_DOUBLE, target, size, sizeof(double));
+  if (!OnSqlite()) return ReadFixed(column, SQL_C_DOUBLE, target, size, sizeof(double));
   ClearErrorText();
   if (!ColumnExists(column)) return ReadFailedWithoutDriver(column);
   char text[64] = {};

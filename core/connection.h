@@ -38,6 +38,9 @@ class DbConnection {
   // nothing: a failed connect leaves no error text and is not announced.
   int TableExists(const char* tableName);
   const char* ErrorText() const { return error_text_; }
+  // Whether the open connection's database is SQLite (a file database),
+  // whose driver hands doubles over through 15-digit text (see GetDouble).
+  bool OnSqlite();
   // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
   const char* ErrorState() const { return error_state_; }
   int NativeError() const { return native_error_; }
@@ -53,9 +56,6 @@ class DbConnection {
   // of a statement whose documented form runs when this one fails.
   int TryOpenQuery(const char* sql, const std::vector<std::string>& texts = {},
                    Cursor cursor = Cursor::Static);
-  // The data source is SQLite, whose driver hands doubles over through
-  // 15-digit text: an exact value must come as text (see GetDouble).
-  bool IsSqlite();
   int Execute(const char* sql, const std::vector<std::string>& texts = {});
   uint32_t CountRows();
   int MoveFirst();
@@ -115,7 +115,7 @@ class DbConnection {
   std::unique_ptr<ServerWaitLimit> streaming_limit_;
   bool declare_fetch_ = false;
   int end_flag_ = 0;
-  int sqlite_ = -1;  // IsSqlite(): -1 not asked yet
+  int sqlite_ = -1;  // OnSqlite(): -1 not asked yet
   bool announce_ = true;  // false while TableExists connects
   char error_text_[kErrorTextSize] = {};
   char error_state_[6] = {};

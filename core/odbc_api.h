@@ -26,6 +26,12 @@ struct OdbcApi {
   decltype(&::SQLDescribeCol) DescribeCol = ::SQLDescribeCol;
   decltype(&::SQLGetData) GetData = ::SQLGetData;
   decltype(&::SQLGetDiagRec) GetDiagRec = ::SQLGetDiagRec;
+  // The tool's catalog reads, compiled statements and transactions.
+  decltype(&::SQLPrepare) Prepare = ::SQLPrepare;
+  decltype(&::SQLRowCount) RowCount = ::SQLRowCount;
+  decltype(&::SQLColumns) Columns = ::SQLColumns;
+  decltype(&::SQLStatistics) Statistics = ::SQLStatistics;
+  decltype(&::SQLEndTran) EndTran = ::SQLEndTran;
 };
 
 // The table in force.

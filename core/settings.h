@@ -43,11 +43,18 @@ inline bool HasTableOptions(DbKind kind) { return kind == 2; }
 // declare their unsigned 32-bit columns ` bigint` there, so every value up to
 // 4294967295 is stored and compared as an unsigned number.
 inline bool WidensUnsigned(DbKind kind) { return kind == 2 || kind == 5; }
-// Kinds 2 and 5 select a row at a position with limit/offset; the others by
-// row_number(), which the kind-4 database and SQLite both run.
-inline bool HasLimitOffset(DbKind kind) { return kind == 2 || kind == 5; }
+// Kinds 2 and 5 select a row at a position with limit/offset, and so do the
+// others but kind 4 on SQLite, which has it too; kind 4 and the rest use
+// row_number(), which SQLite also runs.
+inline bool HasLimitOffset(DbKind kind, bool onSqlite) {
+  return kind == 2 || kind == 5 || (onSqlite && kind != 4);
+}
 // Kind 4 creates no index on new tables.
 inline bool CreatesIndex(DbKind kind) { return kind != 4; }
+// Kind 2 (MariaDB/MySQL) divides integers with "div": its "/" gives a decimal.
+inline const char* IntegerDivision(DbKind kind) { return kind == 2 ? "div" : "/"; }
+// Kind 2 cannot limit a subquery of "in", but limits a delete itself.
+inline bool LimitsDeleteItself(DbKind kind) { return kind == 2; }
 
 char OpenQuote(SqlDialect dialect);
 char CloseQuote(SqlDialect dialect);

@@ -69,4 +69,8 @@ std::string_view FieldText(const void* field, size_t width) {
   return std::string_view(text, end ? static_cast<const char*>(end) - text : width);
 }
 
+std::string QuoteName(SqlDialect dialect, std::string_view name) {
+  return OpenQuote(dialect) + std::string(name) + CloseQuote(dialect);
+}
+
 }  // namespace scadastore

@@ -44,6 +44,9 @@ constexpr uint32_t kStatementSize = 256;
 Statement FormatStatement(SqlDialect dialect, uint32_t bufferSize, const char* backtickTemplate,
                           ...) __attribute__((format(printf, 3, 4)));
 
+// A table or column name between the dialect's quotes, as given.
+std::string QuoteName(SqlDialect dialect, std::string_view name);
+
 // The template converted to the dialect (exposed for builders that append pieces).
 std::string DialectTemplate(SqlDialect dialect, const char* backtickTemplate);
 

@@ -61,7 +61,7 @@ bool QueryRecords(ExportCall& call, const TableLayout& table, const Statement& s
                   DbConnection::Cursor cursor = DbConnection::Cursor::Static) {
   DbConnection& db = call.db();
   const std::string& inner = select.Sent();
-  return (select.complete && db.IsSqlite() &&
+  return (select.complete && db.OnSqlite() &&
           db.TryOpenQuery(("select * from (" + inner + ") limit 0").c_str(), select.texts) &&
           MatchesTable(db, table) &&
           db.TryOpenQuery(ExactFloatsSelect(table, inner).c_str(), select.texts, cursor)) ||
@@ -251,7 +251,8 @@ uint32_t sgGetIdByIndex(CallerToken token, const DataTableInfo* table, uint32_t 
     if (!token || !table || index == 0) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     const std::string name(TableName(table));
-    if (!call.Query(PositionStatement(call.kind(), name, IdsStatement(call.kind(), name), index)))
+    if (!call.Query(PositionStatement(call.kind(), call.db().OnSqlite(), name,
+                                      IdsStatement(call.kind(), name), index)))
       return call.failure();
     DbConnection& db = call.db();
     if (!db.MoveToFirstRow()) return call.Fail(Serial::kIndexPastEnd);
@@ -270,7 +271,7 @@ uint32_t sgGetRecordByIndex(CallerToken token, const DataTableInfo* table, uint3
     // Without a layout check, a recordSize too small for the values would be written past.
     if (!layout.HoldsValues()) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!QueryRecords(call, layout, PositionStatement(call.kind(), layout.name,
+    if (!QueryRecords(call, layout, PositionStatement(call.kind(), call.db().OnSqlite(), layout.name,
                                                       SelectAllStatement(call.kind(), layout.name), index)))
       return call.failure();
     DbConnection& db = call.db();

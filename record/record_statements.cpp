@@ -225,14 +225,14 @@ std::string ExactFloatsSelect(const TableLayout& table, const std::string& selec
   return outer + " from (" + select + ")";
 }
 
-Statement PositionStatement(DbKind kind, const std::string& table, const Statement& shown,
-                            uint32_t position) {
+Statement PositionStatement(DbKind kind, bool onSqlite, const std::string& table,
+                            const Statement& shown, uint32_t position) {
   Statement narrowed = shown;
   if (!shown.complete) return narrowed;
   const std::string selectFrom = shown.text.substr(0, shown.text.rfind(" order by "));
   // The whole statement is sent: a name that fits `shown` fits this buffer.
   const uint32_t bufferSize = static_cast<uint32_t>(2 * shown.text.size() + 256);
-  if (HasLimitOffset(kind)) {
+  if (HasLimitOffset(kind, onSqlite)) {
     narrowed.sql = shown.text + " limit 1 offset " + std::to_string(position - 1);
   } else {
     narrowed.sql =

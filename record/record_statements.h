@@ -59,9 +59,9 @@ Statement IntervalStatement(DbKind kind, const std::string& table, uint32_t star
 Statement IdsStatement(DbKind kind, const std::string& table);
 // `shown` (IdsStatement or SelectAllStatement) narrowed to its row at
 // `position` (from 1, ascending id), which the database finds: the text
-// stays `shown`, the statement sent selects that row alone.
-Statement PositionStatement(DbKind kind, const std::string& table, const Statement& shown,
-                            uint32_t position);
+// stays `shown`, the statement sent selects that row alone (HasLimitOffset).
+Statement PositionStatement(DbKind kind, bool onSqlite, const std::string& table,
+                            const Statement& shown, uint32_t position);
 
 // `select` under an outer SQLite select that hands every float column over
 // exactly (ExactSqliteDouble); its columns must be the table's.

@@ -49,7 +49,7 @@ bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<Co
   }
   // SQLite's driver hands doubles over as 15-digit text: its statistics come exactly.
   DbConnection& db = call.db();
-  if (!(statement.texts.empty() && db.IsSqlite() &&
+  if (!(statement.texts.empty() && db.OnSqlite() &&
         db.TryOpenQuery(ExactSqliteDoubles(statement.Sent(), floats).c_str())) &&
       !call.Query(statement))
     return false;

@@ -66,7 +66,10 @@ bool FormatDateTimeCell(uint32_t seconds, char* cell, uint32_t capacity) {
 }
 
 bool TextTableBuilder::AllocateOffsets(uint32_t rows, uint32_t columns) {
-  offsets_ = AllocateResultBlock((uint64_t{rows} + 1) * columns * sizeof(uint32_t));
+  const uint64_t bytes = (uint64_t{rows} + 1) * columns * sizeof(uint32_t);
+  // A size past size_t (32-bit Windows) would wrap into a small block.
+  if (bytes > SIZE_MAX) return false;
+  offsets_ = AllocateResultBlock(static_cast<size_t>(bytes));
   return offsets_ != nullptr;
 }
 

@@ -15,11 +15,12 @@ SCADASTORE_BUILD_PACKAGES=(g++ make cmake unixodbc unixodbc-dev libsqliteodbc
 # and headless Chromium, which renders the HTML report.
 SCADASTORE_TEST_PACKAGES=("${SCADASTORE_BUILD_PACKAGES[@]}" odbc-postgresql odbc-mariadb
   postgresql mariadb-server mariadb-client libgtest-dev libbenchmark-dev sqlite3
-  libsqlite3-dev procps pkgconf dpkg-dev locales chromium)
+  libsqlite3-dev procps pkgconf dpkg-dev locales chromium galera-4 rsync)
 # The Windows builds and their tests under Wine (64-bit Wine only: no i386
-# packages), GoogleTest's source and the zh_CN.GBK locale's sources.
+# packages; mmdebstrap and zstd make and keep the root of the 32-bit tests),
+# GoogleTest's source and the zh_CN.GBK locale's sources.
 SCADASTORE_WINE_PACKAGES=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix wine wine64
-  googletest locales)
+  googletest locales mmdebstrap zstd)
 
 # The named packages that dpkg does not list as installed, one a line.
 missing_packages() {

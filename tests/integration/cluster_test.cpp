@@ -1,14 +1,19 @@
 // Several writers of one table, as threads and as processes (on Galera through
-// two nodes). POSIX only: the writer processes are forked.
+// two nodes), and failover of the clusters of scripts/cluster: kill -9 and
+// SIGSTOP of the node in use. POSIX only: writers are forked, nodes signalled.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <set>
 #include <string>
 #include <thread>
+#include <algorithm>
+#include <cstdio>
 #include <vector>
 
 #include "support/data_tables.h"
@@ -94,8 +99,140 @@ TEST_P(ClusterTest, TwoWritersOfOneTableLoseNothing) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Databases, ClusterTest, ::testing::ValuesIn(Databases({1})),
+using Clock = std::chrono::steady_clock;
+constexpr int kLoginSeconds = 3;
+
+double SecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// "scripts/cluster ACTION CLUSTER NODE" for the cluster under test.
+std::string ClusterCommand(const char* action, bool galera, int node) {
+  const char* script = std::getenv("SCADASTORE_CLUSTER");
+  return std::string(script ? script : "false") + " " + action + (galera ? " galera " : " pg ") +
+         std::to_string(node);
+}
+
+pid_t NodePid(int node) {
+  FILE* out = popen(ClusterCommand("pid", true, node).c_str(), "r");
+  int pid = 0;
+  if (out && std::fscanf(out, "%d", &pid) != 1) pid = 0;
+  if (out) pclose(out);
+  return pid;
+}
+
+class FailoverTest : public ClusterTest {
+ protected:
+  bool IsGalera() const { return GetParam().name == "Galera2"; }
+  std::string Config(const char* options) const {
+    return GetParam().Config() + ";login=" + std::to_string(kLoginSeconds) + ";timeout=5" + options;
+  }
+};
+
+// A writer with and one without pooling (a forked process) store samples
+// while the node in use is killed (PostgreSQL: the standby, listed first and
+// skipped while it is one, is promoted). Every sample acknowledged is on the
+// survivors once, and each writer succeeds again within 5 s.
+TEST_P(FailoverTest, KillOfTheNodeInUseLosesNoAcknowledgedWrite) {
+  // A table per writer: the unpooled one would lose the race for ids to the
+  // much faster pooled one.
+  std::vector<DataTable> tables;
+  for (const char* name : {"failover", "failover_unpooled"}) {
+    tables.emplace_back(DropAtEnd(UniqueTableName(name)), Columns{{"v", SCADASTORE_VALUE_FLOAT}});
+    ASSERT_EQ(sgEnsureTableExist(Token(), tables.back().info(), nullptr, 0), 0u) << LastError();
+  }
+  int pipes[2];
+  ASSERT_EQ(pipe(pipes), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  const bool pooled = child != 0;
+  DataTable& table = tables[pooled ? 0 : 1];
+  if (dbInitialize(Config(pooled ? ";pool" : "").c_str()) != 0) _exit(98);
+  // Each writer: times acknowledged, and its longest wait for a success after the kill.
+  std::vector<uint32_t> acknowledged;
+  double longestGap = 0;
+  const Clock::time_point start = Clock::now();
+  Clock::time_point lastSuccess = start;
+  RecordBuffer sample(table.recordSize(), 1);
+  for (uint32_t i = 1; SecondsSince(start) < 6; ++i) {
+    if (pooled && i == 30) {
+      EXPECT_EQ(std::system(ClusterCommand("kill", IsGalera(), 1).c_str()), 0);
+      if (!IsGalera()) {
+        EXPECT_EQ(std::system(ClusterCommand("promote", false, 2).c_str()), 0);
+      }
+    }
+    sample.Put<uint32_t>(0, 4, (pooled ? 0 : 1u << 30) + i);
+    if (sgSetRecord(Token(), table.info(), sample.record(0), table.recordSize()) != 0) continue;
+    acknowledged.push_back((pooled ? 0 : 1u << 30) + i);
+    longestGap = std::max(longestGap, SecondsSince(lastSuccess));
+    lastSuccess = Clock::now();
+  }
+  if (!pooled) {
+    for (uint32_t time : acknowledged) (void)!write(pipes[1], &time, sizeof time);
+    _exit(longestGap < 5 ? 0 : 97);
+  }
+  close(pipes[1]);
+  for (uint32_t time; read(pipes[0], &time, sizeof time) == sizeof time;) acknowledged.push_back(time);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "the unpooled writer waited 5 s or more for a success";
+  EXPECT_LT(longestGap, 5.0);
+
+  std::multiset<uint32_t> stored;
+  for (DataTable& written : tables) {
+    void* block = nullptr;
+    uint32_t size = 0;
+    ASSERT_EQ(sgGetRecord(Token(), written.info(), &block, &size, nullptr), 0u) << LastError();
+    for (uint32_t at = 0; at + written.recordSize() <= size; at += written.recordSize())
+      stored.insert(*reinterpret_cast<uint32_t*>(static_cast<char*>(block) + at + 4));
+    FreeResultBlock(block);
+  }
+  for (uint32_t time : acknowledged) EXPECT_EQ(stored.count(time), 1u) << time;
+  std::printf("acknowledged %zu, on the survivors %zu, longest wait for a success %.2f s\n",
+              acknowledged.size(), stored.size(), longestGap);
+  if (IsGalera()) {
+    EXPECT_EQ(std::system(ClusterCommand("start", true, 1).c_str()), 0);
+  }
+}
+
+// SIGSTOP of the node in use: the next call succeeds within the login
+// time-out + 1 s, and the 20 after it pay no time-out. Galera only: a frozen
+// PostgreSQL primary leaves no writable server until a promotion.
+TEST_P(FailoverTest, FrozenNodeCostsOneCallTheLoginTimeOut) {
+  if (!IsGalera()) GTEST_SKIP() << "a frozen primary leaves no writable server";
+  DataTable data(DropAtEnd(UniqueTableName("frozen")), Columns{{"v", SCADASTORE_VALUE_FLOAT}});
+  ASSERT_EQ(sgEnsureTableExist(Token(), data.info(), nullptr, 0), 0u) << LastError();
+  ASSERT_EQ(dbInitialize(Config("").c_str()), 0u) << LastError();
+  const pid_t node = NodePid(1);
+  ASSERT_GT(node, 0);
+  ASSERT_EQ(kill(node, SIGSTOP), 0);
+  RecordBuffer sample(data.recordSize(), 1);
+  std::vector<double> seconds;
+  for (uint32_t i = 1; i <= 21; ++i) {
+    const Clock::time_point start = Clock::now();
+    sample.Put<uint32_t>(0, 4, i);
+    EXPECT_EQ(sgSetRecord(Token(), data.info(), sample.record(0), data.recordSize()), 0u)
+        << LastError();
+    seconds.push_back(SecondsSince(start));
+  }
+  kill(node, SIGCONT);
+  EXPECT_LT(seconds[0], kLoginSeconds + 1.0);
+  for (size_t i = 1; i < seconds.size(); ++i) EXPECT_LT(seconds[i], 1.0) << "call " << i + 1;
+  std::printf("frozen node: first call %.2f s, slowest of the next 20 %.2f s\n", seconds[0],
+              *std::max_element(seconds.begin() + 1, seconds.end()));
+}
+
+std::vector<Database> Clusters() {
+  return {{"Galera2", "SCADASTORE_TEST_GALERA", 2}, {"PgPair5", "SCADASTORE_TEST_PGPAIR", 5}};
+}
+
+INSTANTIATE_TEST_SUITE_P(Databases, ClusterTest, ::testing::ValuesIn([] {
+                           std::vector<Database> all = Databases({1});
+                           all.push_back(Clusters()[0]);
+                           return all;
+                         }()),
                          DatabaseName);
+INSTANTIATE_TEST_SUITE_P(Clusters, FailoverTest, ::testing::ValuesIn(Clusters()), DatabaseName);
 
 }  // namespace
 }  // namespace scadastore::testing

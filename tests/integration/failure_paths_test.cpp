@@ -4,11 +4,14 @@
 // its "failed to alloc memory", and either way the connection is closed.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <functional>
+#include <tuple>
 #include <string>
 #include <vector>
 
 #include "core/odbc_api.h"
+#include "core/sql_text.h"
 #include "platform/system_calls.h"
 #include "support/data_tables.h"
 #include "support/databases.h"
@@ -18,13 +21,15 @@ namespace {
 
 struct FaultCase {
   const char* name;
-  SQLUSMALLINT failingColumn;  // 0: the result block's allocation fails instead
+  SQLUSMALLINT failingColumn;  // 0: a result block's allocation fails instead
   std::function<uint32_t()> call;
   uint32_t result;
   std::string error;
+  int blocksGranted = 0;  // result blocks allocated before the one refused
 };
 
 SQLUSMALLINT failingColumn = 0;
+int blocksGranted = 0;
 int connects = 0, disconnects = 0;
 
 SQLRETURN FailingGetData(SQLHSTMT statement, SQLUSMALLINT column, SQLSMALLINT type,
@@ -66,7 +71,10 @@ void ExpectFailurePaths(const std::vector<FaultCase>& cases) {
     odbc->DriverConnect = CountedConnect;
     odbc->Connect = CountedSqlConnect;
     odbc->Disconnect = CountedDisconnect;
-    auto refuse = [](size_t, size_t) -> void* { return nullptr; };
+    blocksGranted = fault.blocksGranted;
+    auto refuse = [](size_t count, size_t size) -> void* {
+      return blocksGranted-- > 0 ? std::calloc(count, size) : nullptr;
+    };
     SystemCallOverride noMemory(systemCalls.calloc,
                                 fault.failingColumn == 0 ? +refuse : systemCalls.calloc);
     EXPECT_EQ(fault.call(), fault.result) << fault.name;
@@ -125,8 +133,6 @@ TEST_P(FailurePathTest, Records) {
   std::vector<FaultCase> cases = {
       {"sgSetRecord", 1, [&] { return sgSetRecord(Token(), table, records.record(0), data.recordSize()); },
        1, "[rcd105] failed to get field 1"},
-      {"sgGetRecord", 2, [&] { return sgGetRecord(Token(), table, &block, &size, nullptr); }, 1,
-       "[rcd207] failed to get field 2"},
       {"sgGetAllRecordOfInterval", 6,
        [&] { return sgGetAllRecordOfInterval(Token(), table, 0, 200, &block, &size); }, 1,
        "[rcd211] failed to get field 6"},
@@ -162,6 +168,30 @@ TEST_P(FailurePathTest, Records) {
        },
        1, "[rcd1504] failed to alloc memory"},
   };
+  // Each column type has its own serial: id, time, ms, modify, float, integer, text.
+  for (SQLUSMALLINT column = 1; column <= 7; ++column)
+    cases.push_back({"sgGetRecord", column,
+                     [&] { return sgGetRecord(Token(), table, &block, &size, nullptr); }, 1,
+                     "[rcd" + std::to_string(205 + column) + "] failed to get field " +
+                         std::to_string(column)});
+  // The text block's steps: its first allocation, then its growth while the
+  // names (30 of 60 characters), or the cells (8 of 250), are appended.
+  std::string names, cells;
+  for (int k = 10; k < 40; ++k) {
+    names += ", `id` as `" + std::string(58, 'n') + std::to_string(k) + "`";
+    if (k < 18) cells += ", '" + std::string(250, 'c') + "' as `v" + std::to_string(k) + "`";
+  }
+  const std::string from = " from `" + std::string(table->name) + "`";
+  for (auto [select, granted, serial] : {std::tuple{"*" + from, 1, 1505},
+                                         {names.substr(2) + from, 2, 1507},
+                                         {cells.substr(2) + from, 2, 1509}}) {
+    cases.push_back({"sgGetRecordBySQL", 0,
+                     [&, sql = DialectTemplate(DialectOf(kind()), ("select " + select).c_str())] {
+                       return sgGetRecordBySQL(Token(), table, sql.c_str(), nullptr, &rows,
+                                               &fields, &offsets, &text, &size);
+                     },
+                     1, "[rcd" + std::to_string(serial) + "] failed to alloc memory", granted});
+  }
   if (kind() != 1 && kind() != 6)
     cases.push_back({"sgBatchSetRecord", 1,
                      [&] { return sgBatchSetRecord(Token(), table, records.data(), records.bytes()); },

@@ -195,6 +195,12 @@ TEST_P(RecordTest, BatchesWriteEveryRecordOrNone) {
   ASSERT_EQ(sgBatchSetRecord(Token(), table(), many.data(), many.bytes()), 0u) << dbGetLastError();
   EXPECT_EQ(sgGetRecordCount(Token(), table()), SCADASTORE_BATCH_TEXT_LIMIT + 3u);
   EXPECT_EQ(sgGetIdByIndex(Token(), table(), SCADASTORE_BATCH_TEXT_LIMIT + 3), SCADASTORE_BATCH_TEXT_LIMIT + 3u);
+  RecordBuffer tooMany = Records(SCADASTORE_BATCH_TEXT_LIMIT + 1);
+  EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), table(), tooMany.data(), tooMany.bytes()), 1,
+                      "[rcd1704] failed to create sql"));
+  DataTable missing(UniqueTableName("rcd_missing"), {{"a", 3}, {"b", 4}, {"x", 7}, {"c", 12}});
+  EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), missing.info(), records.data(), kRecordSize), 1,
+                      "[rcd1703] failed to open table: "));
 }
 
 TEST_P(RecordTest, ModifiesByPositionKeepingTimeAndMs) {
@@ -219,6 +225,10 @@ TEST_P(RecordTest, ModifiesByPositionKeepingTimeAndMs) {
                      "[rcd1101] invalid parameter"));
   EXPECT_TRUE(Refused(sgModifyRecordByIndex(Token(), table(), 4, change.record(0), kRecordSize), 1,
                      "[rcd904] invalid parameter"));
+  DataTable tooSmall(table()->name, {{"a", 3}, {"b", 4}, {"x", 7}, {"c", 12}});
+  tooSmall.info()->recordSize = 20;  // cannot hold the values
+  EXPECT_TRUE(Refused(sgModifyRecordByIndex(Token(), tooSmall.info(), 1, change.record(0), 20), 1,
+                      "[rcd1104] failed to create sql"));
 }
 
 TEST_P(RecordTest, ReadsByIntervalAndByMinute) {
@@ -272,10 +282,20 @@ TEST_P(RecordTest, ReadersCheckTheDescriptionAndKeepTheCallersBytesForNulls) {
   EXPECT_EQ(one_.Get<uint32_t>(0, 8), 0x5A5A5A5Au);
   EXPECT_EQ(one_.Get<uint64_t>(0, kA), 0x5A5A5A5A5A5A5A5Aull);
   EXPECT_EQ(one_.Get<int32_t>(0, kB), 0);
+  // Texts too, except through the backtick dialect's conversion, which reads "".
+  EXPECT_EQ(one_.Get<uint64_t>(0, kC) == 0x5A5A5A5A5A5A5A5Aull, kind() != 2);
 }
 
 TEST_P(RecordTest, DeletesAllByStatementAndByPosition) {
   SetEach(Records(4));
+  // A view of distinct rows: the lookup finds the row, the delete cannot reach it.
+  const std::string view = UniqueTableName("rcd_view");
+  ASSERT_EQ(sgOperateRecord(Token(), table(), ("create view " + view + " as select distinct * from " +
+                                               table()->name).c_str()), 0u) << dbGetLastError();
+  EXPECT_TRUE(Refused(sgDeleteRecordByIndex(Token(), reinterpret_cast<const DataTableInfo*>(
+                                                         view.c_str()), 1),
+                      1, "[rcd1203] exec error: "));
+  ASSERT_EQ(sgOperateRecord(Token(), table(), ("drop view " + view).c_str()), 0u);
   EXPECT_EQ(sgDeleteRecordByIndex(Token(), table(), 1), 0u) << dbGetLastError();
   EXPECT_EQ(sgGetIdByIndex(Token(), table(), 1), 2u);
   EXPECT_TRUE(Refused(sgDeleteRecordByIndex(Token(), table(), 0), 1, "[rcd1201] invalid parameter"));

@@ -111,6 +111,13 @@ TEST_P(StatTest, RefusesBadArgumentsWithCodedErrors) {
                                                     record.record(0), integers.recordSize()), 1,
                      "[rcd1403] failed to open table: " +
                          DialectTemplate(DialectOf(kind()), select.c_str())));
+  const DataTableInfo* none = integers.info();
+  EXPECT_TRUE(Refused(sgGetRecord_Day(Token(), none, 0, kDay, 0, 0, 0, record.data(),
+                                      24 * integers.recordSize()), 1, "[rcd503] failed to open table: "));
+  EXPECT_TRUE(Refused(sgGetRecord_Month(Token(), none, 0, kDay, 0, 0, 1, record.data(),
+                                        integers.recordSize()), 1, "[rcd603] failed to open table: "));
+  EXPECT_TRUE(Refused(sgGetRecord_Year(Token(), none, 0, kDay, 2024, record.data(),
+                                       12 * integers.recordSize()), 1, "[rcd703] failed to open table: "));
 }
 
 TEST_P(StatTest, DayAndMonthStepByHoursAndDays) {

@@ -2,9 +2,12 @@
 // start, length and rows checked against the zone's clock read hour by hour.
 #include <time.h>
 
+#include <cmath>
 #include <fstream>
 #include <functional>
 #include <optional>
+
+#include <fmt/format.h>
 
 #include "tool_runner.h"
 
@@ -102,6 +105,65 @@ TEST_P(Calendar, SlotsFollowTheLocalClockAcrossItsChanges) {
 }
 
 INSTANTIATE_ON_EACH_DATABASE(Calendar);
+
+// stats --stat twa|integral on irregular samples with gaps across the day the
+// clocks go back, on SQLite, PostgreSQL and MariaDB, against the step
+// integral computed here sample by sample.
+class TimeWeighted : public ToolTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(TimeWeighted, StepIntegralPerLocalHour) {
+  ToolTest::SetUp();
+  if (GetParam() == 1 && !UsePostgres()) GTEST_SKIP() << "no PostgreSQL test server";
+  if (GetParam() == 2 && !UseServer("SCADASTORE_TEST_MARIADB", 2))
+    GTEST_SKIP() << "no MariaDB test server";
+  // 2024-10-27 in Berlin runs from 22:00 UTC the day before, for 25 hours.
+  constexpr double kDay = 1729980000;
+  std::string csv = "time,ms,v\n";
+  double at = kDay - 4000;  // the first slot starts with the value held from before it
+  for (int k = 0; at < kDay + 25 * 3600; ++k) {
+    csv += fmt::format("{},{},{}\n", static_cast<long>(at), k * 137 % 1000,
+                       std::fmod(k * 7.25, 23) - 5);  // exact in a float column too
+    // Gaps over 4 hours, so that whole hours have no sample of their own.
+    at += k % 9 == 8 ? 4 * 3600 + 17 : 61 + k * 389 % 1500;
+  }
+  WriteFile("irregular.csv", csv);
+  FreshTable("data", "weighted", "v");
+  Ok({"records", "import", "weighted", Path("irregular.csv")});
+  struct Sample {
+    double at, value;  // at: seconds with the milliseconds
+  };
+  std::vector<Sample> samples;  // as the database keeps them
+  for (const auto& row : Json({"records", "weighted"}))
+    samples.push_back({row["time"].get<double>() + row["ms"].get<double>() / 1000, row["v"]});
+
+  nlohmann::json twa = Json({"--tz", "Europe/Berlin", "stats", "weighted", "--day", "2024-10-27",
+                             "--stat", "twa"});
+  nlohmann::json integral = Json({"--tz", "Europe/Berlin", "stats", "weighted", "--day",
+                                  "2024-10-27", "--stat", "integral"});
+  ASSERT_EQ(twa.size(), 25u);
+  ASSERT_EQ(integral.size(), 25u);
+  int emptyHours = 0;
+  for (size_t h = 0; h < 25; ++h) {
+    double start = kDay + 3600.0 * h, end = start + 3600, sum = 0;
+    bool sampled = false;
+    for (size_t k = 0; k < samples.size(); ++k) {
+      double from = std::max(samples[k].at, start);
+      double to = std::min(k + 1 < samples.size() ? samples[k + 1].at : end, end);
+      if (to > from) sum += samples[k].value * (to - from);
+      sampled |= samples[k].at >= start && samples[k].at < end;
+    }
+    emptyHours += !sampled;
+    EXPECT_EQ(twa[h]["time"], start) << h;
+    EXPECT_NEAR(integral[h]["v"].get<double>(), sum, 1e-9 * std::abs(sum)) << h;
+    EXPECT_NEAR(twa[h]["v"].get<double>(), sum / 3600, 1e-9 * std::abs(sum / 3600)) << h;
+  }
+  EXPECT_GT(emptyHours, 2);  // hours without a sample of their own were among them
+}
+
+std::string DatabaseName(const ::testing::TestParamInfo<int>& info) {
+  return info.param == 0 ? "sqlite" : info.param == 1 ? "postgres" : "mariadb";
+}
+INSTANTIATE_TEST_SUITE_P(Databases, TimeWeighted, ::testing::Values(0, 1, 2), DatabaseName);
 
 }  // namespace
 }  // namespace scadastore::tooltest

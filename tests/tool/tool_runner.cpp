@@ -34,12 +34,14 @@ void ToolTest::SetUp() {
 
 void ToolTest::TearDown() { std::filesystem::remove_all(dir_); }
 
-bool ToolTest::UsePostgres() {
-  const char* settings = std::getenv("SCADASTORE_TEST_POSTGRES");
+bool ToolTest::UseServer(const char* variable, int kind) {
+  const char* settings = std::getenv(variable);
   if (settings == nullptr || *settings == '\0') return false;
-  database_ = {"--config", std::string(settings) + ";5"};
+  database_ = {"--config", std::string(settings) + ";" + std::to_string(kind)};
   return true;
 }
+
+bool ToolTest::UsePostgres() { return UseServer("SCADASTORE_TEST_POSTGRES", 5); }
 
 pid_t ToolTest::Start(const std::vector<std::string>& args, const std::string& name) {
   std::vector<std::string> all = database_;

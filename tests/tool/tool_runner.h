@@ -26,6 +26,8 @@ class ToolTest : public ::testing::Test {
   // Further runs go to the PostgreSQL test server (kind 5); false, with the
   // test skipped, when none is configured.
   bool UsePostgres();
+  // Runs go to the server of the settings in `variable`, under `kind`.
+  bool UseServer(const char* variable, int kind);
   bool postgres() const { return database_[0] == "--config"; }
 
   // The tool on the test's database, then `args`.

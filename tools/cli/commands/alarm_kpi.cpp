@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+#include "core/settings.h"
+
 namespace scadastore::cli {
 namespace {
 
@@ -28,10 +30,8 @@ class KpiQueries {
 
   // Alarms per station and window.
   ResultTable Windows() {
-    // MariaDB's "/" gives a decimal; "div" is its integer division.
     std::string window = fmt::format("(arisetime - {}) {} {}", from_,
-                                     context_.session.kind() == 2 ? "div" : "/",
-                                     kKpiWindowSeconds);
+                                     IntegerDivision(context_.session.kind()), kKpiWindowSeconds);
     return Run(fmt::format("select station, {0} as slot, count(*) as alarms from {1} where {2} "
                            "group by station, {0}",
                            window, quoted_, range_));

@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "core/settings.h"
 #include "tools/cli/command.h"
 #include "tools/cli/output/progress.h"
 #include "tools/cli/times.h"
@@ -79,11 +80,10 @@ std::vector<PurgeTable> Plan(Context& context, const PurgeOptions& options, uint
   return tables;
 }
 
-// One batch: at most `batch` rows in one statement. MariaDB cannot limit a
-// subquery of "in", but limits a delete itself.
+// One batch: at most `batch` rows in one statement.
 std::string BatchDelete(const Session& session, const PurgeTable& table, uint32_t batch) {
   std::string quoted = session.Quote(table.name);
-  if (session.kind() == 2)
+  if (LimitsDeleteItself(session.kind()))
     return fmt::format("delete from {} where {} limit {}", quoted, table.removable, batch);
   return fmt::format("delete from {0} where id in (select id from {0} where {1} limit {2})",
                      quoted, table.removable, batch);

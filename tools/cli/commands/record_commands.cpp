@@ -7,10 +7,10 @@
 
 #include <fmt/format.h>
 
-#include "core/exact_double.h"
 #include "tools/cli/command.h"
 #include "tools/cli/output/csv.h"
 #include "tools/cli/database/data_table.h"
+#include "tools/cli/commands/figure_statements.h"
 #include "tools/cli/commands/record_writer.h"
 #include "tools/cli/times.h"
 
@@ -23,6 +23,7 @@ struct ListOptions {
   std::string table, columns, minute, output;
   TimeRangeOptions range;
   uint32_t index = 0;
+  size_t points = 0;
 };
 
 struct ImportOptions {
@@ -50,7 +51,7 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
   for (const Column& column : table.columns()) {
     std::string name = session.Quote(column.name);
     bool exact = column.type == SCADASTORE_VALUE_FLOAT && session.Database().IsSqlite();
-    select += (exact ? ExactSqliteDouble(name) : name) + ",";
+    select += (exact ? ExactSqliteFloat(name) : name) + ",";
   }
   select.back() = ' ';
   select += fmt::format("from {} where {} >= {} and {} < {}", session.Quote(table.name()),
@@ -81,7 +82,7 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
           if (c == 0) lastId = *text;
           if (c == 1)
             cells[c] = TimeCell(static_cast<uint32_t>(std::stoul(*text)), context.Output());
-          else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseExactDouble(text->c_str()).value_or(0.0);
+          else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseExactFloat(*text);
           else if (type == SCADASTORE_VALUE_INTEGER) cells[c] = std::stoll(*text);
           else cells[c] = *text;
         }
@@ -90,6 +91,58 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
         writer.Write(std::move(row));
       }
       if (!paged) break;
+    }
+  } catch (const OdbcError& error) {
+    throw CommandError(fmt::format("reading {}: {}", table.name(), error.what()));
+  }
+}
+
+// --points N: per column at most N points of the range that keep its shape,
+// the first, last, minimum and maximum of each of N / 4 equal buckets, in
+// one statement. A row shows a column's value only where it is one of that
+// column's points.
+void StreamTrend(Context& context, const DataTable& table, const ListOptions& options,
+                 const std::vector<size_t>& chosen, RowWriter& writer) {
+  if (options.points < 4) throw UsageError("--points: give at least 4 (a bucket's 4 points)");
+  Slot range = ParseBoundedTimeRange(options.range);
+  std::vector<std::string> values;
+  std::vector<size_t> valueColumns;  // of each value, its place among the records' columns
+  for (size_t c : chosen) {
+    if (c < 4) continue;
+    const Column& column = table.columns()[c - 4];
+    if (column.type == SCADASTORE_VALUE_TEXT) {
+      if (!options.columns.empty())
+        throw UsageError(fmt::format("--points: {} is a text column, which has no trend",
+                                     column.name));
+      continue;
+    }
+    values.push_back(column.name);
+    valueColumns.push_back(c);
+  }
+  if (values.empty()) throw UsageError("--points: choose a float or int column");
+  Session& session = context.session;
+  bool exact = session.Database().IsSqlite();
+  std::string sql = M4Statement(session.kind(), table.name(), values,
+                                SplitRange(range, options.points / 4), exact);
+  try {
+    OdbcStatement statement = session.Database().Statement();
+    statement.Execute(sql);
+    size_t flags = 4 + values.size();  // first, last, then a minimum and maximum per value
+    while (statement.Fetch()) {
+      std::vector<Cell> cells(4 + table.columns().size());
+      for (int c = 0; c < 4; ++c)
+        if (auto text = statement.Text(c + 1)) cells[c] = std::stoll(*text);
+      cells[1] = TimeCell(static_cast<uint32_t>(cells[1].get<int64_t>()), context.Output());
+      auto flag = [&](size_t f) { return statement.Text(static_cast<int>(flags + f + 1)) == "1"; };
+      bool edge = flag(0) || flag(1);
+      for (size_t v = 0; v < values.size(); ++v) {
+        auto text = statement.Text(static_cast<int>(4 + v + 1), !exact);  // every digit
+        if (text && (edge || flag(2 + 2 * v) || flag(3 + 2 * v)))
+          cells[valueColumns[v]] = ParseExactFloat(*text);
+      }
+      std::vector<Cell> row;
+      for (size_t c : chosen) row.push_back(std::move(cells[c]));
+      writer.Write(std::move(row));
     }
   } catch (const OdbcError& error) {
     throw CommandError(fmt::format("reading {}: {}", table.name(), error.what()));
@@ -131,7 +184,8 @@ void RunList(Context& context, const ListOptions& options) {
     return;
   }
   RowWriter writer(chosenHeaders, context.Output().format, std::cout);
-  StreamRecords(context, table, options, chosen, writer);
+  if (options.points > 0) StreamTrend(context, table, options, chosen, writer);
+  else StreamRecords(context, table, options, chosen, writer);
   writer.Finish();
 }
 
@@ -418,7 +472,7 @@ void AddRecordCommands(CLI::App& app, Context& context) {
       app, context,
       {"records",
        "List the samples of a data table: all, a time range, the one at a position, or the "
-       "first of a minute",
+       "first of a minute; or, with --points, a trend of a time range that keeps its shape",
        "scadastore --sqlite plant.db records samples --columns time,temp --from "
        "'2024-05-01 08:00' --to '2024-05-01 08:10'",
        "data table"},
@@ -433,9 +487,18 @@ void AddRecordCommands(CLI::App& app, Context& context) {
                                  "the record at this position in id order, from 1")
                     ->check(CLI::PositiveNumber)
                     ->excludes(from)->excludes(to);
+  auto* minute =
+      records.app
+          ->add_option("--minute", list.minute, "the first record of the minute from this time")
+          ->excludes(from)->excludes(to)->excludes(index);
   records.app
-      ->add_option("--minute", list.minute, "the first record of the minute from this time")
-      ->excludes(from)->excludes(to)->excludes(index);
+      ->add_option("--points", list.points,
+                   "at most N points per column over [--from, --to) that keep the trend's "
+                   "shape: the range is cut into N/4 equal buckets and each keeps its first, "
+                   "last, minimum and maximum sample (M4), computed by the database in one "
+                   "statement; a row leaves empty the columns it is no point of. Text columns "
+                   "are left out")
+      ->excludes(index)->excludes(minute);
 
   AddCommand<ListOptions>(*records.app, context,
                           {"count", "Print the number of records",

@@ -9,28 +9,44 @@
 #include <fmt/format.h>
 
 #include "tools/cli/commands/alarm_kpi.h"
+#include "tools/cli/commands/figure_statements.h"
 #include "tools/cli/command.h"
 #include "tools/cli/database/data_table.h"
-#include "tools/cli/output/progress.h"
 #include "tools/cli/report/report_html.h"
 #include "tools/cli/times.h"
 
 namespace scadastore::cli {
 namespace {
 
-constexpr size_t kMaxHours = 31 * 24 + 1;
+// A chart has at most a month of hourly points; a longer range (up to a
+// year and a day) has points of several hours each.
+constexpr size_t kMaxPoints = 31 * 24 + 1;
+constexpr uint32_t kMaxSeconds = 367u * 86400;
 constexpr size_t kTimelineRows = 100;
 
-std::vector<Slot> ReportHours(const ReportOptions& options) {
-  if (!options.day.empty()) return LocalHours(ParseDate(options.day, "--day"));
-  if (options.range.from.empty() || options.range.to.empty())
-    throw UsageError("report: give --day, or --from and --to");
-  Slot range = ParseBoundedTimeRange(options.range);
-  std::vector<Slot> hours = HourSlots(range.start, range.end);
-  if (hours.size() > kMaxHours)
-    throw UsageError(fmt::format("report: at most 31 days; {} to {} is longer",
-                                 options.range.from, options.range.to));
-  return hours;
+Buckets ReportBuckets(const ReportOptions& options) {
+  Slot range;
+  if (!options.day.empty()) {
+    std::vector<Slot> hours = LocalHours(ParseDate(options.day, "--day"));
+    range = {hours.front().start, hours.back().end};
+  } else {
+    if (options.range.from.empty() || options.range.to.empty())
+      throw UsageError("report: give --day, or --from and --to");
+    range = ParseBoundedTimeRange(options.range);
+    if (range.end - range.start > kMaxSeconds)
+      throw UsageError(fmt::format("report: at most a year; {} to {} is longer",
+                                   options.range.from, options.range.to));
+  }
+  return SplitRange(range, kMaxPoints, 3600);
+}
+
+std::vector<Slot> BucketSlots(const Buckets& buckets) {
+  std::vector<Slot> slots;
+  for (uint64_t start = buckets.range.start; start < buckets.range.end; start += buckets.width)
+    slots.push_back({static_cast<uint32_t>(start),
+                     static_cast<uint32_t>(std::min<uint64_t>(start + buckets.width,
+                                                               buckets.range.end))});
+  return slots;
 }
 
 // COLUMN=UNIT of each --unit.
@@ -90,27 +106,39 @@ std::vector<size_t> ChartedColumns(const DataTable& table, const std::vector<std
   return charted;
 }
 
-// Min, max and average of every hour, one statement per figure and hour.
+// Min, max and average of every bucket, all in one statement per table, so
+// that the time follows the rows of the range, not its buckets.
 std::vector<Trend> Trends(Session& session, const DataTable& table,
-                          const std::vector<size_t>& charted, const std::vector<Slot>& hours,
+                          const std::vector<size_t>& charted, const Buckets& buckets,
                           const std::map<std::string, std::string>& units) {
   std::vector<Trend> trends;
+  std::vector<std::string> names;
   for (size_t c : charted) {
-    auto unit = units.find(table.columns()[c].name);
-    trends.push_back({table.columns()[c].name, unit == units.end() ? "" : unit->second, {}});
+    const std::string& name = table.columns()[c].name;
+    auto unit = units.find(name);
+    trends.push_back({name, unit == units.end() ? "" : unit->second, {}});
+    names.push_back(name);
   }
-  Progress progress("hourly figures of " + table.name(), hours.size());
-  for (const Slot& hour : hours) {
-    std::vector<uint8_t> low = SlotStatistic(session, table, SCADASTORE_STAT_MIN, hour);
-    std::vector<uint8_t> high = SlotStatistic(session, table, SCADASTORE_STAT_MAX, hour);
-    std::vector<uint8_t> mean = SlotStatistic(session, table, SCADASTORE_STAT_AVERAGE, hour);
-    for (size_t t = 0; t < charted.size(); ++t) {
-      uint32_t offset = table.Offset(charted[t]);
-      trends[t].hours.push_back({hour, LoadAt<double>(low.data(), offset),
-                                 LoadAt<double>(high.data(), offset),
-                                 LoadAt<double>(mean.data(), offset)});
+  for (const Slot& slot : BucketSlots(buckets))
+    for (Trend& trend : trends) trend.hours.push_back({slot, NAN, NAN, NAN});
+  auto number = [](const std::optional<std::string>& text) {
+    return text ? std::strtod(text->c_str(), nullptr) : NAN;
+  };
+  try {
+    OdbcStatement statement = session.Database().Statement();
+    statement.Execute(BucketFiguresStatement(session.kind(), table.name(), names, buckets));
+    while (statement.Fetch()) {
+      size_t bucket = std::stoul(statement.Text(1).value_or("0"));
+      for (size_t t = 0; t < trends.size() && bucket < trends[t].hours.size(); ++t) {
+        HourFigures& figures = trends[t].hours[bucket];
+        int first = static_cast<int>(2 + 3 * t);
+        figures.min = number(statement.Text(first));
+        figures.max = number(statement.Text(first + 1));
+        figures.average = number(statement.Text(first + 2));
+      }
     }
-    progress.Update(trends.empty() ? 0 : trends[0].hours.size());
+  } catch (const OdbcError& error) {
+    throw CommandError(fmt::format("report: figures of {}: {}", table.name(), error.what()));
   }
   return trends;
 }
@@ -155,28 +183,31 @@ std::string LogSection(Context& context, const std::string& table, Slot period, 
 }  // namespace
 
 void WriteReport(Context& context, const ReportOptions& options) {
-  std::vector<Slot> hours = ReportHours(options);
-  Slot period{hours.front().start, hours.back().end};
+  Buckets buckets = ReportBuckets(options);
+  std::vector<Slot> hours = BucketSlots(buckets);
+  Slot period = buckets.range;
   std::map<std::string, std::string> units = ParseUnits(options.units);
   std::vector<std::string> columnNames = SplitList(options.columns);
   Session& session = context.session;
   Tables tables = ReportTables(session, options.tables);
 
   std::string body = fmt::format(
-      "<p>{} to {} ({}), {} hours. Database: {}.</p>\n", FormatLocalTime(period.start),
+      "<p>{} to {} ({}), {} hours{}. Database: {}.</p>\n", FormatLocalTime(period.start),
       FormatLocalTime(period.end), EscapeHtml(std::getenv("TZ") ? std::getenv("TZ") : "local time"),
-      hours.size(), EscapeHtml(session.Describe()));
+      (period.end - period.start + 3599) / 3600,
+      buckets.width > 3600 ? fmt::format(", a point per {} hours", buckets.width / 3600) : "",
+      EscapeHtml(session.Describe()));
   size_t charts = 0, alarms = 0, entries = 0;
   std::set<std::string> charted;
   for (const std::string& name : tables.data) {
     DataTable table = ReadDataTable(session, name);
     std::vector<size_t> columns = ChartedColumns(table, columnNames);
     if (columns.empty()) continue;
-    body += fmt::format("<h2>Trends of {}</h2>\n<p class=\"note\">Per local hour: the band "
+    body += fmt::format("<h2>Trends of {}</h2>\n<p class=\"note\">Per point: the band "
                         "spans minimum to maximum, the line is the average.</p>\n"
                         "<div class=\"charts\">\n",
                         EscapeHtml(name));
-    for (const Trend& trend : Trends(session, table, columns, hours, units)) {
+    for (const Trend& trend : Trends(session, table, columns, buckets, units)) {
       body += fmt::format("<div class=\"chart\"><h3>{}{}</h3>\n{}</div>\n",
                           EscapeHtml(trend.column),
                           trend.unit.empty() ? "" : " [" + EscapeHtml(trend.unit) + "]",
@@ -230,9 +261,10 @@ void AddReportCommand(CLI::App& app, Context& context) {
   Command report = AddCommand<ReportOptions>(
       app, context,
       {"report",
-       "Write one HTML page of a local --day or of [--from, --to): for every data table a "
-       "chart of each float column (the hourly minimum-maximum band and average, computed by "
-       "the database, on local hours), the alarm timeline of every alarm table (raised to "
+       "Write one HTML page of a local --day or of [--from, --to) up to a year: for every "
+       "data table a chart of each float column (the minimum-maximum band and average of each "
+       "local hour, or of a few hours each beyond 31 days, computed by the database in one "
+       "statement per table), the alarm timeline of every alarm table (raised to "
        "recovered, coloured by level) and the entries of every log table. The page needs no "
        "network and no script, and prints on white",
        "scadastore --sqlite build/demo.db --tz Europe/Berlin report --day 2024-05-01 "
@@ -242,7 +274,7 @@ void AddReportCommand(CLI::App& app, Context& context) {
   auto* day = report.app->add_option("--day", options.day, "a local day, YYYY-MM-DD");
   auto [from, to] = AddTimeRange(*report.app, options.range);
   from->excludes(day);
-  to->excludes(day)->description(to->get_description() + "; at most 31 days after --from");
+  to->excludes(day)->description(to->get_description() + "; at most a year after --from");
   report.app->add_option("-o,--output", options.output, "the HTML file to write")->required();
   report.app->add_option("--table", options.tables,
                          "a table to report (repeatable); default: every data, alarm and log "

@@ -1,14 +1,16 @@
-// stats: the database's max, min, sum or average of the float columns over
-// one interval, or per hour of a local day, per day of a month, per month
-// of a year. Calendar slots follow the local clock: a day when it changes
+// stats: the database's max, min, sum, average, time-weighted average or
+// integral of the float columns over one interval, or per hour of a local
+// day, per day of a month, per month of a year. Calendar slots follow the local clock: a day when it changes
 // has 23 or 25 hourly slots, and each slot is asked for on its own.
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <optional>
 
 #include <fmt/format.h>
 
 #include "tools/cli/command.h"
+#include "tools/cli/commands/figure_statements.h"
 #include "tools/cli/database/data_table.h"
 #include "tools/cli/times.h"
 
@@ -56,8 +58,33 @@ uint32_t StatisticCode(const std::string& name) {
   return SCADASTORE_STAT_AVERAGE;
 }
 
+// The time-weighted average or the integral of each column over the slot,
+// from one statement on the tool's connection; null where no sample holds.
+std::vector<Cell> TimeWeighted(Session& session, const DataTable& table,
+                               const std::vector<std::string>& columns, const Slot& slot,
+                               bool integral) {
+  std::vector<Cell> figures;
+  try {
+    OdbcStatement statement = session.Database().Statement();
+    statement.Execute(TimeWeightedStatement(session.kind(), table.name(), columns, slot));
+    statement.Fetch();
+    for (size_t c = 0; c < columns.size(); ++c) {
+      std::optional<std::string> sum = statement.Text(static_cast<int>(2 * c + 1));
+      std::optional<std::string> seconds = statement.Text(static_cast<int>(2 * c + 2));
+      double held = seconds ? std::strtod(seconds->c_str(), nullptr) : 0;
+      if (!sum || held <= 0) figures.emplace_back();
+      else if (integral) figures.emplace_back(std::strtod(sum->c_str(), nullptr));
+      else figures.emplace_back(std::strtod(sum->c_str(), nullptr) / held);
+    }
+  } catch (const OdbcError& error) {
+    throw CommandError(fmt::format("stats: {}: {}", table.name(), error.what()));
+  }
+  return figures;
+}
+
 void RunStats(Context& context, const StatOptions& options) {
   uint32_t statistic = StatisticCode(options.stat);
+  bool weighted = options.stat == "twa" || options.stat == "integral";
   std::vector<Slot> slots = Slots(options);
   DataTable table = ReadDataTable(context.session, options.table, statistic);
   std::vector<std::string> floats;
@@ -72,11 +99,19 @@ void RunStats(Context& context, const StatOptions& options) {
   for (size_t c : chosen) headers.push_back(floats[c]);
 
   RowWriter writer(headers, context.Output().format, std::cout);
+  std::vector<std::string> chosenNames;
+  for (size_t c : chosen) chosenNames.push_back(floats[c]);
   for (const Slot& slot : slots) {
-    std::vector<uint8_t> record = SlotStatistic(context.session, table, statistic, slot);
     std::vector<Cell> row = {TimeCell(slot.start, context.Output()),
                              (slot.end - slot.start) / 3600.0};
-    for (size_t c : chosen) row.push_back(table.Value(record.data(), floatColumns[c]));
+    if (weighted) {
+      for (Cell& figure : TimeWeighted(context.session, table, chosenNames, slot,
+                                       options.stat == "integral"))
+        row.push_back(std::move(figure));
+    } else {
+      std::vector<uint8_t> record = SlotStatistic(context.session, table, statistic, slot);
+      for (size_t c : chosen) row.push_back(table.Value(record.data(), floatColumns[c]));
+    }
     writer.Write(std::move(row));
   }
   writer.Finish();
@@ -107,9 +142,14 @@ void AddStatCommands(CLI::App& app, Context& context) {
           ->excludes(from)->excludes(to)->excludes(day);
   stats.app->add_option("--year", options.year, "a year, YYYY: one slot per month")
       ->excludes(from)->excludes(to)->excludes(day)->excludes(month);
-  stats.app->add_option("--stat", options.stat, "max, min, avg or sum")
+  stats.app
+      ->add_option("--stat", options.stat,
+                   "max, min, avg or sum of the samples; or twa, the time-weighted average, "
+                   "or integral, value x seconds: each sample holds until the next one, the "
+                   "last one before a slot holds from the slot's start, and a NULL holds no "
+                   "value (twa weighs only the seconds with one)")
       ->capture_default_str()
-      ->check(CLI::IsMember({"max", "min", "avg", "sum"}));
+      ->check(CLI::IsMember({"max", "min", "avg", "sum", "twa", "integral"}));
 }
 
 }  // namespace scadastore::cli

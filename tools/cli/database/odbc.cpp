@@ -5,13 +5,13 @@
 namespace scadastore::cli {
 namespace {
 
-Handle Allocate(SQLSMALLINT type, SQLHANDLE parent) {
-  SQLHANDLE handle = SQL_NULL_HANDLE;
-  if (!SQL_SUCCEEDED(SQLAllocHandle(type, parent, &handle)))
+OdbcHandle Allocate(SQLSMALLINT type, SQLHANDLE parent) {
+  OdbcHandle handle(type);
+  if (!handle.Allocate(parent))
     throw OdbcError(parent ? Diagnostic(type == SQL_HANDLE_STMT ? SQL_HANDLE_DBC : SQL_HANDLE_ENV,
                                         parent)
                            : "cannot allocate an ODBC environment");
-  return Handle(handle, {type});
+  return handle;
 }
 
 SQLCHAR* Chars(const std::string& text) {
@@ -24,8 +24,8 @@ std::string Diagnostic(SQLSMALLINT type, SQLHANDLE handle) {
   SQLCHAR state[6] = "", message[1024] = "";
   SQLINTEGER native = 0;
   SQLSMALLINT length = 0;
-  if (!SQL_SUCCEEDED(SQLGetDiagRec(type, handle, 1, state, &native, message, sizeof message,
-                                   &length)))
+  if (!SQL_SUCCEEDED(Odbc().GetDiagRec(type, handle, 1, state, &native, message, sizeof message,
+                                       &length)))
     return "";
   std::string text = reinterpret_cast<char*>(message);
   while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
@@ -39,41 +39,41 @@ void OdbcStatement::Check(SQLRETURN result, const char* what) {
 }
 
 void OdbcStatement::Execute(const std::string& sql) {
-  Check(SQLExecDirect(handle_.get(), Chars(sql), SQL_NTS), "statement");
+  Check(Odbc().ExecDirect(handle_.get(), Chars(sql), SQL_NTS), "statement");
 }
 
 void OdbcStatement::Prepare(const std::string& sql) {
-  Check(SQLPrepare(handle_.get(), Chars(sql), SQL_NTS), "statement");
+  Check(Odbc().Prepare(handle_.get(), Chars(sql), SQL_NTS), "statement");
   Describe();  // psqlODBC asks the server only for the result's columns
 }
 
 void OdbcStatement::Tables() {
   std::string type = "TABLE";
-  Check(SQLTables(handle_.get(), nullptr, 0, nullptr, 0, nullptr, 0, Chars(type), SQL_NTS),
+  Check(Odbc().Tables(handle_.get(), nullptr, 0, nullptr, 0, nullptr, 0, Chars(type), SQL_NTS),
         "table list");
 }
 
 void OdbcStatement::Columns(const std::string& table) {
-  Check(SQLColumns(handle_.get(), nullptr, 0, nullptr, 0, Chars(table), SQL_NTS, nullptr, 0),
+  Check(Odbc().Columns(handle_.get(), nullptr, 0, nullptr, 0, Chars(table), SQL_NTS, nullptr, 0),
         "column list");
 }
 
 void OdbcStatement::Indexes(const std::string& table) {
-  Check(SQLStatistics(handle_.get(), nullptr, 0, nullptr, 0, Chars(table), SQL_NTS,
-                      SQL_INDEX_ALL, SQL_QUICK),
+  Check(Odbc().Statistics(handle_.get(), nullptr, 0, nullptr, 0, Chars(table), SQL_NTS,
+                          SQL_INDEX_ALL, SQL_QUICK),
         "index list");
 }
 
 std::vector<ResultColumn> OdbcStatement::Describe() {
   SQLSMALLINT count = 0;
-  Check(SQLNumResultCols(handle_.get(), &count), "result columns");
+  Check(Odbc().NumResultCols(handle_.get(), &count), "result columns");
   std::vector<ResultColumn> columns;
   for (SQLSMALLINT c = 1; c <= count; ++c) {
     SQLCHAR name[256] = "";
     SQLSMALLINT nameLength = 0, type = 0, digits = 0, nullable = 0;
     SQLULEN size = 0;
-    Check(SQLDescribeCol(handle_.get(), c, name, sizeof name, &nameLength, &type, &size, &digits,
-                         &nullable),
+    Check(Odbc().DescribeCol(handle_.get(), c, name, sizeof name, &nameLength, &type, &size,
+                             &digits, &nullable),
           "result column");
     columns.push_back({reinterpret_cast<char*>(name), type});
   }
@@ -82,12 +82,12 @@ std::vector<ResultColumn> OdbcStatement::Describe() {
 
 int64_t OdbcStatement::RowCount() {
   SQLLEN rows = 0;
-  Check(SQLRowCount(handle_.get(), &rows), "row count");
+  Check(Odbc().RowCount(handle_.get(), &rows), "row count");
   return rows;
 }
 
 bool OdbcStatement::Fetch() {
-  SQLRETURN result = SQLFetch(handle_.get());
+  SQLRETURN result = Odbc().Fetch(handle_.get());
   Check(result, "fetch");
   return result != SQL_NO_DATA;
 }
@@ -106,8 +106,8 @@ std::optional<std::string> OdbcStatement::Text(int c, bool asDouble) {
   char part[4096];
   for (;;) {  // a long value comes in parts, each cut with a warning
     SQLLEN length = 0;
-    SQLRETURN result = SQLGetData(handle_.get(), static_cast<SQLUSMALLINT>(c), SQL_C_CHAR, part,
-                                  sizeof part, &length);
+    SQLRETURN result = Odbc().GetData(handle_.get(), static_cast<SQLUSMALLINT>(c), SQL_C_CHAR,
+                                      part, sizeof part, &length);
     if (result == SQL_NO_DATA) break;
     Check(result, "field");
     if (length == SQL_NULL_DATA) return std::nullopt;
@@ -120,22 +120,27 @@ std::optional<std::string> OdbcStatement::Text(int c, bool asDouble) {
 OdbcConnection::OdbcConnection(const std::string& dsn, const std::string& user,
                                const std::string& password) {
   environment_ = Allocate(SQL_HANDLE_ENV, SQL_NULL_HANDLE);
-  SQLSetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
-                reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
+  Odbc().SetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
+                    reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
   connection_ = Allocate(SQL_HANDLE_DBC, environment_.get());
-  SQLSetConnectAttr(connection_.get(), SQL_ATTR_LOGIN_TIMEOUT, reinterpret_cast<SQLPOINTER>(10),
-                    0);
-  if (!SQL_SUCCEEDED(SQLConnect(connection_.get(), Chars(dsn), SQL_NTS, Chars(user), SQL_NTS,
-                                Chars(password), SQL_NTS))) {
+  Odbc().SetConnectAttr(connection_.get(), SQL_ATTR_LOGIN_TIMEOUT,
+                        reinterpret_cast<SQLPOINTER>(10), 0);
+  if (!SQL_SUCCEEDED(Odbc().Connect(connection_.get(), Chars(dsn), SQL_NTS, Chars(user), SQL_NTS,
+                                    Chars(password), SQL_NTS))) {
     std::string reason = Diagnostic(SQL_HANDLE_DBC, connection_.get());
     throw OdbcError(reason.empty() ? "the driver gave no reason" : reason);
   }
+  connected_ = true;
   SQLCHAR name[64] = "";
   SQLSMALLINT length = 0;
-  SQLGetInfo(connection_.get(), SQL_DBMS_NAME, name, sizeof name, &length);
+  Odbc().GetInfo(connection_.get(), SQL_DBMS_NAME, name, sizeof name, &length);
   std::string dbms = reinterpret_cast<char*>(name);
   sqlite_ = dbms.starts_with("SQLite");
   limit_ = sqlite_ || dbms == "PostgreSQL" || dbms == "MySQL" || dbms == "MariaDB";
+}
+
+OdbcConnection::~OdbcConnection() {
+  if (connected_) Odbc().Disconnect(connection_.get());
 }
 
 OdbcStatement OdbcConnection::Statement() {
@@ -143,13 +148,13 @@ OdbcStatement OdbcConnection::Statement() {
 }
 
 void OdbcConnection::BeginTransaction() {
-  SQLSetConnectAttr(connection_.get(), SQL_ATTR_AUTOCOMMIT,
-                    reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_OFF), 0);
+  Odbc().SetConnectAttr(connection_.get(), SQL_ATTR_AUTOCOMMIT,
+                        reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_OFF), 0);
 }
 
 void OdbcConnection::EndTransaction(bool commit) {
-  if (!SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, connection_.get(),
-                                commit ? SQL_COMMIT : SQL_ROLLBACK)))
+  if (!SQL_SUCCEEDED(Odbc().EndTran(SQL_HANDLE_DBC, connection_.get(),
+                                    commit ? SQL_COMMIT : SQL_ROLLBACK)))
     throw OdbcError(Diagnostic(SQL_HANDLE_DBC, connection_.get()));
 }
 

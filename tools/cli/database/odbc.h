@@ -1,26 +1,19 @@
 // The tool's own ODBC connection, beside the library's: it reads the schema,
-// streams rows and learns the database's own reason for a failure.
+// streams rows and learns the database's own reason for a failure. Its
+// handles and calls are the library's own (core/odbc_handle.h, Odbc()).
 #pragma once
 
-#include <sql.h>
-#include <sqlext.h>
-
 #include <cstdint>
-#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "core/odbc_handle.h"
+
 namespace scadastore::cli {
 
-struct HandleFree {
-  SQLSMALLINT type;
-  void operator()(void* handle) const {
-    if (type == SQL_HANDLE_DBC) SQLDisconnect(handle);  // fails harmlessly when not connected
-    SQLFreeHandle(type, handle);
-  }
-};
-using Handle = std::unique_ptr<void, HandleFree>;
+using scadastore::OdbcHandle;
 
 // "[state] message" of the handle's first diagnostic record, or "".
 std::string Diagnostic(SQLSMALLINT type, SQLHANDLE handle);
@@ -37,7 +30,7 @@ struct ResultColumn {
 
 class OdbcStatement {
  public:
-  explicit OdbcStatement(Handle handle) : handle_(std::move(handle)) {}
+  explicit OdbcStatement(OdbcHandle handle) : handle_(std::move(handle)) {}
 
   void Execute(const std::string& sql);
   // Compiles without running: the driver reports an unknown table or a
@@ -59,7 +52,7 @@ class OdbcStatement {
 
  private:
   void Check(SQLRETURN result, const char* what);
-  Handle handle_;
+  OdbcHandle handle_;
 };
 
 class OdbcConnection {
@@ -67,6 +60,9 @@ class OdbcConnection {
   // Connects to a data source of odbc.ini; throws an OdbcError with the
   // driver's reason.
   OdbcConnection(const std::string& dsn, const std::string& user, const std::string& password);
+  ~OdbcConnection();
+  OdbcConnection(const OdbcConnection&) = delete;
+  OdbcConnection& operator=(const OdbcConnection&) = delete;
 
   OdbcStatement Statement();
   // Manual commit: nothing is kept until Commit.
@@ -77,8 +73,9 @@ class OdbcConnection {
   bool HasLimit() const { return limit_; }
 
  private:
-  Handle environment_{nullptr, {SQL_HANDLE_ENV}};
-  Handle connection_{nullptr, {SQL_HANDLE_DBC}};
+  OdbcHandle environment_{SQL_HANDLE_ENV};
+  OdbcHandle connection_{SQL_HANDLE_DBC};
+  bool connected_ = false;
   bool sqlite_ = false;
   bool limit_ = false;
 };

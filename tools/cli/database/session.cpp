@@ -10,6 +10,8 @@
 
 #include <fmt/format.h>
 
+#include "core/sql_text.h"
+
 namespace scadastore::cli {
 namespace {
 
@@ -138,12 +140,7 @@ void Session::Fail(const std::string& what) {
 }
 
 std::string Session::Quote(const std::string& name) const {
-  switch (kind_) {
-    case 2: return fmt::format("`{}`", name);
-    case 4:
-    case 5: return fmt::format("\"{}\"", name);
-    default: return fmt::format("[{}]", name);
-  }
+  return QuoteName(DialectOf(kind_), name);
 }
 
 void Session::DeferInterrupts(bool defer) { deferInterrupts = defer; }

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "record/record_statements.h"
 #include "scadastore.h"
 #include "tools/cli/database/odbc.h"
 
@@ -47,7 +48,7 @@ class Session {
   // A table or column name quoted as the kind's dialect wants.
   std::string Quote(const std::string& name) const;
   // Multi-row inserts need kind 2 to 5; kinds 1 and 6 write row by row.
-  bool CanBatch() const { return kind_ >= 2 && kind_ <= 5; }
+  bool CanBatch() const { return record::AllowsBatches(kind_); }
   // What the tool is connected to, for reports.
   std::string Describe() const;
 

@@ -32,19 +32,29 @@ std::tm LocalTm(uint32_t seconds) {
 
 // Local hour labels at the hours' starts, with every hour labelled up to
 // 25 of them (a day when the clocks go back) and every 2nd, 3rd, ... beyond.
+// Slots of a range beyond 31 days are labelled at the first of each month.
 std::string HourAxis(const std::vector<Slot>& hours, const TimeScale& scale, double top,
                      double bottom) {
   size_t step = 1;
   for (size_t candidate : {1, 2, 3, 6, 12, 24})
     if (step = candidate; hours.size() / candidate <= 25) break;
   bool manyDays = hours.size() > 25;
+  bool months = scale.period.end - scale.period.start > 31u * 86400 + 3600;
   std::string svg;
+  int lastMonth = -1;
   for (const Slot& hour : hours) {
     std::tm local = LocalTm(hour.start);
-    if (local.tm_hour % step != 0) continue;
-    std::string label = manyDays && local.tm_hour == 0
-                            ? fmt::format("{:02}-{:02}", local.tm_mon + 1, local.tm_mday)
-                            : fmt::format("{:02}", local.tm_hour);
+    std::string label;
+    if (months) {
+      if (local.tm_mon == lastMonth) continue;
+      lastMonth = local.tm_mon;
+      label = fmt::format("{:04}-{:02}", local.tm_year + 1900, local.tm_mon + 1);
+    } else {
+      if (local.tm_hour % step != 0) continue;
+      label = manyDays && local.tm_hour == 0
+                  ? fmt::format("{:02}-{:02}", local.tm_mon + 1, local.tm_mday)
+                  : fmt::format("{:02}", local.tm_hour);
+    }
     double x = scale.X(hour.start);
     svg += fmt::format(
         "<line class=\"grid\" x1=\"{0:.1f}\" y1=\"{1:.1f}\" x2=\"{0:.1f}\" y2=\"{2:.1f}\"/>"

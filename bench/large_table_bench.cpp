@@ -1,0 +1,366 @@
+// A table of 1,000,000 rows of 8 float columns per database (--rows N for
+// another size), each library call beside its baseline, interleaved, each
+// measure in a child process of its own so that its peak memory is its own:
+//   position: sgGetRecordByIndex and sgGetIdByIndex of the last row beside a
+//     bare "select * ... order by id asc limit 1 offset N-1";
+//   read: sgGetRecord of the whole table beside the best bare ODBC read of
+//     the same rows into a block (forward-only, streamed where the driver
+//     can) and, on SQLite, the C API; peak memory over the block handed out;
+//   write: sgBatchSetRecord of 100,000 records in one call beside the SQLite
+//     C API's prepared insert in one transaction and PostgreSQL's COPY.
+// Every call connects unpooled, as does its baseline. Usage:
+//   large_table_bench [--rows N] [--repeat R] [sqlite|postgres|mariadb ...]
+#include <sqlite3.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+
+#include "bench_support.h"
+
+namespace {
+
+using namespace bench;
+
+constexpr uint32_t kWriteRows = 100000;
+// psqlODBC's UseDeclareFetch and Fetch options, as the library sets them.
+constexpr SQLINTEGER kPsqlUseDeclareFetch = 65539, kPsqlFetchRows = 65541;
+
+// Kind 3 on SQLite: the bracket dialect of kind 1, with batches.
+constexpr Target kSqliteBatches{"SCADASTORE_TEST_SQLITE", 3, '[', ']'};
+
+struct Measure {
+  double seconds = -1;  // -1: failed
+  double peakMb = 0;    // resident memory reached above the start
+};
+
+long StatusKb(const char* field) {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line))
+    if (line.rfind(field, 0) == 0) return std::atol(line.c_str() + std::strlen(field));
+  return 0;
+}
+
+// Runs `work` in a child whose peak resident memory starts at its current size.
+Measure InChild(const std::function<bool()>& work) {
+  int channel[2];
+  if (pipe(channel) != 0) return {};
+  const pid_t child = fork();
+  if (child == 0) {
+    std::ofstream("/proc/self/clear_refs") << "5";
+    const long startKb = StatusKb("VmRSS:");
+    const auto start = std::chrono::steady_clock::now();
+    Measure measure;
+    if (work()) {
+      measure.seconds =
+          std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+      measure.peakMb = (StatusKb("VmHWM:") - startKb) / 1024.0;
+    }
+    (void)!write(channel[1], &measure, sizeof measure);
+    _exit(0);
+  }
+  close(channel[1]);
+  Measure measure;
+  if (read(channel[0], &measure, sizeof measure) != sizeof measure) measure = {};
+  close(channel[0]);
+  waitpid(child, nullptr, 0);
+  return measure;
+}
+
+// A bare connection as the library makes it, streaming forward-only results
+// where the driver can (StepAPI for SQLite, UseDeclareFetch for psqlODBC).
+struct Bare {
+  SQLHENV env = SQL_NULL_HENV;
+  SQLHDBC dbc = SQL_NULL_HDBC;
+  SQLHSTMT stmt = SQL_NULL_HSTMT;
+  bool ok = false;
+
+  explicit Bare(const Target& target) {
+    const Login login = LoginOf(target);
+    SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env);
+    SQLSetEnvAttr(env, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
+    SQLAllocHandle(SQL_HANDLE_DBC, env, &dbc);
+    if (target.kind == kPostgres.kind) {
+      ok = SQL_SUCCEEDED(SQLConnect(dbc, (SQLCHAR*)login.dsn.c_str(), SQL_NTS,
+                                    (SQLCHAR*)login.user.c_str(), SQL_NTS,
+                                    (SQLCHAR*)login.password.c_str(), SQL_NTS)) &&
+           SQL_SUCCEEDED(SQLSetConnectAttr(dbc, kPsqlFetchRows, (SQLPOINTER)1000, 0)) &&
+           SQL_SUCCEEDED(SQLSetConnectAttr(dbc, kPsqlUseDeclareFetch, (SQLPOINTER)1, 0));
+    } else {
+      const std::string text = "DSN=" + login.dsn + ";UID=" + login.user + ";PWD=" +
+                               login.password + ";StepAPI=1";
+      ok = SQL_SUCCEEDED(SQLDriverConnect(dbc, nullptr, (SQLCHAR*)text.c_str(), SQL_NTS,
+                                          nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT));
+    }
+    ok = ok && SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, dbc, &stmt));
+  }
+  ~Bare() {
+    if (stmt) SQLFreeHandle(SQL_HANDLE_STMT, stmt);
+    if (ok) SQLDisconnect(dbc);
+    SQLFreeHandle(SQL_HANDLE_DBC, dbc);
+    SQLFreeHandle(SQL_HANDLE_ENV, env);
+  }
+  bool Run(const std::string& sql) {
+    return ok && SQL_SUCCEEDED(SQLExecDirect(stmt, (SQLCHAR*)sql.c_str(), SQL_NTS));
+  }
+  // The current row as a data record: 4 integers and the doubles.
+  void ReadRecord(unsigned char* record) {
+    SQLLEN indicator = 0;
+    for (SQLUSMALLINT c = 1; c <= 4; ++c)
+      SQLGetData(stmt, c, SQL_C_ULONG, record + 4 * (c - 1), 4, &indicator);
+    for (SQLUSMALLINT c = 0; c < kValueColumns; ++c)
+      SQLGetData(stmt, 5 + c, SQL_C_DOUBLE, record + 16 + 8 * c, 8, &indicator);
+  }
+};
+
+std::string SelectAll(const Target& target, const std::string& table) {
+  return "select * from " + Quote(target, table) + " order by " + Quote(target, "id") + " asc";
+}
+
+bool BarePosition(const Target& target, const std::string& table, uint32_t position) {
+  Bare db(target);
+  unsigned char record[kDataRecordSize];
+  if (!db.Run(SelectAll(target, table) + " limit 1 offset " + std::to_string(position - 1)) ||
+      !SQL_SUCCEEDED(SQLFetch(db.stmt)))
+    return false;
+  db.ReadRecord(record);
+  return true;
+}
+
+// Reads every row into a block grown by doubling, as the library does.
+bool BareRead(const Target& target, const std::string& table, uint32_t rows) {
+  Bare db(target);
+  if (!db.Run(SelectAll(target, table))) return false;
+  std::vector<unsigned char> block;
+  size_t count = 0;
+  while (SQL_SUCCEEDED(SQLFetch(db.stmt))) {
+    if (block.size() < (count + 1) * kDataRecordSize)
+      block.resize(std::max<size_t>(block.size() * 2, 1024 * kDataRecordSize));
+    db.ReadRecord(block.data() + count++ * kDataRecordSize);
+  }
+  return count == rows;
+}
+
+bool SqliteApiRead(const Target& target, const std::string& table, uint32_t rows) {
+  sqlite3* db = nullptr;
+  sqlite3_stmt* statement = nullptr;
+  std::vector<unsigned char> block;
+  bool ok = sqlite3_open(SqliteFile(target).c_str(), &db) == SQLITE_OK &&
+            sqlite3_prepare_v2(db, SelectAll(target, table).c_str(), -1, &statement, nullptr) ==
+                SQLITE_OK;
+  size_t count = 0;
+  while (ok && sqlite3_step(statement) == SQLITE_ROW) {
+    if (block.size() < (count + 1) * kDataRecordSize)
+      block.resize(std::max<size_t>(block.size() * 2, 1024 * kDataRecordSize));
+    unsigned char* record = block.data() + count++ * kDataRecordSize;
+    for (int i = 0; i < 4; ++i) {
+      const auto value = static_cast<uint32_t>(sqlite3_column_int64(statement, i));
+      std::memcpy(record + 4 * i, &value, 4);
+    }
+    for (int c = 0; c < kValueColumns; ++c) {
+      const double value = sqlite3_column_double(statement, 4 + c);
+      std::memcpy(record + 16 + 8 * c, &value, 8);
+    }
+  }
+  sqlite3_finalize(statement);
+  sqlite3_close(db);
+  return ok && count == rows;
+}
+
+std::vector<unsigned char> Records(uint32_t count) {
+  std::vector<unsigned char> bytes(size_t{count} * kDataRecordSize);
+  for (uint32_t i = 0; i < count; ++i) {
+    unsigned char* record = bytes.data() + size_t{i} * kDataRecordSize;
+    const uint32_t head[4] = {0, kStart + i, i % 1000, 0};
+    std::memcpy(record, head, sizeof head);
+    for (int c = 0; c < kValueColumns; ++c) {
+      const double value = 20.0 + c + (i % 1000) / 3.0;
+      std::memcpy(record + 16 + 8 * c, &value, sizeof value);
+    }
+  }
+  return bytes;
+}
+
+bool SqliteApiWrite(const Target& target, const std::string& table,
+                    const std::vector<unsigned char>& records) {
+  std::string insert = "insert into " + Quote(target, table) + " values (?,?,?,0";
+  for (int c = 0; c < kValueColumns; ++c) insert += ",?";
+  insert += ")";
+  sqlite3* db = nullptr;
+  sqlite3_stmt* statement = nullptr;
+  bool ok = sqlite3_open(SqliteFile(target).c_str(), &db) == SQLITE_OK &&
+            sqlite3_exec(db, "pragma synchronous=normal", nullptr, nullptr, nullptr) == SQLITE_OK &&
+            sqlite3_exec(db, "begin", nullptr, nullptr, nullptr) == SQLITE_OK &&
+            sqlite3_prepare_v2(db, insert.c_str(), -1, &statement, nullptr) == SQLITE_OK;
+  const size_t count = records.size() / kDataRecordSize;
+  for (size_t i = 0; ok && i < count; ++i) {
+    const unsigned char* record = records.data() + i * kDataRecordSize;
+    uint32_t head[3];
+    std::memcpy(head, record, sizeof head);
+    sqlite3_bind_int64(statement, 1, static_cast<int64_t>(i + 1));
+    sqlite3_bind_int64(statement, 2, head[1]);
+    sqlite3_bind_int64(statement, 3, head[2]);
+    for (int c = 0; c < kValueColumns; ++c) {
+      double value;
+      std::memcpy(&value, record + 16 + 8 * c, 8);
+      sqlite3_bind_double(statement, 4 + c, value);
+    }
+    ok = sqlite3_step(statement) == SQLITE_DONE;
+    sqlite3_reset(statement);
+  }
+  sqlite3_finalize(statement);
+  ok = ok && sqlite3_exec(db, "commit", nullptr, nullptr, nullptr) == SQLITE_OK;
+  sqlite3_close(db);
+  return ok;
+}
+
+// The data source's entry `key` in $ODBCINI.
+std::string IniValue(const Target& target, const std::string& key) {
+  std::ifstream in(std::getenv("ODBCINI") ? std::getenv("ODBCINI") : "");
+  std::string line, section = "[" + LoginOf(target).dsn + "]";
+  bool inSection = false;
+  while (std::getline(in, line)) {
+    if (!line.empty() && line[0] == '[') inSection = line == section;
+    if (inSection && line.rfind(key + "=", 0) == 0) return line.substr(key.size() + 1);
+  }
+  return {};
+}
+
+// COPY ... FROM STDIN through psql, the records as CSV.
+bool PostgresCopy(const Target& target, const std::string& table,
+                  const std::vector<unsigned char>& records) {
+  const Login login = LoginOf(target);
+  const std::string command = "PGPASSWORD='" + login.password + "' psql -q -h " +
+                              IniValue(target, "Servername") + " -p " + IniValue(target, "Port") +
+                              " -U " + login.user + " " + IniValue(target, "Database") +
+                              " -c 'copy " + table + " from stdin (format csv)'";
+  FILE* psql = popen(command.c_str(), "w");
+  if (!psql) return false;
+  const size_t count = records.size() / kDataRecordSize;
+  for (size_t i = 0; i < count; ++i) {
+    const unsigned char* record = records.data() + i * kDataRecordSize;
+    uint32_t head[3];
+    std::memcpy(head, record, sizeof head);
+    std::fprintf(psql, "%zu,%u,%u,0", i + 1, head[1], head[2]);
+    for (int c = 0; c < kValueColumns; ++c) {
+      double value;
+      std::memcpy(&value, record + 16 + 8 * c, 8);
+      std::fprintf(psql, ",%.17g", value);
+    }
+    std::fputc('\n', psql);
+  }
+  return pclose(psql) == 0;
+}
+
+void Print(const char* what, const Target& target, const Measure& library, const Measure& base,
+           const char* baseName) {
+  std::printf("%-10s kind %d  library %8.3f s %8.1f MB   %-22s %8.3f s %8.1f MB   ratio %.2f\n",
+              what, target.kind, library.seconds, library.peakMb, baseName, base.seconds,
+              base.peakMb, library.seconds / base.seconds);
+  std::fflush(stdout);
+}
+
+void Run(const Target& target, uint32_t rows, int repeat) {
+  if (!Use(target)) {
+    std::printf("%s is not set or unreachable\n", target.envVar);
+    return;
+  }
+  const std::string table = TableName("large", std::to_string(rows).c_str());
+  std::vector<unsigned char> info = DataTableBytes(table);
+  auto* data = reinterpret_cast<DataTableInfo*>(info.data());
+  {
+    BareConnection db(target);
+    if (!ToCreate(target, table) || sgEnsureTableExist(Token(), data, nullptr, 0) != 0 ||
+        !db.Execute(FillStatement(target, Family::Data, table, rows))) {
+      std::printf("filling %s failed\n", table.c_str());
+      return;
+    }
+  }
+  std::printf("%u rows, block %.1f MB, load average %.1f\n", rows,
+              rows * double{kDataRecordSize} / (1 << 20), [] {
+                double load = 0;
+                std::ifstream("/proc/loadavg") >> load;
+                return load;
+              }());
+  for (int r = 0; r < repeat; ++r) {
+    const Measure bare = InChild([&] { return BarePosition(target, table, rows); });
+    const Measure record = InChild([&] {
+      std::vector<unsigned char> one(kDataRecordSize);
+      return sgGetRecordByIndex(Token(), data, rows, reinterpret_cast<DataRecord*>(one.data()),
+                                kDataRecordSize) == 0;
+    });
+    const Measure id = InChild([&] { return sgGetIdByIndex(Token(), data, rows) == rows; });
+    Print("position", target, record, bare, "limit/offset");
+    Print("id", target, id, bare, "limit/offset");
+  }
+  for (int r = 0; r < repeat; ++r) {
+    const Measure library = InChild([&] {
+      void* block = nullptr;
+      uint32_t size = 0;
+      const bool ok = sgGetRecord(Token(), data, &block, &size, nullptr) == 0 &&
+                      size == rows * kDataRecordSize;
+      std::free(block);
+      return ok;
+    });
+    Print("read", target, library, InChild([&] { return BareRead(target, table, rows); }),
+          "bare ODBC, streamed");
+    if (target.kind != kPostgres.kind && target.kind != kMariadb.kind)
+      Print("read", target, library,
+            InChild([&] { return SqliteApiRead(target, table, rows); }), "SQLite C API");
+  }
+  // Writes into an empty table of the same columns.
+  const std::string empty = TableName("write", std::to_string(rows).c_str());
+  std::vector<unsigned char> emptyInfo = DataTableBytes(empty);
+  auto* written = reinterpret_cast<DataTableInfo*>(emptyInfo.data());
+  const Target& writer = target.kind == kSqlite.kind ? kSqliteBatches : target;
+  if (!Use(writer) || !ToCreate(writer, empty) ||
+      sgEnsureTableExist(Token(), written, nullptr, 0) != 0)
+    return;
+  const std::vector<unsigned char> records = Records(kWriteRows);
+  for (int r = 0; r < repeat; ++r) {
+    sgDeleteRecord(Token(), written, nullptr);
+    const Measure library = InChild([&] {
+      return sgBatchSetRecord(Token(), written, records.data(),
+                              static_cast<uint32_t>(records.size())) == 0;
+    });
+    sgDeleteRecord(Token(), written, nullptr);
+    Measure base;
+    if (writer.kind == kPostgres.kind) {
+      base = InChild([&] { return PostgresCopy(writer, empty, records); });
+      Print("write", writer, library, base, "COPY (psql)");
+    } else if (writer.kind != kMariadb.kind) {
+      base = InChild([&] { return SqliteApiWrite(writer, empty, records); });
+      Print("write", writer, library, base, "SQLite C API");
+    } else {
+      std::printf("write      kind %d  library %8.3f s %8.1f MB\n", writer.kind, library.seconds,
+                  library.peakMb);
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  uint32_t rows = 1000000;
+  int repeat = 3;
+  std::vector<const Target*> targets;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--rows" && i + 1 < argc) rows = static_cast<uint32_t>(std::atol(argv[++i]));
+    else if (arg == "--repeat" && i + 1 < argc) repeat = std::atoi(argv[++i]);
+    else if (arg == "sqlite") targets.push_back(&kSqlite);
+    else if (arg == "postgres") targets.push_back(&kPostgres);
+    else if (arg == "mariadb") targets.push_back(&kMariadb);
+    else {
+      std::printf("usage: large_table_bench [--rows N] [--repeat R] [sqlite|postgres|mariadb ...]\n");
+      return arg == "--help" ? 0 : 2;
+    }
+  }
+  if (targets.empty()) targets = {&kSqlite, &kPostgres, &kMariadb};
+  for (const Target* target : targets) Run(*target, rows, repeat);
+  for (const CreatedTable& table : created_tables)
+    if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);
+  return 0;
+}
