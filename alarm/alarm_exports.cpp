@@ -5,6 +5,7 @@
 
 #include "alarm/alarm_record.h"
 #include "alarm/alarm_statements.h"
+#include "core/bytes.h"
 #include "core/fixed_record_exports.h"
 #include "scadastore.h"
 
@@ -31,6 +32,8 @@ extern "C" {
 
 uint32_t almSetAlarm(CallerToken token, const char* table, const AlarmRecord* records,
                      uint32_t size) {
+  if (records && !EveryRecord(records, size, kRecordSize, Writable))
+    return RefuseInvalidParameter(Export::kAlmSetAlarm);
   return WriteRecordsExport(Export::kAlmSetAlarm, token, table, records, size, kRecordSize,
                             kWriteBufferSize, InsertStatement);
 }

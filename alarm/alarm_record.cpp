@@ -1,5 +1,6 @@
 #include "alarm/alarm_record.h"
 
+#include <cmath>
 #include <cstddef>
 
 #include "core/bytes.h"
@@ -10,6 +11,14 @@ double StoredValue(const void* record) {
   if (LoadField<uint32_t>(record, offsetof(AlarmRecord, tagtype)) == SCADASTORE_TAGTYPE_FLAG)
     return LoadField<uint8_t>(record, offsetof(AlarmRecord, value));
   return LoadField<double>(record, offsetof(AlarmRecord, value));
+}
+
+bool Writable(const void* record) {
+  return std::isfinite(static_cast<float>(StoredValue(record))) &&
+         Terminated(record, offsetof(AlarmRecord, station), sizeof(AlarmRecord::station)) &&
+         Terminated(record, offsetof(AlarmRecord, tag), sizeof(AlarmRecord::tag)) &&
+         Terminated(record, offsetof(AlarmRecord, description), sizeof(AlarmRecord::description)) &&
+         Terminated(record, offsetof(AlarmRecord, batch), sizeof(AlarmRecord::batch));
 }
 
 void ReadAlarmRow(DbConnection& db, void* record, double& value) {

@@ -15,6 +15,10 @@ constexpr uint32_t kRecordSize = sizeof(AlarmRecord);
 // type, the double otherwise.
 double StoredValue(const void* record);
 
+// False when the record cannot be stored as written: a value that is not a
+// finite single-precision number, or a text field without its NUL.
+bool Writable(const void* record);
+
 // Reads columns 1 to 14 of the current row into a zeroed record. `value`
 // carries the value column from row to row, so a NULL value repeats the
 // previous row's; start it at 0.0 before the first row.

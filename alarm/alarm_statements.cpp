@@ -54,9 +54,10 @@ Statement ListCondition(SqlDialect dialect, const void* query) {
   if (filter & SCADASTORE_FILTER_ALARM_TYPES) {
     if (typeCount == 0) return {};
     return JoinItems({" and ("}, typeCount, [&](uint32_t i, bool parenthesised) {
-      const int32_t type = LoadField<int32_t>(query, typesAt + 4 * size_t{i});
+      // The stored type is unsigned: the list's bits compare as written.
+      const uint32_t type = LoadField<uint32_t>(query, typesAt + 4 * size_t{i});
       return FormatStatement(dialect, kStatementSize,
-                             parenthesised ? "(`alarmtype` = %d)" : "`alarmtype` = %d", type);
+                             parenthesised ? "(`alarmtype` = %u)" : "`alarmtype` = %u", type);
     });
   }
   if (filter & SCADASTORE_FILTER_STATIONS) {

@@ -39,14 +39,20 @@ Statement DropTableStatement(DbKind kind, const std::string& table) {
 }
 
 Statement CreateFixedTableStatement(DbKind kind, const char* table, const char* backtickColumns) {
-  constexpr uint32_t kCreateBufferSize = 512;
-  const std::string backtickTemplate = std::string("create table `%s` (") + backtickColumns + ")%s%s";
+  constexpr uint32_t kCreateBufferSize = 1024;
+  std::string columns = backtickColumns;
+  for (size_t at = columns.find(" integer"); at != std::string::npos;
+       at = columns.find(" integer", at + 1))
+    columns.replace(at, 8, UnsignedType(kind));
+  const std::string backtickTemplate = "create table `%s` (" + columns + ")%s%s";
   return FormatStatement(DialectOf(kind), kCreateBufferSize, backtickTemplate.c_str(), table,
                          HasTableOptions(kind) ? " " : "", TableOptions(kind));
 }
 
 const char* TableOptions(DbKind kind) {
-  return HasTableOptions(kind) ? "ENGINE=InnoDB DEFAULT CHARSET=utf8" : "";
+  return HasTableOptions(kind) ? "ENGINE=InnoDB DEFAULT CHARSET=utf8 COLLATE=utf8_nopad_bin" : "";
 }
+
+const char* UnsignedType(DbKind kind) { return WidensUnsigned(kind) ? " bigint" : " integer"; }
 
 }  // namespace scadastore

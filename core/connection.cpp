@@ -7,6 +7,7 @@
 
 #include "core/connect.h"
 #include "core/connection_pool.h"
+#include "core/exact_double.h"
 #include "core/format.h"
 #include "core/result_streaming.h"
 #include "core/server_wait.h"
@@ -78,6 +79,7 @@ int DbConnection::Open() {
 }
 
 void DbConnection::Close() {
+  sqlite_ = -1;
   statement_.Free();
   replaced_statements_.clear();
   result_columns_ = -1;
@@ -94,11 +96,14 @@ void DbConnection::Close() {
 }
 
 bool DbConnection::OnSqlite() {
-  char name[32] = {};
-  SQLSMALLINT length = 0;
-  return SQL_SUCCEEDED(Odbc().GetInfo(connection_.get(), SQL_DBMS_NAME, name, sizeof name,
-                                      &length)) &&
-         std::strncmp(name, "SQLite", 6) == 0;
+  if (sqlite_ < 0) {
+    char name[32] = {};
+    SQLSMALLINT length = 0;
+    sqlite_ = SQL_SUCCEEDED(Odbc().GetInfo(connection_.get(), SQL_DBMS_NAME, name, sizeof name,
+                                           &length)) &&
+              std::strncmp(name, "SQLite", 6) == 0;
+  }
+  return sqlite_ == 1;
 }
 
 int DbConnection::TableExists(const char* tableName) {
@@ -113,9 +118,18 @@ int DbConnection::TableExists(const char* tableName) {
   int found = 0;
   {  // the bound ends before Close() releases the socket
     ServerWaitLimit limit(socket_, Settings().statementTimeoutSeconds);
+    // MariaDB lists the tables of every database on the server without a
+    // catalog: only the data source's own database is looked in.
+    char database[256] = {};
+    SQLSMALLINT length = 0;
+    const bool ownDatabase = dialect() == SqlDialect::Backtick &&
+                             SQL_SUCCEEDED(Odbc().GetInfo(connection_.get(), SQL_DATABASE_NAME,
+                                                          database, sizeof database, &length)) &&
+                             database[0] != '\0';
     OdbcHandle tables(SQL_HANDLE_STMT);
     if (!tables.Allocate(connection_.get()) ||
-        !SQL_SUCCEEDED(Odbc().Tables(tables.get(), nullptr, SQL_NTS, nullptr, SQL_NTS, nullptr,
+        !SQL_SUCCEEDED(Odbc().Tables(tables.get(), ownDatabase ? (SQLCHAR*)database : nullptr,
+                                     SQL_NTS, nullptr, SQL_NTS, nullptr,
                                      SQL_NTS, (SQLCHAR*)"'TABLE'", SQL_NTS))) {
       poolable_ = false;
     } else {
@@ -191,6 +205,15 @@ int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& tex
   BoundTexts bound;
   if (!BindTexts(handle, texts, bound, DiagnosticForm::Plain)) return 0;
   return Check(ExecuteBounded(handle, sql), SQL_HANDLE_STMT, handle);
+}
+
+int DbConnection::TryOpenQuery(const char* sql, const std::vector<std::string>& texts,
+                               Cursor cursor) {
+  announce_ = false;
+  const int opened = OpenQuery(sql, texts, cursor);
+  announce_ = true;
+  if (!opened) ClearErrorText();
+  return opened;
 }
 
 int DbConnection::Execute(const char* sql, const std::vector<std::string>& texts) {
@@ -297,7 +320,20 @@ int DbConnection::GetInteger(uint16_t column, void* target, int32_t size) {
 }
 
 int DbConnection::GetDouble(uint16_t column, void* target, int32_t size) {
-  return ReadFixed(column, SQL_C_DOUBLE, target, size, sizeof(double));
+  if (!OnSqlite()) return ReadFixed(column, SQL_C_DOUBLE, target, size, sizeof(double));
+  ClearErrorText();
+  if (!ColumnExists(column)) return ReadFailedWithoutDriver(column);
+  char text[64] = {};
+  SQLLEN indicator = 0;
+  if (!Check(Odbc().GetData(statement_.get(), column, SQL_C_CHAR, text, sizeof text, &indicator),
+             SQL_HANDLE_STMT, statement_.get()))
+    return 0;
+  std::optional<double> value;
+  if (indicator != SQL_NULL_DATA) value = ParseExactDouble(text);
+  // Text that is no number reads as NULL, as the driver's own conversion does.
+  if (value && size > 0)
+    std::memcpy(target, &*value, static_cast<size_t>(std::min<int32_t>(size, sizeof(double))));
+  return 1;
 }
 
 int DbConnection::GetString(uint16_t column, char* target, int32_t capacity) {

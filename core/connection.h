@@ -44,7 +44,8 @@ class DbConnection {
   // Autocommit off, or back on; and the end of the open transaction.
   bool SetAutocommit(bool on);
   bool EndTransaction(bool commit);
-  // Whether the open connection's database is SQLite (a file database).
+  // Whether the open connection's database is SQLite (a file database),
+  // whose driver hands doubles over through 15-digit text (see GetDouble).
   bool OnSqlite();
   // The SQLSTATE and native code of the last driver failure ("" and 0 after a success).
   const char* ErrorState() const { return error_state_; }
@@ -57,6 +58,10 @@ class DbConnection {
   // they are converted from the host's character set to UTF-8 first.
   int OpenQuery(const char* sql, const std::vector<std::string>& texts = {},
                 Cursor cursor = Cursor::Static);
+  // OpenQuery that neither reports nor announces a failure: for a second form
+  // of a statement whose documented form runs when this one fails.
+  int TryOpenQuery(const char* sql, const std::vector<std::string>& texts = {},
+                   Cursor cursor = Cursor::Static);
   int Execute(const char* sql, const std::vector<std::string>& texts = {});
   uint32_t CountRows();
   int MoveFirst();
@@ -66,7 +71,9 @@ class DbConnection {
   // `length` is the capacity of `name` on the way in and the name's length out.
   int DescribeColumn(uint16_t column, char* name, int32_t* type, int32_t* length);
 
-  // The readers leave `target` untouched when the value is NULL.
+  // The readers leave `target` untouched when the value is NULL. On SQLite
+  // GetDouble reads the value as text: a decimal, or "k m" for m * 2^-k,
+  // the exact form ExactSqliteDouble selects.
   int GetInteger(uint16_t column, void* target, int32_t size);
   int GetDouble(uint16_t column, void* target, int32_t size);
   int GetString(uint16_t column, char* target, int32_t capacity);
@@ -114,6 +121,7 @@ class DbConnection {
   std::unique_ptr<ServerWaitLimit> streaming_limit_;
   bool declare_fetch_ = false;
   int end_flag_ = 0;
+  int sqlite_ = -1;  // OnSqlite(): -1 not asked yet
   bool announce_ = true;  // false while TableExists connects
   bool unreachable_ = false;
   bool cut_by_bound_ = false;  // the last statement was cut by the server-wait bound

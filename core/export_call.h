@@ -81,4 +81,9 @@ uint32_t RunExport(const ExportCode& code, Body&& body) noexcept {
   });
 }
 
+// The export's "invalid parameter" failure, before any statement.
+inline uint32_t RefuseInvalidParameter(const ExportCode& code) noexcept {
+  return RunExport(code, [](ExportCall& call) { return call.InvalidParameter(); });
+}
+
 }  // namespace scadastore

@@ -76,6 +76,10 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
           progress.answerLost = true;
           return true;
         }
+        if (count - k > UINT32_MAX - id) {  // ids end at 4294967295
+          call.InvalidParameter();
+          return false;
+        }
         for (; k < count; ++k) {
           progress = {k, 1, ++id};
           if (!call.Execute(insert(call.kind(), table, id, bytes + size_t{k} * recordSize)))

@@ -44,6 +44,10 @@ SqlDialect DialectOf(DbKind kind);
 inline bool FirstRowByNext(DbKind kind) { return kind == 4; }
 // Kind 2 ends create statements with MariaDB/MySQL table options.
 inline bool HasTableOptions(DbKind kind) { return kind == 2; }
+// Kinds 2 and 5 run on servers whose ` integer` is signed 32-bit: new tables
+// declare their unsigned 32-bit columns ` bigint` there, so every value up to
+// 4294967295 is stored and compared as an unsigned number.
+inline bool WidensUnsigned(DbKind kind) { return kind == 2 || kind == 5; }
 // Kinds 2 and 5 select a row at a position with limit/offset, and so do the
 // others but kind 4 on SQLite, which has it too; kind 4 and the rest use
 // row_number(), which SQLite also runs.

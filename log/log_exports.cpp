@@ -1,5 +1,6 @@
 // The log* exports in the order of their codes: the fixed-record bodies of
 // core/fixed_record_exports.h over the log statements and row reader.
+#include "core/bytes.h"
 #include "core/fixed_record_exports.h"
 #include "log/log_record.h"
 #include "log/log_statements.h"
@@ -12,6 +13,8 @@ extern "C" {
 
 uint32_t logSetLog(CallerToken token, const char* table, const LogRecord* records,
                    uint32_t size) {
+  if (records && !EveryRecord(records, size, kLogRecordSize, Writable))
+    return RefuseInvalidParameter(Export::kLogSetLog);
   return WriteRecordsExport(Export::kLogSetLog, token, table, records, size, kLogRecordSize,
                             kLongBufferSize, InsertStatement);
 }

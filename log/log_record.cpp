@@ -39,4 +39,12 @@ void ReadLogRecord(DbConnection& db, void* record) {
   }
 }
 
+bool Writable(const void* record) {
+  for (const ColumnField& field : kColumns)
+    if (field.text && field.offset != offsetof(LogRecord, rsvd) &&
+        !Terminated(record, field.offset, static_cast<size_t>(field.width)))
+      return false;
+  return true;
+}
+
 }  // namespace scadastore::log

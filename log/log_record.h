@@ -14,4 +14,7 @@ constexpr uint32_t kLogRecordSize = sizeof(LogRecord);
 // be read (or is NULL) leaves its field as it was; the last 4 bytes are never touched.
 void ReadLogRecord(DbConnection& db, void* record);
 
+// False when a text field of the record has no NUL inside its width.
+bool Writable(const void* record);
+
 }  // namespace scadastore::log

@@ -1,6 +1,7 @@
 #include "record/data_layout.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstring>
 
 #include "core/bytes.h"
@@ -66,6 +67,16 @@ void AppendValue(Statement& out, const ColumnLayout& column, const void* record)
     default:
       break;
   }
+}
+
+bool Writable(const std::vector<ColumnLayout>& columns, const void* record) {
+  for (const ColumnLayout& column : columns) {
+    if (column.type == SCADASTORE_VALUE_FLOAT && !std::isfinite(LoadField<double>(record, column.offset)))
+      return false;
+    if (column.type == SCADASTORE_VALUE_TEXT && !Terminated(record, column.offset, column.width))
+      return false;
+  }
+  return true;
 }
 
 std::optional<ReadFailure> ReadRecord(DbConnection& db, const std::vector<ColumnLayout>& columns,

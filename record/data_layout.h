@@ -64,6 +64,10 @@ RecordHead LoadHead(const void* record);
 // integer, a bound text, nothing for other codes.
 void AppendValue(Statement& out, const ColumnLayout& column, const void* record);
 
+// False when a value of `record` cannot be stored as written: a float that
+// is not finite (no statement can carry it), or a text without its NUL.
+bool Writable(const std::vector<ColumnLayout>& columns, const void* record);
+
 // The part of a record a failed read was filling, in the order of the
 // readers' "failed to get field" serials.
 enum class RecordPart { Id, Time, Ms, Modify, Float, Integer, Text };

@@ -2,6 +2,7 @@
 // short sequence of connection operations around the record statements.
 #include <optional>
 
+#include "core/bytes.h"
 #include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/format.h"
@@ -24,16 +25,28 @@ uint32_t FailRead(ExportCall& call, const ReadFailure& failure) {
   return call.FailField(failure.column, static_cast<int>(failure.part));
 }
 
-// The next id of a table, its largest id plus 1, read on the call's open connection.
-bool NextId(ExportCall& call, const std::string& table, uint32_t& nextId) {
+// The next id of a table, its largest id plus 1, read on the call's open
+// connection; `count` new ids must stay within 4294967295.
+bool NextId(ExportCall& call, const std::string& table, uint32_t count, uint32_t& nextId) {
   if (!call.Query(LargestIdStatement(call.kind(), table, kLookupStatementSize))) return false;
   uint32_t largest = 0;
   if (!ReadSingleInteger(call.db(), largest)) {
     call.FailField(1);
     return false;
   }
+  if (count > UINT32_MAX - largest) {
+    call.InvalidParameter();
+    return false;
+  }
   nextId = largest + 1;
   return true;
+}
+
+// Each whole record of `records` writable, where the records hold their values.
+bool WritableRecords(const TableLayout& table, const void* records, uint32_t size) {
+  return !table.HoldsValues() || EveryRecord(records, size, table.recordSize, [&](const void* record) {
+    return Writable(table.columns, record);
+  });
 }
 
 // The result's columns must be the four fixed ones and one per value column,
@@ -42,13 +55,27 @@ bool MatchesTable(DbConnection& db, const TableLayout& table) {
   return db.ColumnCount() == static_cast<int>(table.columns.size()) + 4 && table.HoldsValues();
 }
 
+// Runs a select of the table's rows. On SQLite a select whose columns match
+// the table (asked with "limit 0", which runs nothing) runs under an outer
+// select that hands every float over exactly; any other runs as given.
+bool QueryRecords(ExportCall& call, const TableLayout& table, const Statement& select,
+                  DbConnection::Cursor cursor = DbConnection::Cursor::Static) {
+  DbConnection& db = call.db();
+  const std::string& inner = select.Sent();
+  return (select.complete && db.OnSqlite() &&
+          db.TryOpenQuery(("select * from (" + inner + ") limit 0").c_str(), select.texts) &&
+          MatchesTable(db, table) &&
+          db.TryOpenQuery(ExactFloatsSelect(table, inner).c_str(), select.texts, cursor)) ||
+         call.Query(select, cursor);
+}
+
 // sgGetRecord after its argument check: the rows of `statement` as one block.
 uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement& statement,
                    bool callersStatement, void** records, uint32_t* size) {
   if (!call.Open()) return call.failure();
   if (callersStatement) call.db().DoNotPool();
   const TableLayout layout = DescribeTable(table);
-  if (!call.Query(statement, DbConnection::Cursor::ForwardOnly)) return call.failure();
+  if (!QueryRecords(call, layout, statement, DbConnection::Cursor::ForwardOnly)) return call.failure();
   DbConnection& db = call.db();
   if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
   std::optional<ReadFailure> failure;
@@ -112,12 +139,13 @@ uint32_t sgSetRecord(CallerToken token, const DataTableInfo* table, const DataRe
   return RunExport(Export::kSgSetRecord, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !record || size <= kRecordHeadSize) return call.InvalidParameter();
     const TableLayout layout = DescribeTable(*table);
+    if (!WritableRecords(layout, record, size)) return call.InvalidParameter();
     const auto kept = [&] { return RecordWrite(WriteFamily::kRecord, table, layout, record, size); };
     return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
       if (!call.Open()) return call.failure();
       return InsertWithFreshIds(call, [&] {
         uint32_t id = 0;
-        if (!NextId(call, layout.name, id)) return false;
+        if (!NextId(call, layout.name, 1, id)) return false;
         const Statement insert = InsertStatement(call.kind(), layout, record, size, id);
         if (!insert.complete) return call.Fail(Serial::kCreateSql, insert), false;
         progress = {0, 1, id};
@@ -133,15 +161,17 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
     if (!token || !table || !buffer || size <= kRecordHeadSize || !AllowsBatches(call.kind()))
       return call.InvalidParameter();
     const TableLayout layout = DescribeTable(*table);
+    if (!WritableRecords(layout, buffer, size)) return call.InvalidParameter();
+    const uint32_t count = layout.recordSize == 0 ? 0 : size / layout.recordSize;
     const auto kept = [&] { return RecordWrite(WriteFamily::kBatch, table, layout, buffer, size); };
     return WriteOrKeep(call, kept, [&](WriteProgress& progress) -> uint32_t {
       if (!call.Open()) return call.failure();
       return InsertWithFreshIds(call, [&] {
         uint32_t firstId = 0;
-        if (!NextId(call, layout.name, firstId)) return false;
+        if (!NextId(call, layout.name, count, firstId)) return false;
         const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
         if (!batch.complete) return call.Fail(Serial::kCreateSql), false;
-        progress = {0, size / table->recordSize, firstId};
+        progress = {0, count, firstId};
         return call.Execute(batch);
       }) ? 0 : call.failure();
     });
@@ -151,7 +181,8 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
 uint32_t sgModifyRecordByIndex(CallerToken token, const DataTableInfo* table, uint32_t index,
                                const DataRecord* record, uint32_t size) {
   return RunExport(Export::kSgModifyRecordByIndex, [&](ExportCall& call) -> uint32_t {
-    if (!token || !table || !record || index == 0 || size != table->recordSize)
+    if (!token || !table || !record || index == 0 || size != table->recordSize ||
+        !WritableRecords(DescribeTable(*table), record, size))
       return call.InvalidParameter();
     const uint32_t id = sgGetIdByIndex(token, table, index);
     if (id == 0) return call.failure();
@@ -226,7 +257,7 @@ uint32_t sgGetRecordByTime(CallerToken token, const DataTableInfo* table, uint32
     if (!token || !table || !record || size != table->recordSize) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
     const TableLayout layout = DescribeTable(*table);
-    if (!call.Query(IntervalStatement(call.kind(), layout.name, startTime, startTime + 59)))
+    if (!QueryRecords(call, layout, IntervalStatement(call.kind(), layout.name, startTime, startTime + 59)))
       return call.failure();
     DbConnection& db = call.db();
     if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
@@ -262,8 +293,8 @@ uint32_t sgGetRecordByIndex(CallerToken token, const DataTableInfo* table, uint3
     // Without a layout check, a recordSize too small for the values would be written past.
     if (!layout.HoldsValues()) return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    if (!call.Query(PositionStatement(call.kind(), call.db().OnSqlite(), layout.name,
-                                      SelectAllStatement(call.kind(), layout.name), index)))
+    if (!QueryRecords(call, layout, PositionStatement(call.kind(), call.db().OnSqlite(), layout.name,
+                                                      SelectAllStatement(call.kind(), layout.name), index)))
       return call.failure();
     DbConnection& db = call.db();
     if (!db.MoveToFirstRow()) return call.Fail(Serial::kIndexPastEnd);

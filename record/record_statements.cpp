@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "core/common_statements.h"
+#include "core/exact_double.h"
 #include "core/sql_text.h"
 
 namespace scadastore::record {
@@ -21,11 +22,12 @@ void AppendNumber(Statement& out, uint32_t number) {
   out += {std::string(digits, end.ptr)};
 }
 
-const char* ColumnType(uint32_t type) {
+// MariaDB (kind 2) reads ` float` as 4 bytes: a sample's double needs ` double` there.
+const char* ColumnType(DbKind kind, uint32_t type) {
   switch (type) {
     case SCADASTORE_VALUE_INTEGER: return " integer";
     case SCADASTORE_VALUE_TEXT: return " varchar(64)";
-    default: return " float";
+    default: return HasTableOptions(kind) ? " double" : " float";
   }
 }
 
@@ -91,11 +93,10 @@ size_t TextColumns(const TableLayout& table) {
 
 Statement CreateTableStatement(DbKind kind, const TableLayout& table) {
   const SqlDialect dialect = DialectOf(kind);
+  const char* unsignedType = UnsignedType(kind);
   Statement create = FormatStatement(
-      dialect, kLookupStatementSize,
-      "create table `%s` (`id` integer NOT NULL PRIMARY KEY,`time` integer,`ms` integer,"
-      "`modify` integer",
-      table.name.c_str());
+      dialect, kLookupStatementSize, "create table `%s` (`id`%s NOT NULL PRIMARY KEY,`time`%s,`ms`%s,`modify`%s",
+      table.name.c_str(), unsignedType, unsignedType, unsignedType, unsignedType);
   std::string& text = create.text;
   for (const ColumnLayout& column : table.columns) {
     if (text.size() >= kStatementLimit) {
@@ -104,7 +105,7 @@ Statement CreateTableStatement(DbKind kind, const TableLayout& table) {
     }
     text += ',';
     AppendQuoted(text, dialect, column.name);
-    text += ColumnType(column.type);
+    text += ColumnType(kind, column.type);
   }
   text += ')';
   text += TableOptions(kind);
@@ -208,6 +209,20 @@ Statement IntervalStatement(DbKind kind, const std::string& table, uint32_t star
 Statement IdsStatement(DbKind kind, const std::string& table) {
   return FormatStatement(DialectOf(kind), kStatementSize, "select `id` from `%s` order by `id` asc",
                          table.c_str());
+}
+
+std::string ExactFloatsSelect(const TableLayout& table, const std::string& select) {
+  auto quoted = [](std::string_view name) {
+    std::string out = "\"";
+    for (char c : name) out += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return out + '"';
+  };
+  std::string outer = "select \"id\",\"time\",\"ms\",\"modify\"";
+  for (const ColumnLayout& column : table.columns) {
+    const bool isText = column.type == SCADASTORE_VALUE_TEXT || column.type == SCADASTORE_VALUE_INTEGER;
+    outer += ',' + (isText ? quoted(column.name) : ExactSqliteDouble(quoted(column.name)));
+  }
+  return outer + " from (" + select + ")";
 }
 
 Statement PositionStatement(DbKind kind, bool onSqlite, const std::string& table,

@@ -63,4 +63,8 @@ Statement IdsStatement(DbKind kind, const std::string& table);
 Statement PositionStatement(DbKind kind, bool onSqlite, const std::string& table,
                             const Statement& shown, uint32_t position);
 
+// `select` under an outer SQLite select that hands every float column over
+// exactly (ExactSqliteDouble); its columns must be the table's.
+std::string ExactFloatsSelect(const TableLayout& table, const std::string& select);
+
 }  // namespace scadastore::record

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/bytes.h"
+#include "core/exact_double.h"
 #include "core/export_call.h"
 #include "record/data_layout.h"
 #include "record/stat_statements.h"
@@ -39,15 +40,19 @@ bool FillSlot(ExportCall& call, const DataTableInfo& table, const std::vector<Co
   }
   // Most databases reject the empty select list of a table without float
   // columns, but PostgreSQL runs it as a select of no columns: refuse it alike.
-  bool hasFloat = std::any_of(layout.begin(), layout.end(), [](const ColumnLayout& column) {
+  const auto floats = static_cast<size_t>(std::count_if(layout.begin(), layout.end(), [](const ColumnLayout& column) {
     return column.type == SCADASTORE_VALUE_FLOAT;
-  });
-  if (!hasFloat) {
+  }));
+  if (floats == 0) {
     call.Fail(Serial::kOpenTable, statement);
     return false;
   }
-  if (!call.Query(statement)) return false;
+  // SQLite's driver hands doubles over as 15-digit text: its statistics come exactly.
   DbConnection& db = call.db();
+  if (!(statement.texts.empty() && db.OnSqlite() &&
+        db.TryOpenQuery(ExactSqliteDoubles(statement.Sent(), floats).c_str())) &&
+      !call.Query(statement))
+    return false;
   db.MoveToFirstRow();
   uint16_t resultColumn = 1;
   for (const ColumnLayout& column : layout) {

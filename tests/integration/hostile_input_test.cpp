@@ -177,19 +177,23 @@ TEST_P(QuotingTest, EveryWriterStoresTextsAsGiven) {
     if (!writer.modifies) stored.clear();
     for (const Texts& texts : Cases("NULL); delete from " + sentinel_ + "; -- ")) {
       Texts expected;
-      bool columnsHoldAll = true;
+      bool columnsHoldAll = true, terminated = true;
       for (size_t i = 0; i < writer.fields.size(); ++i) {
         const Field& field = writer.fields[i];
         const std::string& text = texts[i % texts.size()];
         std::memset(field.place, 0, field.width);
         std::memcpy(field.place, text.data(), std::min(text.size(), field.width));
         const std::string kept = text.substr(0, std::min(field.width, text.find('\0')));
+        terminated = terminated && kept.size() < field.width;
         for (unsigned char byte : kept) columnsHoldAll = columnsHoldAll && byte < 0x80;
         columnsHoldAll = columnsHoldAll && kept.size() <= field.column;
         expected.push_back(kept.substr(0, 255));
       }
       const std::string label = std::string(writer.name) + " " + texts[0].substr(0, 8);
-      if (writer.write() == 0) {
+      if (!terminated) {  // a text that fills its field without a NUL
+        EXPECT_EQ(writer.write(), 1u) << label;
+        EXPECT_TRUE(std::string(dbGetLastError()).ends_with("1] invalid parameter")) << dbGetLastError();
+      } else if (writer.write() == 0) {
         const size_t width = expected.size() / writer.rows;
         for (size_t row = 0; row < writer.rows; ++row)
           stored.emplace_back(expected.begin() + row * width, expected.begin() + (row + 1) * width);

@@ -111,7 +111,7 @@ TEST_P(Records, BadLinesStopTheImportBeforeAnythingIsStored) {
 // Export then import gives back every bit of every float.
 TEST_P(Records, ExportAndImportKeepEveryBit) {
   const double values[] = {0.1 + 0.2, DBL_MAX, -DBL_MIN, 4.9406564584124654e-324, 1.0 / 3,
-                           1e23, -123456.789012345678, 0.0};
+                           1e23, -123456.789012345678, 0.0, 16777217, 1525.0164794921875};
   std::string csv = "time,temp,pump,mode\n";
   for (size_t i = 0; i < std::size(values); ++i) {
     char text[64];
@@ -129,6 +129,7 @@ TEST_P(Records, ExportAndImportKeepEveryBit) {
   std::string again = Ok({"records", "export", "tool_samples", "--epoch"});
   EXPECT_TRUE(Contains(again, "0.30000000000000004,"));
   EXPECT_TRUE(Contains(again, "1.7976931348623157e+308,"));
+  EXPECT_TRUE(Contains(Ok({"sql", "select temp from tool_samples"}), "16777217"));
 }
 
 // Ctrl-C half-way: the tool says how many records are stored; a repeat

@@ -45,7 +45,7 @@ TEST(AlarmStatements, QueryConditionsAndListPrecedence) {
        range + " and ([alarmlevel] >= 2) and (([alarmtype] = 1) or ([alarmtype] = 2))" + order},
       {query(0x0200 | 8, {.types = {1}}),
        range + " and ([alarmlevel] >= 2) and ([alarmtype] = 1)" + order},
-      {query(8, {.types = {-1}}), range + " and ([alarmtype] = -1)" + order},
+      {query(8, {.types = {-1}}), range + " and ([alarmtype] = 4294967295)" + order},
       {query(0xFF00), range + " and ([alarmlevel] >= 255)" + order},
       // Bits beyond the level byte and the list bits are not read.
       {query(0xFFFF0301, {.types = {1}}), range + " and ([alarmlevel] >= 3)" + order},

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "core/exact_double.h"
 #include "core/sql_text.h"
 
 namespace scadastore::cli {
@@ -39,20 +40,9 @@ Buckets SplitRange(Slot range, size_t most, uint32_t unit) {
   return {range, static_cast<uint32_t>(perBucket * unit)};
 }
 
-std::string ExactSqliteFloat(const std::string& column) {
-  std::string k = fmt::format("(53 - cast(floor(log2(abs({}))) as integer))", column);
-  return fmt::format(
-      "case when {0} is null then null when {0} = 0 then cast({0} as text) else {1} || ' ' || "
-      "cast({0} * power(2.0, {1} / 2) * power(2.0, {1} - {1} / 2) as integer) end",
-      column, k);
-}
+std::string ExactSqliteFloat(const std::string& column) { return ExactSqliteDouble(column); }
 
-double ParseExactFloat(const std::string& text) {
-  size_t space = text.find(' ');
-  if (space == std::string::npos) return std::strtod(text.c_str(), nullptr);
-  return std::ldexp(static_cast<double>(std::stoll(text.substr(space + 1))),
-                    -std::stoi(text.substr(0, space)));
-}
+double ParseExactFloat(const std::string& text) { return ParseExactDouble(text.c_str()).value_or(0.0); }
 
 std::string M4Statement(DbKind kind, const std::string& table,
                         const std::vector<std::string>& columns, const Buckets& buckets,

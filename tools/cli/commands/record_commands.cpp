@@ -73,11 +73,13 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
         ++rowsInPage;
         std::vector<Cell> cells(columns);
         for (size_t c = 0; c < columns; ++c) {
-          std::optional<std::string> text = statement.Text(static_cast<int>(c + 1));
-          if (!text) continue;
-          if (c == 0) lastId = *text;
           uint32_t type =
               c < 4 ? uint32_t{SCADASTORE_VALUE_INTEGER} : table.columns()[c - 4].type;
+          // Floats come exactly: from SQLite as "k m", from the others as doubles.
+          std::optional<std::string> text = statement.Text(
+              static_cast<int>(c + 1), type == SCADASTORE_VALUE_FLOAT && !session.Database().IsSqlite());
+          if (!text) continue;
+          if (c == 0) lastId = *text;
           if (c == 1)
             cells[c] = TimeCell(static_cast<uint32_t>(std::stoul(*text)), context.Output());
           else if (type == SCADASTORE_VALUE_FLOAT) cells[c] = ParseExactFloat(*text);
@@ -134,7 +136,7 @@ void StreamTrend(Context& context, const DataTable& table, const ListOptions& op
       auto flag = [&](size_t f) { return statement.Text(static_cast<int>(flags + f + 1)) == "1"; };
       bool edge = flag(0) || flag(1);
       for (size_t v = 0; v < values.size(); ++v) {
-        auto text = statement.Text(static_cast<int>(4 + v + 1));
+        auto text = statement.Text(static_cast<int>(4 + v + 1), !exact);  // every digit
         if (text && (edge || flag(2 + 2 * v) || flag(3 + 2 * v)))
           cells[valueColumns[v]] = ParseExactFloat(*text);
       }

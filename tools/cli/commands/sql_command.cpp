@@ -28,6 +28,8 @@ std::string FirstWord(const std::string& statement) {
   return word;
 }
 
+bool IsFloat(SQLSMALLINT type) { return type == SQL_FLOAT || type == SQL_REAL || type == SQL_DOUBLE; }
+
 Cell TypedCell(const std::optional<std::string>& text, SQLSMALLINT type, bool time,
                const OutputOptions& output) {
   if (!text) return Cell();
@@ -93,8 +95,8 @@ void RunSql(Context& context, const SqlOptions& options) {
     while (statement.Fetch()) {
       std::vector<Cell> row;
       for (size_t c = 0; c < columns.size(); ++c)
-        row.push_back(TypedCell(statement.Text(static_cast<int>(c + 1)), columns[c].type,
-                                isTime[c], output));
+        row.push_back(TypedCell(statement.Text(static_cast<int>(c + 1), IsFloat(columns[c].type)),
+                                columns[c].type, isTime[c], output));
       writer.Write(std::move(row));
     }
     writer.Finish();

@@ -9,6 +9,7 @@
 
 #include "core/time_index.h"
 #include "tools/cli/command.h"
+#include "tools/cli/commands/upgrade_command.h"
 #include "tools/cli/database/data_table.h"
 
 namespace scadastore::cli {
@@ -78,6 +79,7 @@ void RunDescribe(Context& context, const TableOptions& options) {
   TableSchema schema = ReadSchema(context.session, options.table);
   TableSize size = ReadSize(context, schema);
   std::vector<std::string> indexes = ReadIndexes(context.session, schema.name);
+  const std::string upgrade = schema.Kind() == "other" ? "" : UpgradeStatement(context.session, schema);
   ResultTable columns{{"column", "type", "value"}, {}};
   bool data = schema.Kind() == "data";
   for (size_t c = 0; c < schema.columns.size(); ++c) {
@@ -88,7 +90,8 @@ void RunDescribe(Context& context, const TableOptions& options) {
   if (context.Output().format == Format::Json) {
     nlohmann::ordered_json object = {{"table", schema.name}, {"kind", schema.Kind()},
                                      {"rows", size.rows},    {"first", size.first},
-                                     {"last", size.last},    {"indexes", indexes}};
+                                     {"last", size.last},    {"indexes", indexes},
+                                     {"upgrade", upgrade}};
     object["columns"] = nlohmann::ordered_json::array();
     for (const auto& row : columns.rows)
       object["columns"].push_back({{"name", row[0]}, {"type", row[1]}, {"value", row[2]}});
@@ -99,7 +102,9 @@ void RunDescribe(Context& context, const TableOptions& options) {
                            size.rows.dump());
   if (!size.first.is_null())
     std::cout << fmt::format("time     {} to {}\n", CellText(size.first), CellText(size.last));
-  std::cout << fmt::format("indexes  {}\n\n", indexes.empty() ? "none" : JoinNames(indexes));
+  std::cout << fmt::format("indexes  {}\n", indexes.empty() ? "none" : JoinNames(indexes));
+  if (!upgrade.empty()) std::cout << "upgrade  needed (tables upgrade): " << upgrade << '\n';
+  std::cout << '\n';
   context.Print(columns);
 }
 
@@ -231,6 +236,7 @@ void AddTableCommands(CLI::App& app, Context& context) {
       RunIndex);
   index.app->add_option("table", index.options.tables,
                         "tables to index (default: every alarm, log and data table)");
+  AddTablesUpgrade(*tables.app, context);
   AddCommand<TableOptions>(
       app, context,
       {"describe",

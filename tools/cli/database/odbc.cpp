@@ -106,7 +106,16 @@ bool OdbcStatement::Fetch() {
   return result != SQL_NO_DATA;
 }
 
-std::optional<std::string> OdbcStatement::Text(int c) {
+std::optional<std::string> OdbcStatement::Text(int c, bool asDouble) {
+  if (asDouble) {
+    double value = 0;
+    SQLLEN length = 0;
+    Check(SQLGetData(handle_.get(), static_cast<SQLUSMALLINT>(c), SQL_C_DOUBLE, &value, sizeof value,
+                     &length),
+          "field");
+    if (length == SQL_NULL_DATA) return std::nullopt;
+    return fmt::format("{}", value);
+  }
   std::string text;
   char part[4096];
   for (;;) {  // a long value comes in parts, each cut with a warning

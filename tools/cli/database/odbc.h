@@ -47,8 +47,10 @@ class OdbcStatement {
   int64_t RowCount();
   std::vector<ResultColumn> Describe();
   bool Fetch();
-  // Column `c` (from 1) as text; nullopt for NULL.
-  std::optional<std::string> Text(int c);
+  // Column `c` (from 1) as text; nullopt for NULL. `asDouble` reads it as a
+  // double, in its shortest exact form: never through a driver's short text
+  // (MariaDB gives six digits of a float).
+  std::optional<std::string> Text(int c, bool asDouble = false);
 
  private:
   void Check(SQLRETURN result, const char* what);

@@ -1,0 +1,173 @@
+// What a host writes is what it reads and finds, on every database: every bit
+// of a double, unsigned 32-bit fields up to 4294967295, names compared byte
+// for byte, the data source's own tables only, and the writers' argument checks.
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "core/settings.h"
+#include "core/sql_text.h"
+#include "support/alarm_query.h"
+#include "support/data_tables.h"
+#include "support/databases.h"
+
+namespace scadastore::testing {
+namespace {
+
+constexpr uint32_t kIp = 3232235786u;         // 192.168.1.10
+constexpr uint32_t kAfter2038 = 2147483748u;  // 2038-01-19 03:15:48 UTC
+constexpr uint32_t kLast = 4294967295u;
+
+const std::vector<double> kDoubles = {16777217.0,          123456789.123,     0.1,
+                                      0.30000000000000004, 1525.0164794921875, -1e-300,
+                                      std::numeric_limits<double>::max()};
+
+class ExactTest : public DatabaseTest {
+ protected:
+  RecordBuffer Doubles() const {
+    RecordBuffer records(24, kDoubles.size());
+    for (size_t k = 0; k < kDoubles.size(); ++k) {
+      records.Put<uint32_t>(k, 4, kAfter2038 + static_cast<uint32_t>(k));
+      records.Put<double>(k, 16, kDoubles[k]);
+    }
+    return records;
+  }
+  // Every double of `block` equals kDoubles, bit for bit.
+  static void ExpectDoubles(const void* block, uint32_t size, const char* how) {
+    ASSERT_EQ(size, 24 * kDoubles.size()) << how;
+    for (size_t k = 0; k < kDoubles.size(); ++k) {
+      double read;
+      std::memcpy(&read, static_cast<const unsigned char*>(block) + 24 * k + 16, 8);
+      EXPECT_EQ(std::memcmp(&read, &kDoubles[k], 8), 0) << how << ": " << kDoubles[k] << " read "
+                                                        << read;
+    }
+  }
+};
+
+TEST_P(ExactTest, DoublesComeBackBitForBit) {
+  DataTable table(DropAtEnd(UniqueTableName("exact")), {{"v", 3}});
+  ASSERT_EQ(sgEnsureTableExist(Token(), table.info(), nullptr, 0), 0u);
+  RecordBuffer records = Doubles();
+  for (size_t k = 0; k < kDoubles.size(); ++k)
+    ASSERT_EQ(sgSetRecord(Token(), table.info(), records.record(k), 24), 0u) << dbGetLastError();
+  ASSERT_EQ(sgBatchSetRecord(Token(), table.info(), records.data(), records.bytes()), 0u)
+      << dbGetLastError();
+  void* block = nullptr;
+  uint32_t size = 0;
+  ASSERT_EQ(sgGetAllRecordOfInterval(Token(), table.info(), kAfter2038, kLast, &block, &size), 0u)
+      << dbGetLastError();
+  ExpectDoubles(block, size / 2, "set");
+  ExpectDoubles(static_cast<unsigned char*>(block) + size / 2, size / 2, "batch");
+  std::free(block);
+  const std::string where =
+      FormatStatement(DialectOf(kind()), 256, "select * from `%s` where `id` <= 7 order by `id`",
+                      table.info()->name)
+          .text;
+  ASSERT_EQ(sgGetRecord(Token(), table.info(), &block, &size, where.c_str()), 0u) << dbGetLastError();
+  ExpectDoubles(block, size, "caller's select");
+  std::free(block);
+  RecordBuffer one(24, 1);
+  ASSERT_EQ(sgGetRecordByIndex(Token(), table.info(), 7, one.record(0), 24), 0u);
+  EXPECT_EQ(one.Get<double>(0, 16), kDoubles.back());
+
+  // A value the statement cannot carry and an id past 4294967295 are refused before any statement.
+  records.Put<double>(0, 16, std::numeric_limits<double>::infinity());
+  EXPECT_TRUE(Refused(sgSetRecord(Token(), table.info(), records.record(0), 24), 1, "[rcd101] invalid parameter"));
+  EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), table.info(), records.data(), records.bytes()), 1, "[rcd1701] invalid parameter"));
+  const std::string last =
+      FormatStatement(DialectOf(kind()), 256, "update `%s` set `id` = 4294967295 where `id` = 14",
+                      table.info()->name)
+          .text;
+  ASSERT_EQ(sgOperateRecord(Token(), table.info(), last.c_str()), 0u) << dbGetLastError();
+  records.Put<double>(0, 16, 1.0);
+  EXPECT_TRUE(Refused(sgSetRecord(Token(), table.info(), records.record(0), 24), 1, "[rcd101] invalid parameter"));
+  EXPECT_EQ(sgGetIdByIndex(Token(), table.info(), 14), kLast);
+
+  // Statistics computed by the database come back exactly too.
+  const std::string early = FormatStatement(DialectOf(kind()), 256,
+      "insert into `%s` (`id`, `time`, `v`) values (1000, 100, 0.30000000000000004)", table.info()->name).text;
+  ASSERT_EQ(sgOperateRecord(Token(), table.info(), early.c_str()), 0u) << dbGetLastError();
+  ASSERT_EQ(sgGetRecordStatValueOfInterval(Token(), table.info(), SCADASTORE_STAT_MAX, 50, 150, one.record(0), 24), 0u)
+      << dbGetLastError();
+  EXPECT_EQ(one.Get<double>(0, 16), 0.30000000000000004);
+}
+
+TEST_P(ExactTest, UnsignedFieldsAfter2038AreStoredReadAndFound) {
+  const std::string alarms = DropAtEnd(UniqueTableName("exact_alm"));
+  const std::string logs = DropAtEnd(UniqueTableName("exact_log"));
+  ASSERT_EQ(almEnsureTableExist(Token(), alarms.c_str()), 0u);
+  ASSERT_EQ(logEnsureTableExist(Token(), logs.c_str()), 0u);
+  AlarmRecord alarm{};
+  std::strcpy(alarm.station, "s");
+  alarm.arisetime = kAfter2038;
+  alarm.recovertime = kLast;
+  alarm.ip = kIp;
+  alarm.alarmtype = kLast;
+  alarm.alarmlevel = kLast;
+  ASSERT_EQ(almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm), 0u) << dbGetLastError();
+  const std::string query = AlarmQueryBytes(kAfter2038, kLast, SCADASTORE_FILTER_ALARM_TYPES, {.types = {-1}});
+  AlarmRecord* found = nullptr;
+  uint32_t size = 0;
+  ASSERT_EQ(almGetAlarmByQuery(Token(), alarms.c_str(), reinterpret_cast<const AlarmQuery*>(query.data()),
+                               &found, &size), 0u) << dbGetLastError();
+  ASSERT_EQ(size, sizeof alarm);
+  EXPECT_EQ(found->ip, kIp);
+  EXPECT_EQ(found->arisetime, kAfter2038);
+  EXPECT_EQ(found->recovertime, kLast);
+  EXPECT_EQ(found->alarmlevel, kLast);
+  std::free(found);
+
+  LogRecord entry{};
+  entry.logtime = kAfter2038;
+  entry.ip = kIp;
+  entry.logtype = kLast;
+  ASSERT_EQ(logSetLog(Token(), logs.c_str(), &entry, sizeof entry), 0u) << dbGetLastError();
+  LogRecord* entries = nullptr;
+  ASSERT_EQ(logGetLogByTime(Token(), logs.c_str(), kAfter2038 - 1, kLast, &entries, &size), 0u);
+  ASSERT_EQ(size, sizeof entry);
+  EXPECT_EQ(entries->ip, kIp);
+  EXPECT_EQ(entries->logtype, kLast);
+  std::free(entries);
+
+  alarm.value = NAN;
+  EXPECT_TRUE(Refused(almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm), 1, "[alm101] invalid parameter"));
+  entry.logtime = 1;
+  std::memset(entry.source, 'x', sizeof entry.source);
+  EXPECT_TRUE(Refused(logSetLog(Token(), logs.c_str(), &entry, sizeof entry), 1, "[log101] invalid parameter"));
+}
+
+TEST_P(ExactTest, NamesCompareByteForByteAndOnlyOwnTablesAreSeen) {
+  ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  const std::string alarms = DropAtEnd(UniqueTableName("exact_names"));
+  ASSERT_EQ(almEnsureTableExist(Token(), alarms.c_str()), 0u);
+  const std::vector<std::string> stations = {"east", "East", "\xc3\xa9" "ast", "east "};
+  for (const std::string& station : stations) {
+    AlarmRecord alarm{};
+    station.copy(alarm.station, sizeof alarm.station);
+    ASSERT_EQ(almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm), 0u) << dbGetLastError();
+  }
+  for (const std::string& station : stations) {
+    const std::string query = AlarmQueryBytes(0, 10, SCADASTORE_FILTER_STATIONS, {.stations = {station}});
+    AlarmRecord* found = nullptr;
+    uint32_t size = 0;
+    ASSERT_EQ(almGetAlarmByQuery(Token(), alarms.c_str(), reinterpret_cast<const AlarmQuery*>(query.data()),
+                                 &found, &size), 0u) << dbGetLastError();
+    ASSERT_EQ(size, sizeof(AlarmRecord)) << "'" << station << "'";
+    EXPECT_EQ(std::string(found->station), station);
+    std::free(found);
+  }
+  std::setlocale(LC_CTYPE, "C");
+  for (const char* system : {"db", "servers", "event", "pg_class", "sqlite_master"})
+    EXPECT_EQ(dbIsTableExist(Token(), system), 0) << system;
+}
+
+INSTANTIATE_TEST_SUITE_P(Databases, ExactTest, ::testing::ValuesIn(Databases({3})), DatabaseName);
+
+}  // namespace
+}  // namespace scadastore::testing
