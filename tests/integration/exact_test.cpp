@@ -117,7 +117,7 @@ TEST_P(ExactTest, UnsignedFieldsAfter2038AreStoredReadAndFound) {
   ASSERT_EQ(almGetAlarmByQuery(Token(), alarms.c_str(), reinterpret_cast<const AlarmQuery*>(query.data()),
                                &found, &size), 0u) << dbGetLastError();
   ASSERT_EQ(size, sizeof alarm);
-  EXPECT_EQ(found->ip, kIp);
+  EXPECT_EQ(uint32_t{found->ip}, kIp);
   EXPECT_EQ(found->arisetime, kAfter2038);
   EXPECT_EQ(found->recovertime, kLast);
   EXPECT_EQ(found->alarmlevel, kLast);
@@ -131,8 +131,8 @@ TEST_P(ExactTest, UnsignedFieldsAfter2038AreStoredReadAndFound) {
   LogRecord* entries = nullptr;
   ASSERT_EQ(logGetLogByTime(Token(), logs.c_str(), kAfter2038 - 1, kLast, &entries, &size), 0u);
   ASSERT_EQ(size, sizeof entry);
-  EXPECT_EQ(entries->ip, kIp);
-  EXPECT_EQ(entries->logtype, kLast);
+  EXPECT_EQ(uint32_t{entries->ip}, kIp);
+  EXPECT_EQ(uint32_t{entries->logtype}, kLast);
   std::free(entries);
 
   alarm.value = NAN;

@@ -113,7 +113,7 @@ class SpoolTest : public DatabaseTest {
     std::vector<AlarmRecord> rows(count + 1);
     almGetAllAlarm(Token(), table.c_str(), rows.data(), count * sizeof(AlarmRecord));
     std::vector<double> values;
-    for (uint32_t i = 0; i < count; ++i) values.push_back(rows[i].value);
+    for (uint32_t i = 0; i < count; ++i) values.push_back(double{rows[i].value});
     return values;
   }
 
