@@ -6,6 +6,8 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/odbc.h"  // before <odbcinst.h>, which needs its types on Windows
+
 #include <odbcinst.h>
 
 namespace scadastore {
