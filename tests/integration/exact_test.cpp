@@ -143,7 +143,6 @@ TEST_P(ExactTest, UnsignedFieldsAfter2038AreStoredReadAndFound) {
 }
 
 TEST_P(ExactTest, NamesCompareByteForByteAndOnlyOwnTablesAreSeen) {
-  ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
   const std::string alarms = DropAtEnd(UniqueTableName("exact_names"));
   ASSERT_EQ(almEnsureTableExist(Token(), alarms.c_str()), 0u);
   const std::vector<std::string> stations = {"east", "East", "\xc3\xa9" "ast", "east "};
@@ -162,7 +161,6 @@ TEST_P(ExactTest, NamesCompareByteForByteAndOnlyOwnTablesAreSeen) {
     EXPECT_EQ(std::string(found->station), station);
     std::free(found);
   }
-  std::setlocale(LC_CTYPE, "C");
   for (const char* system : {"db", "servers", "event", "pg_class", "sqlite_master"})
     EXPECT_EQ(dbIsTableExist(Token(), system), 0) << system;
 }
