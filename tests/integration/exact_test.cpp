@@ -3,7 +3,6 @@
 // for byte, the data source's own tables only, and the writers' argument checks.
 #include <gtest/gtest.h>
 
-#include <clocale>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
