@@ -316,7 +316,10 @@ int DbConnection::ReadFixed(uint16_t column, SQLSMALLINT cType, void* target, in
 }
 
 int DbConnection::GetInteger(uint16_t column, void* target, int32_t size) {
-  return ReadFixed(column, SQL_C_ULONG, target, size, sizeof(SQLUINTEGER));
+  // Asked 64 bits wide, kept to the low 32: a 32-bit driver converts through
+  // its 32-bit long, which stops at 2147483647.
+  return ReadFixed(column, SQL_C_SBIGINT, target, std::min<int32_t>(size, sizeof(SQLUINTEGER)),
+                   sizeof(SQLBIGINT));
 }
 
 int DbConnection::GetDouble(uint16_t column, void* target, int32_t size) {
