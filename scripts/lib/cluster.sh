@@ -73,14 +73,7 @@ start_galera() {
     done
   } >"$dir/cluster.env"
   cluster_state "$dir"
-  cat >"$dir/init.sql" <<SQL
-FLUSH PRIVILEGES;
-CREATE USER '$TEST_USER'@'127.0.0.1' IDENTIFIED BY '$TEST_PASSWORD';
-CREATE USER '$TEST_USER'@'localhost' IDENTIFIED BY '$TEST_PASSWORD';
-CREATE DATABASE $TEST_DB CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci;
-GRANT ALL ON *.* TO '$TEST_USER'@'127.0.0.1' WITH GRANT OPTION;
-GRANT ALL ON *.* TO '$TEST_USER'@'localhost' WITH GRANT OPTION;
-SQL
+  write_maria_init "$dir/init.sql" || return 1
   mkdir -p "$dir/node1" && chown mysql: "$dir/node1" || return 1
   mariadb-install-db --no-defaults --user=mysql --datadir="$dir/node1/data" \
     --auth-root-authentication-method=socket --skip-test-db --skip-name-resolve \

@@ -219,6 +219,18 @@ halt_maria() {
   wait_gone_or_kill "$pid" 20
 }
 
+# The first statements of a new MariaDB data directory: the test user and database.
+write_maria_init() {  # FILE
+  cat >"$1" <<SQL
+FLUSH PRIVILEGES;
+CREATE USER '$TEST_USER'@'127.0.0.1' IDENTIFIED BY '$TEST_PASSWORD';
+CREATE USER '$TEST_USER'@'localhost' IDENTIFIED BY '$TEST_PASSWORD';
+CREATE DATABASE $TEST_DB CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci;
+GRANT ALL ON *.* TO '$TEST_USER'@'127.0.0.1' WITH GRANT OPTION;
+GRANT ALL ON *.* TO '$TEST_USER'@'localhost' WITH GRANT OPTION;
+SQL
+}
+
 # Sets MARIA_DIR and MARIA_PORT; the server log is $MARIA_DIR/error.log.
 start_maria() {
   local attempt pid
@@ -227,14 +239,7 @@ start_maria() {
   fi
   MARIA_DIR=$(mktemp -d /tmp/scadastore-maria.XXXXXX) || return 1
   [ "$(id -u)" -eq 0 ] && chown mysql: "$MARIA_DIR"
-  cat >"$MARIA_DIR/init.sql" <<SQL
-FLUSH PRIVILEGES;
-CREATE USER '$TEST_USER'@'127.0.0.1' IDENTIFIED BY '$TEST_PASSWORD';
-CREATE USER '$TEST_USER'@'localhost' IDENTIFIED BY '$TEST_PASSWORD';
-CREATE DATABASE $TEST_DB CHARACTER SET utf8mb4 COLLATE utf8mb4_general_ci;
-GRANT ALL ON *.* TO '$TEST_USER'@'127.0.0.1' WITH GRANT OPTION;
-GRANT ALL ON *.* TO '$TEST_USER'@'localhost' WITH GRANT OPTION;
-SQL
+  write_maria_init "$MARIA_DIR/init.sql" || return 1
   if ! mariadb-install-db --no-defaults --user=mysql --datadir="$MARIA_DIR/data" \
       --auth-root-authentication-method=socket --skip-test-db --skip-name-resolve \
       --extra-file="$MARIA_DIR/init.sql" >"$MARIA_DIR/install.log" 2>&1; then
