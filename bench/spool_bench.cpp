@@ -40,7 +40,7 @@ uint32_t WriteOne(const std::vector<unsigned char>& table, std::vector<unsigned 
 
 void PooledWrite(benchmark::State& state, const Target& target, bool spool) {
   if (!UseOrSkip(state, target)) return;
-  const std::vector<unsigned char> table = Table(target, "write");
+  const std::vector<unsigned char> table = Table(target, spool ? "write_on" : "write_off");
   if (!UseOrSkip(state, target, ";pool" + (spool ? ";spool=" + SpoolDirectory() : ""))) return;
   std::vector<unsigned char> record(kDataRecordSize);
   for (auto _ : state)
@@ -126,14 +126,14 @@ void BatchWrite(benchmark::State& state, const Target& target) {
                                                 benchmark::Counter::kIsRate);
 }
 
-BENCHMARK_CAPTURE(PooledWrite, postgres_off, kPostgres, false)->UseRealTime()->MinTime(2.0);
-BENCHMARK_CAPTURE(PooledWrite, postgres_on, kPostgres, true)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(PooledWrite, postgres_off, kPostgres, false)->UseRealTime()->MinTime(0.5);
+BENCHMARK_CAPTURE(PooledWrite, postgres_on, kPostgres, true)->UseRealTime()->MinTime(0.5);
 BENCHMARK_CAPTURE(Keeping, postgres, kPostgres)->UseRealTime()->MinTime(2.0);
 BENCHMARK_CAPTURE(Forwarding, postgres_samples, kPostgres, false)->UseRealTime()->Iterations(3);
 BENCHMARK_CAPTURE(Forwarding, postgres_mix, kPostgres, true)->UseRealTime()->Iterations(3);
 BENCHMARK_CAPTURE(BatchWrite, postgres, kPostgres)->UseRealTime()->MinTime(2.0);
-BENCHMARK_CAPTURE(PooledWrite, mariadb_off, kMariadb, false)->UseRealTime()->MinTime(2.0);
-BENCHMARK_CAPTURE(PooledWrite, mariadb_on, kMariadb, true)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(PooledWrite, mariadb_off, kMariadb, false)->UseRealTime()->MinTime(0.5);
+BENCHMARK_CAPTURE(PooledWrite, mariadb_on, kMariadb, true)->UseRealTime()->MinTime(0.5);
 BENCHMARK_CAPTURE(Keeping, mariadb, kMariadb)->UseRealTime()->MinTime(2.0);
 BENCHMARK_CAPTURE(Forwarding, mariadb_samples, kMariadb, false)->UseRealTime()->Iterations(3);
 BENCHMARK_CAPTURE(Forwarding, mariadb_mix, kMariadb, true)->UseRealTime()->Iterations(3);
