@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Store and forward on a server of this test's own, stopped and started under
-# a writing host, and a host killed (kill -9) while keeping and forwarding.
+# Store and forward on a server of this test's own, stopped and started or
+# frozen under a writing host, and a host killed (kill -9) while keeping and
+# forwarding.
 #
 #   spool_test.sh postgres|mariadb SPOOL_HOST SCADASTORE_TOOL
 #
@@ -21,22 +22,35 @@ case $database in
     start_postgres || exit 1
     dsn=scadastore_pg kind=5
     halt() { halt_postgres; }
-    resume() { launch_postgres; } ;;
+    server_pid() { live_pid "$PG_DIR/data/postmaster.pid"; }
+    sql() { PGPASSWORD=$TEST_PASSWORD "$(postgres_bin)/psql" -qAt -h 127.0.0.1 -p "$PG_PORT" \
+      -U "$TEST_USER" -d "$TEST_DB" -c "$1"; }
+    resume() { launch_postgres; }
+    sleep_sql="select pg_sleep(9)" ;;
   mariadb)
     start_maria || exit 1
     dsn=scadastore_maria kind=2
     halt() { halt_maria; }
+    server_pid() { live_pid "$MARIA_DIR/mysqld.pid"; }
+    sql() { mariadb --no-defaults -h127.0.0.1 -P"$MARIA_PORT" -u"$TEST_USER" -p"$TEST_PASSWORD" \
+      -D "$TEST_DB" -Ne "$1"; }
     resume() {
       launch_maria
       for _ in $(seq 1 300); do maria_ping && return 0; sleep 0.1; done
       return 1
-    } ;;
+    }
+    sleep_sql="do sleep(9)" ;;
   *) echo "usage: $0 postgres|mariadb SPOOL_HOST SCADASTORE_TOOL" >&2; exit 2 ;;
 esac
 save_state "$work/state" && write_odbc_files "$work" "$work/state" >/dev/null || exit 1
 export ODBCSYSINI=$work ODBCINI=$work/odbc.ini
 plain="$dsn;$TEST_USER;$TEST_PASSWORD;$kind;pool;login=2;timeout=5"
 spooled="$plain;spool=$work/spool"
+
+signal_server() {  # signal_server STOP|CONT: the server and its backends
+  local pid
+  pid=$(server_pid) && kill -"$1" "$pid" $(pgrep -P "$pid")
+}
 
 check() {  # check NAME PREFIX NOTES: the database against the notes
   local figures
@@ -64,6 +78,22 @@ wait $writer
 echo "outage: $(cat "$work/o.out") failed calls $(grep -c failed "$work/o.err")"
 drain "$spooled"
 check outage o "$work/o.notes"
+
+# --- the server freezes under an alarm insert, which the server-wait bound
+# (timeout=5) cuts; the insert commits after all once the server continues -----
+"$host" write "$spooled" z 1 12 4 "$work/z.notes" >/dev/null 2>"$work/z.err" &
+writer=$!
+sleep 2
+# The next alarm id, held uncommitted: the host's insert of it waits.
+sql "begin; insert into z_a (id) select max(id) + 1 from z_a; $sleep_sql; rollback" >/dev/null &
+holder=$!
+sleep 2
+signal_server STOP
+sleep 6
+signal_server CONT
+wait $holder $writer
+drain "$spooled"
+check frozen z "$work/z.notes"
 
 # --- kill -9 while keeping and while forwarding ------------------------------------
 first=100000
