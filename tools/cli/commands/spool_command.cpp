@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "core/settings.h"
 #include "core/spool_journal.h"
 #include "platform/spool_file.h"
 #include "tools/cli/command.h"
@@ -18,17 +19,12 @@ namespace {
 
 // The directory of the option spool=DIR after the kind.
 std::string SpoolDirectory(const Session& session) {
-  const std::string& config = session.options.config;
-  size_t field = 0;
-  for (int semicolons = 0; semicolons < 4 && field != std::string::npos; ++semicolons)
-    field = config.find(';', field == 0 && semicolons == 0 ? 0 : field + 1);
-  while (field != std::string::npos) {
-    const size_t end = config.find(';', field + 1);
-    const std::string option = config.substr(field + 1, end - field - 1);
-    if (option.rfind("spool=", 0) == 0 && option.size() > 6) return option.substr(6);
-    field = end;
-  }
-  throw UsageError("spool: --config must carry the option spool=DIR after the kind");
+  ConnectionSettings settings;
+  if (!ParseSettings(session.options.config.c_str(), settings))
+    throw UsageError("spool: the settings text of --config was refused (an option with a bad value?)");
+  if (settings.spoolDirectory.empty())
+    throw UsageError("spool: --config must carry the option spool=DIR after the kind");
+  return settings.spoolDirectory;
 }
 
 struct TableWaiting {
