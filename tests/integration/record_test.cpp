@@ -86,6 +86,12 @@ TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
   EXPECT_STREQ(errorText, "untouched");
   EXPECT_EQ(sgOperateRecord(Token(), empty.info(), dropTimeIndex.c_str()), 1u);
   EXPECT_EQ(sgEnsureTableExist(nullptr, table(), nullptr, 0), 1u);
+  // Removal reports the statement's error.
+  EXPECT_EQ(dbRemoveTable(Token(), empty.info()->name, nullptr, 0), 0u);
+  EXPECT_EQ(dbIsTableExist(Token(), empty.info()->name), 0);
+  char removal[256];
+  EXPECT_EQ(dbRemoveTable(Token(), empty.info()->name, removal, sizeof removal), 1u);
+  EXPECT_EQ(std::string(removal).rfind("ret: -1, msg: ", 0), 0u) << removal;
 
   // A 200-character name: PostgreSQL keeps its first 63 bytes, MariaDB refuses it; the time
   // index's name fits both.
@@ -162,7 +168,9 @@ TEST_P(RecordTest, BatchesWriteEveryRecordOrNone) {
       Refused(sgBatchSetRecord(Token(), table(), records.data(), kRecordSize), 1,
              kind() == 1 || kind() == 6 ? "[rcd1701] invalid parameter"
                                         : "[rcd1702] failed to open DSN: no_such_dsn");
+  const std::string before = dbGetLastError();
   ASSERT_EQ(dbInitialize(config.c_str()), 0u);
+  EXPECT_EQ(dbGetLastError(), before) << "dbInitialize writes no last error";
   EXPECT_TRUE(refused);
 
   SetEach(Records(1));
