@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 
@@ -46,11 +45,6 @@ std::string DropTimeIndexSql(int kind, const std::string& table) {
   const std::string last = dbGetLastError();
   if (result == failure && last.rfind(start, 0) == 0) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "result " << result << ", error text \"" << last << '"';
-}
-
-bool AllBytesAre(unsigned char value, const void* bytes, size_t size) {
-  const auto* byte = static_cast<const unsigned char*>(bytes);
-  return std::all_of(byte, byte + size, [=](unsigned char b) { return b == value; });
 }
 
 void DatabaseTest::SetUp() {

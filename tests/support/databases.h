@@ -41,8 +41,6 @@ inline std::string LastError() { return dbGetLastError(); }
 // A failed call: `failure` as its result and an error text starting with `start`.
 ::testing::AssertionResult Refused(uint32_t result, uint32_t failure, const std::string& start);
 
-bool AllBytesAre(unsigned char value, const void* bytes, size_t size);
-
 // Connects the library to the test's database; skips the test when the
 // database is not configured (fails instead under CI=true). Drops the tables
 // registered with DropAtEnd() afterwards.
