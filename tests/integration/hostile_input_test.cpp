@@ -18,33 +18,8 @@
 namespace scadastore::testing {
 namespace {
 
-using Texts = std::vector<std::string>;
-
-// The rows of a select of text columns, read through sgGetRecordBySQL (cells
-// of at most 255 characters).
-std::vector<Texts> SelectTexts(const std::string& sql) {
-  uint32_t rows = 0, fields = 0, length = 0;
-  uint32_t* offsets = nullptr;
-  char* text = nullptr;
-  std::vector<Texts> result;
-  if (sgGetRecordBySQL(Token(), "-", sql.c_str(), nullptr, &rows, &fields, &offsets, &text,
-                       &length) != 0) {
-    ADD_FAILURE() << dbGetLastError();
-    return result;
-  }
-  if (text == nullptr) return result;
-  for (uint32_t r = 1; r <= rows; ++r) {
-    Texts row;
-    for (uint32_t f = 0; f < fields; ++f) row.emplace_back(text + offsets[r * fields + f]);
-    result.push_back(row);
-  }
-  std::free(offsets);
-  std::free(text);
-  return result;
-}
-
 int RowCount(const std::string& table) {
-  std::vector<Texts> rows = SelectTexts("select count(*) as n from " + table);
+  std::vector<Cells> rows = SelectTexts("select count(*) as n from " + table);
   return rows.size() == 1 && rows[0].size() == 1 ? std::atoi(rows[0][0].c_str()) : -1;
 }
 
@@ -173,10 +148,10 @@ TEST_P(QuotingTest, EveryWriterStoresTextsAsGiven) {
        texts("s1, s2", modified), 1, true},
   };
   for (const Writer& writer : writers) {
-    std::vector<Texts> stored = {{"two", "two"}};
+    std::vector<Cells> stored = {{"two", "two"}};
     if (!writer.modifies) stored.clear();
-    for (const Texts& texts : Cases("NULL); delete from " + sentinel_ + "; -- ")) {
-      Texts expected;
+    for (const Cells& texts : Cases("NULL); delete from " + sentinel_ + "; -- ")) {
+      Cells expected;
       bool columnsHoldAll = true, terminated = true;
       for (size_t i = 0; i < writer.fields.size(); ++i) {
         const Field& field = writer.fields[i];
