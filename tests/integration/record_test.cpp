@@ -93,17 +93,6 @@ TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
   EXPECT_EQ(dbRemoveTable(Token(), empty.info()->name, removal, sizeof removal), 1u);
   EXPECT_EQ(std::string(removal).rfind("ret: -1, msg: ", 0), 0u) << removal;
 
-  // A 200-character name: PostgreSQL keeps its first 63 bytes, MariaDB refuses it; the time
-  // index's name fits both.
-  std::string longName = UniqueTableName("rcd_long");
-  longName.resize(200, 'n');
-  DataTable named(DropAtEnd(longName), {{"a", 3}});
-  EXPECT_EQ(sgEnsureTableExist(Token(), named.info(), errorText, sizeof errorText), 0u);
-  const std::string dropLongIndex = DropTimeIndexSql(kind(), longName);
-  EXPECT_EQ(sgOperateRecord(Token(), named.info(), dropLongIndex.c_str()),
-            kind() == 2 || kind() == 4 ? 1u : 0u) << dbGetLastError();
-  EXPECT_EQ(dbIsTableExist(Token(), longName.c_str()), GetParam().sqlite() ? 1 : 0);
-
   // Columns past 7680 characters: the unfinished statement is rejected.
   DataTable wide(DropAtEnd(UniqueTableName("rcd_wide")), Columns(300, {std::string(31, 'n'), 3}));
   EXPECT_EQ(sgEnsureTableExist(Token(), wide.info(), errorText, sizeof errorText), 0u);
