@@ -63,9 +63,6 @@ TEST_P(ConnectionTest, RefusedOdbcCallsFailTheirOperation) {
   }
   EXPECT_EQ(db.OpenQuery(select.c_str()), 1) << "the table is restored";
   EXPECT_EQ(db.CountRows(), 1u);
-  uint32_t id = 0;
-  EXPECT_EQ(db.GetInteger(2, &id, 4), 0);  // never asked of the driver, which may crash
-  EXPECT_STREQ(db.ErrorText(), "column 2 is not in the result (1 columns)");
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, ConnectionTest, ::testing::ValuesIn(Databases({1, 4, 6})),

@@ -287,6 +287,11 @@ TEST_P(AlarmTest, QueriesReturnExactlyTheMatchingRows) {
   EXPECT_EQ(QueryIds(table, 0, 1000, 16, {.points = {Point("s", "a", 9), Point("w", "a", 65535)}}),
             (Ids{3, 5}));
   EXPECT_EQ(QueryIds(table, 0, 1000, 16, {.points = {Point("n", "a", 9)}}), Ids{});
+  // Names compare byte for byte: case, accents and trailing spaces count.
+  const char* names[] = {"east", "East", "\xc3\xa9" "ast", "east "};
+  for (const char* name : names) ASSERT_EQ(Store(table, {Alarm(name, "a", 400)}), 0u);
+  for (uint32_t k = 0; k < 4; ++k)
+    EXPECT_EQ(QueryIds(table, 400, 401, 2, {.stations = {names[k]}}), Ids{6 + k}) << names[k];
 
   AlarmRecord* block = reinterpret_cast<AlarmRecord*>(0x1234);
   uint32_t size = 99;
