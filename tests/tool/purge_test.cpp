@@ -89,7 +89,7 @@ TEST_P(Purge, InterruptedRunLeavesTheRestIntactAndARerunFinishes) {
   const long rows = 20000;
 #endif
   Samples(rows);
-  pid_t tool = Start({"purge", "--before", Cut(), "--batch", "10", "samples"}, "purge");
+  pid_t tool = StartTool({"purge", "--before", Cut(), "--batch", "10", "samples"}, "purge");
   std::string err;
   for (int wait = 0; wait < 3000 && err.find("rows removed") == std::string::npos; ++wait) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -15,7 +15,6 @@ struct ToolRun {
   int status = -1;  // exit status; 128 + the signal when one ended it
   std::string out;
   std::string err;
-  long peakKilobytes = 0;  // the tool's peak resident memory
 };
 
 class ToolTest : public ::testing::Test {
@@ -34,9 +33,12 @@ class ToolTest : public ::testing::Test {
   ToolRun Run(const std::vector<std::string>& args);
   // The tool with exactly `args`.
   ToolRun RunBare(const std::vector<std::string>& args);
-  // Starts the tool on the test's database with stdout and stderr to the
-  // test's files NAME.out and NAME.err; Wait collects it.
-  pid_t Start(const std::vector<std::string>& args, const std::string& name = "run");
+  // Starts `program` (searched in PATH) with `args`, stdin empty, stdout and
+  // stderr to the test's files NAME.out and NAME.err; Wait collects it.
+  pid_t Start(const std::string& program, const std::vector<std::string>& args,
+              const std::string& name = "run");
+  // Starts the tool on the test's database.
+  pid_t StartTool(const std::vector<std::string>& args, const std::string& name);
   ToolRun Wait(pid_t pid, const std::string& name = "run");
   // Runs with --format json --epoch, expects success and parses the output.
   nlohmann::json Json(std::vector<std::string> args);
@@ -74,6 +76,8 @@ inline ::testing::AssertionResult Contains(const std::string& text, const std::s
   if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "'" << part << "' not in:\n" << text;
 }
+
+std::string ReadFile(const std::string& path);
 
 // Splits CSV output that has no quoted fields into rows of fields.
 std::vector<std::vector<std::string>> SplitCsv(const std::string& text);
