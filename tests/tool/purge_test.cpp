@@ -30,11 +30,12 @@ class Purge : public EachDatabase {
   // repeats the time so that a changed row shows.
   void Samples(long rows) {
     FreshTable("data", "samples", "v:float");
-    Ok({"sql", "--write",
-        fmt::format("insert into samples (id, time, ms, modify, v) with recursive n(i) as "
-                    "(select 1 union all select i + 1 from n where i < {}) select i, {} + i, 0, "
-                    "0, {} + i from n",
-                    rows, kCutoff - rows / 2 - 1, kCutoff - rows / 2 - 1)});
+    std::ofstream csv(Path("samples.csv"));
+    csv << "time,v\n";
+    for (long time = kCutoff - rows / 2; time < kCutoff + rows - rows / 2; ++time)
+      csv << time << ',' << time << '\n';
+    csv.close();
+    Ok({"records", "import", "samples", Path("samples.csv")});
   }
 };
 
@@ -136,7 +137,7 @@ TEST_P(Purge, RetentionAppliesEveryPolicyWithPurgesRules) {
   EXPECT_EQ(Json({"retention"}).size(), 3u);
 
   ToolRun run;
-  if (postgres()) {
+  if (database() == Database::Postgres) {
     std::ifstream unit(SCADASTORE_RETENTION_SERVICE);
     std::string line, exec;
     while (std::getline(unit, line))

@@ -42,7 +42,9 @@ TEST_P(Sql, ChangesNeedWriteAndFailuresGiveTheReason) {
   Ok({"sql", "delete from tool_journal where id = 2", "--write"});
   EXPECT_EQ(Ok({"logs", "count", "tool_journal"}), "1\n");
 
-  const std::string missing = GetParam() ? "[42P01]" : "no such table";
+  const std::string missing = GetParam() == Database::Sqlite     ? "no such table"
+                              : GetParam() == Database::Postgres ? "[42P01]"
+                                                                 : "[42S02]";
   ToolRun bad = Run({"sql", "select * from nothing_here"});
   EXPECT_EQ(bad.status, 1);
   EXPECT_TRUE(Contains(bad.err, "nothing_here"));

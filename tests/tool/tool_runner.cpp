@@ -29,14 +29,19 @@ void ToolTest::SetUp() {
 
 void ToolTest::TearDown() { std::filesystem::remove_all(dir_); }
 
-bool ToolTest::UseServer(const char* variable, int kind) {
-  const char* settings = std::getenv(variable);
+bool ToolTest::Use(Database database) {
+  if (database == Database::Sqlite) return true;
+  const bool postgres = database == Database::Postgres;
+  const char* settings = std::getenv(postgres ? "SCADASTORE_TEST_POSTGRES" : "SCADASTORE_TEST_MARIADB");
   if (settings == nullptr || *settings == '\0') return false;
-  database_ = {"--config", std::string(settings) + ";" + std::to_string(kind)};
+  database_ = {"--config", std::string(settings) + (postgres ? ";5" : ";2")};
+  database_kind_ = database;
   return true;
 }
 
-bool ToolTest::UsePostgres() { return UseServer("SCADASTORE_TEST_POSTGRES", 5); }
+std::string DatabaseName(const ::testing::TestParamInfo<Database>& info) {
+  return info.param == Database::Sqlite ? "sqlite" : info.param == Database::Postgres ? "postgres" : "mariadb";
+}
 
 pid_t ToolTest::Start(const std::string& program, const std::vector<std::string>& args,
                       const std::string& name) {
