@@ -105,7 +105,7 @@ TEST_P(Purge, InterruptedRunLeavesTheRestIntactAndARerunFinishes) {
   // Whole batches went, every newer row and every row's value stayed.
   std::string drift = fmt::format("v <> time or time >= {}", kCutoff);
   EXPECT_EQ(Count("samples", drift), fmt::format("n\n{}\n", rows - rows / 2));
-  auto older = std::stol(SplitCsv(Count("samples", fmt::format("time < {}", kCutoff)))[1][0]);
+  long older = std::stol(Count("samples", fmt::format("time < {}", kCutoff)).substr(2));
   EXPECT_GT(older, 0);
   EXPECT_LT(older, rows / 2);
   EXPECT_EQ((rows / 2 - older) % 10, 0);

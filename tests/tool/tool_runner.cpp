@@ -111,16 +111,4 @@ void ToolTest::WriteFile(const std::string& name, const std::string& text) const
   std::ofstream(Path(name)) << text;
 }
 
-std::vector<std::vector<std::string>> SplitCsv(const std::string& text) {
-  std::vector<std::vector<std::string>> rows;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    rows.emplace_back();
-    std::istringstream fields(line);
-    for (std::string field; std::getline(fields, field, ',');) rows.back().push_back(field);
-    if (!line.empty() && line.back() == ',') rows.back().push_back("");
-  }
-  return rows;
-}
-
 }  // namespace scadastore::tooltest

@@ -1,4 +1,4 @@
-// Runs the scadastore tool against a SQLite file of the test's own.
+// Runs the scadastore tool against a SQLite file of the test's own, or a test server.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -83,8 +83,5 @@ inline ::testing::AssertionResult Contains(const std::string& text, const std::s
 }
 
 std::string ReadFile(const std::string& path);
-
-// Splits CSV output that has no quoted fields into rows of fields.
-std::vector<std::vector<std::string>> SplitCsv(const std::string& text);
 
 }  // namespace scadastore::tooltest
