@@ -6,6 +6,8 @@
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <map>
+#include <set>
 #include <regex>
 #include <thread>
 
@@ -169,6 +171,34 @@ TEST_P(Records, UpgradedTablesThenExportAndImportKeepEveryBit) {
   EXPECT_TRUE(Contains(again, "4294967295,0,0.30000000000000004,"));
   EXPECT_TRUE(Contains(again, "1.7976931348623157e+308,"));
   EXPECT_TRUE(Contains(Ok({"sql", "select temp from tool_samples"}), "16777217"));
+}
+
+// --points N: at most N points, the range's first and last samples and each
+// bucket's minimum and maximum among them, every one a stored sample.
+TEST_P(Records, TrendKeepsTheEdgesAndEachBucketsExtremes) {
+  auto value = [](long i) { return (i * 7919 + 300) % 1009 * 0.25 - 100; };  // edges not extreme
+  std::string csv = "time,temp,pump,mode\n";
+  for (long i = 0; i < 1000; ++i) csv += fmt::format("{},{},1,m\n", 1714550400 + i, value(i));
+  Import(csv);
+  nlohmann::json rows = Json({"records", "tool_samples", "--columns", "time,temp", "--from",
+                              "1714550400", "--to", "1714551400", "--points", "40"});
+  ASSERT_FALSE(rows.empty());
+  EXPECT_EQ(rows.front()["time"], 1714550400);
+  EXPECT_EQ(rows.back()["time"], 1714551399);
+  std::map<long, std::set<double>> shown;  // of each 100-second bucket
+  for (const auto& row : rows) {
+    long i = row["time"].get<long>() - 1714550400;
+    ASSERT_FALSE(row["temp"].is_null()) << i;
+    EXPECT_EQ(row["temp"].get<double>(), value(i)) << i;
+    shown[i / 100].insert(value(i));
+  }
+  EXPECT_LE(rows.size(), 40u);
+  for (long bucket = 0; bucket < 10; ++bucket) {
+    std::vector<double> all;
+    for (long i = bucket * 100; i < bucket * 100 + 100; ++i) all.push_back(value(i));
+    EXPECT_TRUE(shown[bucket].count(*std::min_element(all.begin(), all.end()))) << bucket;
+    EXPECT_TRUE(shown[bucket].count(*std::max_element(all.begin(), all.end()))) << bucket;
+  }
 }
 
 // Ctrl-C half-way: the tool says how many records are stored; a repeat
