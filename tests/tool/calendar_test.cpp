@@ -154,6 +154,13 @@ TEST_P(TimeWeighted, StepIntegralPerLocalHour) {
     EXPECT_NEAR(twa[h]["v"].get<double>(), sum / 3600, 1e-9 * std::abs(sum / 3600)) << h;
   }
   EXPECT_GT(emptyHours, 2);  // hours without a sample of their own were among them
+
+  // A sample holding whole hours: every bit of value x 3600.
+  WriteFile("exact.csv", fmt::format("time,v\n1730156400,{:.17g}\n", 0.1 + 0.2));
+  Ok({"records", "import", "weighted", Path("exact.csv")});
+  EXPECT_EQ(Json({"--tz", "Europe/Berlin", "stats", "weighted", "--day", "2024-10-29", "--stat",
+                  "integral"})[1]["v"].get<double>(),
+            (0.1 + 0.2) * 3600);
 }
 
 INSTANTIATE_ON_EACH_DATABASE(TimeWeighted);
