@@ -7,8 +7,13 @@ namespace scadastore {
 
 Transaction::~Transaction() {
   if (!open_) return;
-  // A lost session ends its transaction on the server; its own text stays.
-  if (!committed_ && !db_.Unreachable()) db_.EndTransaction(false);
+  if (!committed_ && db_.Unreachable()) {
+    // The server ends a lost session's transaction; the session is not used
+    // again, and the failure keeps its own text.
+    db_.DoNotPool();
+    return;
+  }
+  if (!committed_) db_.EndTransaction(false);
   db_.SetAutocommit(true);
 }
 
@@ -51,6 +56,19 @@ bool InsertAllOrNone(DbConnection& db, const BoundRows& rows, uint32_t count, ui
   Transaction transaction(db);
   if (!transaction.open() || !InsertSlices(db, rows, count, failedFrom)) return false;
   failedFrom = 0;
+  return transaction.Commit();
+}
+
+bool ExecuteAllOrNone(DbConnection& db, uint32_t count,
+                      const std::function<Statement(uint32_t)>& statementOf, uint32_t& failedAt) {
+  failedAt = 0;
+  Transaction transaction(db);
+  if (!transaction.open()) return false;
+  for (; failedAt < count; ++failedAt) {
+    const Statement statement = statementOf(failedAt);
+    if (!statement.complete || !db.Execute(statement.Sent().c_str(), statement.texts)) return false;
+  }
+  failedAt = count - 1;
   return transaction.Commit();
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "core/connection.h"
+#include "core/sql_text.h"
 
 namespace scadastore {
 
@@ -49,5 +50,11 @@ struct BoundRows {
 // the statement that failed (0 when the transaction itself failed) and the
 // driver's text is in db.ErrorText().
 bool InsertAllOrNone(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom);
+
+// Runs statementOf(0) to statementOf(count - 1) in one transaction. False
+// when nothing was stored: statement `failedAt` failed (the last one when the
+// commit did), with the driver's text in db.ErrorText().
+bool ExecuteAllOrNone(DbConnection& db, uint32_t count,
+                      const std::function<Statement(uint32_t)>& statementOf, uint32_t& failedAt);
 
 }  // namespace scadastore

@@ -36,6 +36,7 @@ void DbConnection::ClearErrorText() {
   error_text_[0] = '\0';
   error_state_[0] = '\0';
   native_error_ = 0;
+  unreachable_ = false;
 }
 
 bool DbConnection::AllocateEnvironmentAndConnection() {
