@@ -386,6 +386,9 @@ Database=$dir/scadastore_test.sqlite
 Timeout=5000
 JournalMode=WAL
 SyncPragma=NORMAL
+[scadastore_sqlite_missing]
+Driver=SQLite3
+Database=/nonexistent/scadastore_test.sqlite
 INI
     postgres_running && cat <<INI
 [scadastore_pg]

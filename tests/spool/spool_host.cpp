@@ -1,15 +1,11 @@
 // A host for the store-and-forward tests: writes alarms, log entries and
-// samples at a steady rate, noting each call that returned 0, and checks a
-// database against those notes.
+// samples at a steady rate, noting each call that returned 0.
 //
 //   spool_host write CONFIG PREFIX FIRST SECONDS RATE NOTES
-//   spool_host check CONFIG PREFIX NOTES
 //
 // Every write carries its number n (from FIRST on): the alarm's value, the
 // log entry's source, the sample's value. NOTES gets "a n", "l n" or "s n"
-// per acknowledged call. check prints the counts and fails when an
-// acknowledged write is missing or stored twice, or a table's rows are not
-// in call order.
+// per acknowledged call.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -17,12 +13,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <map>
-#include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "scadastore.h"
 
@@ -107,77 +99,14 @@ int RunWriter(const std::string& prefix, uint32_t first, double seconds, double 
   return 0;
 }
 
-// The numbers stored in one table, in id order.
-std::vector<uint32_t> Stored(char family, const std::string& prefix) {
-  const std::string table = prefix + "_" + family;
-  std::vector<uint32_t> numbers;
-  if (family == 'a' || family == 'l') {
-    const uint32_t count = family == 'a' ? almGetAlarmCount(&token, table.c_str())
-                                         : logGetLogCount(&token, table.c_str());
-    if (family == 'a') {
-      std::vector<AlarmRecord> rows(count + 1);
-      almGetAllAlarm(&token, table.c_str(), rows.data(), count * sizeof(AlarmRecord));
-      for (uint32_t i = 0; i < count; ++i) numbers.push_back(static_cast<uint32_t>(rows[i].value));
-    } else {
-      std::vector<LogRecord> rows(count + 1);
-      logGetAllLog(&token, table.c_str(), rows.data(), count * sizeof(LogRecord));
-      for (uint32_t i = 0; i < count; ++i) numbers.push_back(std::strtoul(rows[i].source, nullptr, 10));
-    }
-    return numbers;
-  }
-  SampleTable samples;
-  Describe(samples, prefix);
-  void* block = nullptr;
-  uint32_t size = 0;
-  if (sgGetRecord(&token, &samples.info, &block, &size, nullptr) != 0) return numbers;
-  for (uint32_t at = 0; at + 24 <= size; at += 24) {
-    double value;
-    std::memcpy(&value, static_cast<unsigned char*>(block) + at + 16, 8);
-    numbers.push_back(static_cast<uint32_t>(value));
-  }
-  std::free(block);
-  return numbers;
-}
-
-int RunCheck(const std::string& prefix, const char* notes) {
-  std::map<char, std::set<uint32_t>> acknowledged;
-  std::ifstream in(notes);
-  char family;
-  uint32_t n;
-  size_t acked = 0;
-  while (in >> family >> n) acked += acknowledged[family].insert(n).second;
-  size_t stored = 0, lost = 0, duplicated = 0, disordered = 0, unacknowledged = 0;
-  for (char f : {'a', 'l', 's'}) {
-    const std::vector<uint32_t> numbers = Stored(f, prefix);
-    std::set<uint32_t> seen;
-    uint32_t previous = 0;
-    for (uint32_t number : numbers) {
-      ++stored;
-      if (!seen.insert(number).second) ++duplicated;
-      if (number < previous) ++disordered;
-      previous = number;
-      if (!acknowledged[f].count(number)) ++unacknowledged;
-    }
-    for (uint32_t number : acknowledged[f])
-      if (!seen.count(number) && ++lost <= 10) std::fprintf(stderr, "lost %c %u\n", f, number);
-  }
-  std::printf("acknowledged %zu stored %zu lost %zu duplicated %zu out-of-order %zu "
-              "stored-unacknowledged %zu\n",
-              acked, stored, lost, duplicated, disordered, unacknowledged);
-  return lost || duplicated || disordered ? 1 : 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string mode = argc > 1 ? argv[1] : "";
-  if (!(mode == "write" && argc == 8) && !(mode == "check" && argc == 5)) {
-    std::fprintf(stderr, "usage: spool_host write CONFIG PREFIX FIRST SECONDS RATE NOTES\n"
-                         "       spool_host check CONFIG PREFIX NOTES\n");
+  if (argc != 8 || std::string(argv[1]) != "write") {
+    std::fprintf(stderr, "usage: spool_host write CONFIG PREFIX FIRST SECONDS RATE NOTES\n");
     return 2;
   }
   if (dbInitialize(argv[2]) != 0) std::fprintf(stderr, "dbInitialize: 1 (%s)\n", dbGetLastError());
-  if (mode == "check") return RunCheck(argv[3], argv[4]);
   return RunWriter(argv[3], std::strtoul(argv[4], nullptr, 10), std::atof(argv[5]),
                    std::atof(argv[6]), argv[7]);
 }

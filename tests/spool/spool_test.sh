@@ -5,8 +5,9 @@
 #
 #   spool_test.sh postgres|mariadb SPOOL_HOST SCADASTORE_TOOL
 #
-# Prints the figures of each scenario; fails when an acknowledged write is
-# lost or stored twice, or a table's rows are out of call order.
+# Prints the figures of each scenario, read from the database with its own
+# client; fails when an acknowledged write is lost or stored twice, or a
+# table's rows are out of call order.
 set -uo pipefail
 database=$1 host=$2 tool=$3
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -52,10 +53,18 @@ signal_server() {  # signal_server STOP|CONT: the server and its backends
   pid=$(server_pid) && kill -"$1" "$pid" $(pgrep -P "$pid")
 }
 
-check() {  # check NAME PREFIX NOTES: the database against the notes
-  local figures
-  figures=$("$host" check "$plain" "$2" "$3" 2>"$work/$2.check")
-  local status=$?
+check() {  # check NAME PREFIX NOTES: what the database holds against the notes
+  { sql "select 'a', round(value) from ${2}_a order by id"
+    sql "select 'l', source from ${2}_l order by id"
+    sql "select 's', round(n) from ${2}_s order by id"; } | tr '|\t' '  ' >"$work/$2.stored"
+  local figures status
+  figures=$(awk 'NR == FNR { if (!($0 in acked)) a++; acked[$0]; next }
+    { s++; if (seen[$0]++) d++; if ($2 + 0 < last[$1]) o++; last[$1] = $2 + 0; if (!($0 in acked)) u++ }
+    END { for (k in acked) if (!(k in seen)) { l++; if (l <= 10) print "lost " k > "/dev/stderr" }
+      printf "acknowledged %d stored %d lost %d duplicated %d out-of-order %d stored-unacknowledged %d\n",
+        a, s, l, d, o, u
+      exit (l + d + o > 0) }' "$3" "$work/$2.stored")
+  status=$?
   echo "$1: $figures"
   [ $status -eq 0 ] || { echo "FAILED: $1"; failures=$((failures + 1)); }
 }
