@@ -22,9 +22,6 @@ uint32_t RowsPerStatement(size_t parametersPerRow) {
   return static_cast<uint32_t>(std::clamp<size_t>(kParameters / parametersPerRow, 1, kRows));
 }
 
-namespace {
-
-// Runs the slices of rows; the caller's transaction decides what stays.
 bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom) {
   std::vector<DbConnection::Parameter> values;
   uint32_t prepared = 0;  // rows of the prepared statement
@@ -48,8 +45,6 @@ bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint3
   }
   return true;
 }
-
-}  // namespace
 
 bool InsertAllOrNone(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom) {
   failedFrom = 0;

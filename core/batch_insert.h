@@ -45,6 +45,10 @@ struct BoundRows {
   std::function<void(uint32_t row, DbConnection::Parameter* values)> fill;
 };
 
+// Runs the slices of rows inside the caller's transaction, which decides what
+// stays. False at the first failure: `failedFrom` is the first row of its slice.
+bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom);
+
 // Inserts rows 0 to count - 1 in one transaction, RowsPerStatement() rows a
 // statement. False when nothing was stored: `failedFrom` is the first row of
 // the statement that failed (0 when the transaction itself failed) and the

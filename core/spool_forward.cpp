@@ -6,6 +6,7 @@
 
 #include "alarm/alarm_record.h"
 #include "alarm/alarm_statements.h"
+#include "core/batch_insert.h"
 #include "core/common_statements.h"
 #include "core/row_reader.h"
 #include "log/log_record.h"
@@ -70,32 +71,36 @@ class Target {
       default: return record::InsertStatement(kind, layout_, record, write_.recordSize, id);
     }
   }
-  Statement Batch(DbKind kind, uint32_t firstId, const void* records, uint32_t count) const {
-    switch (write_.family) {
-      case WriteFamily::kAlarm:
-        return alarm::BatchInsertStatement(kind, write_.table.c_str(), firstId, records, count);
-      case WriteFamily::kLog:
-        return log::BatchInsertStatement(kind, write_.table.c_str(), firstId, records, count);
-      default:
-        return record::BatchStatement(kind, layout_, records, count * write_.recordSize, firstId);
-    }
-  }
-  // The records from `first` on under the ids from `firstId`: multi-row
-  // inserts where the kind has them, each within the texts a statement binds.
-  std::vector<Statement> Inserts(DbKind kind, uint32_t first, uint32_t firstId) const {
+  // Stores the records from `first` on under the ids from `firstId`, inside
+  // the caller's transaction: samples as the library's batch writes them,
+  // alarms and log entries as multi-row inserts where the kind has them.
+  bool Store(DbConnection& db, uint32_t first, uint32_t firstId, std::string& reason) const {
     const uint32_t count = write_.RecordCount();
-    const bool multiRow = record::AllowsBatches(kind) && (IsRecord() || kind != 4);
-    const size_t texts = first < count ? Insert(kind, firstId, Record(first)).texts.size() : 0;
-    const auto rowsEach = static_cast<uint32_t>(
-        multiRow ? std::min<size_t>(kRowsPerStatement, record::kBatchTextLimit / std::max<size_t>(texts, 1))
-                 : 1);
-    std::vector<Statement> inserts;
+    if (first >= count) return true;
+    if (IsRecord() && record::AllowsBatches(db.kind())) {
+      const BoundRows rows{
+          record::BatchParameters(layout_),
+          [&](uint32_t n) { return record::BatchInsertSql(db.kind(), layout_, n); },
+          [&](uint32_t i, DbConnection::Parameter* values) {
+            record::BatchRow(layout_, Record(first + i), firstId + i, values);
+          }};
+      uint32_t failedFrom = 0;
+      return InsertSlices(db, rows, count - first, failedFrom);
+    }
+    const bool multiRow = !IsRecord() && record::AllowsBatches(db.kind()) && db.kind() != 4;
+    const size_t texts = Insert(db.kind(), firstId, Record(first)).texts.size();
+    const uint32_t rowsEach =
+        multiRow ? static_cast<uint32_t>(std::min<size_t>(
+                       kRowsPerStatement, record::kBatchTextLimit / std::max<size_t>(texts, 1)))
+                 : 1;
     for (uint32_t k = first; k < count; k += rowsEach) {
       const uint32_t rows = std::min(rowsEach, count - k);
       const uint32_t id = firstId + (k - first);
-      inserts.push_back(rows == 1 ? Insert(kind, id, Record(k)) : Batch(kind, id, Record(k), rows));
+      const Statement insert = rows == 1 ? Insert(db.kind(), id, Record(k)) : Batch(db.kind(), id, k, rows);
+      if (!insert.complete) reason = "not run, cut: " + insert.text;
+      if (!insert.complete || !db.Execute(insert.Sent().c_str(), insert.texts)) return false;
     }
-    return inserts;
+    return true;
   }
   // The row stored under `id` reads back as `record` would be written.
   bool StoredAs(DbConnection& db, uint32_t id, const void* record) const {
@@ -116,6 +121,13 @@ class Target {
   }
 
  private:
+  // `count` alarms or log entries from record `k` on, under the ids from `firstId`.
+  Statement Batch(DbKind kind, uint32_t firstId, uint32_t k, uint32_t count) const {
+    return write_.family == WriteFamily::kAlarm
+               ? alarm::BatchInsertStatement(kind, write_.table.c_str(), firstId, Record(k), count)
+               : log::BatchInsertStatement(kind, write_.table.c_str(), firstId, Record(k), count);
+  }
+
   const KeptWrite& write_;
   std::vector<uint32_t> info_;  // the DataTableInfo, aligned
   record::TableLayout layout_;
@@ -197,11 +209,7 @@ ForwardOutcome ForwardWrites(DbConnection& db, const std::string& spoolId, uint6
       db.GetInteger(1, &largest, sizeof largest);
       next = nextIds.emplace(name, largest + 1).first;
     }
-    for (const Statement& insert : target.Inserts(db.kind(), first, next->second)) {
-      if (!insert.complete) reason = "not run, cut: " + insert.text;
-      if (!insert.complete || !db.Execute(insert.Sent().c_str(), insert.texts))
-        return Failed(db, reason);
-    }
+    if (!target.Store(db, first, next->second, reason)) return Failed(db, reason);
     next->second += write->RecordCount() - first;
   }
   const Statement update = FormatStatement(
