@@ -18,7 +18,6 @@ namespace scadastore {
 namespace {
 
 constexpr const char* kSequenceTable = "scadastore_spool";
-constexpr uint32_t kRowsPerStatement = 1000;
 
 bool IsRecord(WriteFamily family) {
   return family == WriteFamily::kRecord || family == WriteFamily::kBatch;
@@ -89,14 +88,12 @@ class Target {
     }
     const bool multiRow = !IsRecord() && record::AllowsBatches(db.kind()) && db.kind() != 4;
     const size_t texts = Insert(db.kind(), firstId, Record(first)).texts.size();
-    const uint32_t rowsEach =
-        multiRow ? static_cast<uint32_t>(std::min<size_t>(
-                       kRowsPerStatement, record::kBatchTextLimit / std::max<size_t>(texts, 1)))
-                 : 1;
+    const uint32_t rowsEach = multiRow ? RowsPerStatement(std::max<size_t>(texts, 1)) : 1;
     for (uint32_t k = first; k < count; k += rowsEach) {
       const uint32_t rows = std::min(rowsEach, count - k);
       const uint32_t id = firstId + (k - first);
-      const Statement insert = rows == 1 ? Insert(db.kind(), id, Record(k)) : Batch(db.kind(), id, k, rows);
+      const Statement insert =
+          rows == 1 ? Insert(db.kind(), id, Record(k)) : Batch(db.kind(), id, k, rows);
       if (!insert.complete) reason = "not run, cut: " + insert.text;
       if (!insert.complete || !db.Execute(insert.Sent().c_str(), insert.texts)) return false;
     }
