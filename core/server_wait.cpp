@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <mutex>
 #include <iterator>
+#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -62,7 +62,9 @@ class Watchdog {
   }
 
  private:
-  // A connect's limit knows no socket yet: it cuts those opened since it began.
+  // A connect's limit knows no socket yet: it cuts those opened since it
+  // began, which are the connect's own (connects are serialised) or, rarely,
+  // a monitor announcement of another thread, which then fails silently.
   static void Cut(const ServerWaitLimit& limit) {
     if (limit.socket_ >= 0) return ShutdownSocket(limit.socket_);
     for (const auto& opened : OpenedBetween(limit.before_, OpenSockets()))
