@@ -42,8 +42,9 @@ std::vector<pid_t> PidsPrinted(const std::string& command) {
 // The seconds `call` took while `server` and its children (PostgreSQL's
 // backends) were stopped with SIGSTOP from `delay` on.
 double SecondsFrozenDuring(pid_t server, double delay, const std::function<void()>& call) {
-  std::vector<pid_t> pids = PidsPrinted("ps -o pid= --ppid " + std::to_string(server));
-  if (server > 0) pids.push_back(server);
+  const std::string pid = std::to_string(server);
+  const std::vector<pid_t> pids =
+      PidsPrinted(server > 0 ? "ps -o pid= -p " + pid + " --ppid " + pid : "true");
   const auto signal = [&](int number) {
     for (pid_t pid : pids) kill(pid, number);
   };
@@ -80,7 +81,7 @@ class ServerFaultTest : public DatabaseTest {
   pid_t ServerPid() const {
     const char* file = std::getenv(postgres() ? "SCADASTORE_TEST_PG_PIDFILE"
                                               : "SCADASTORE_TEST_MARIA_PIDFILE");
-    const std::vector<pid_t> pids = PidsPrinted(std::string("head -1 ") + (file ? file : "-"));
+    const std::vector<pid_t> pids = PidsPrinted("cat " + std::string(file ? file : "/dev/null"));
     return pids.empty() ? 0 : pids.front();
   }
 
@@ -143,8 +144,7 @@ TEST_P(ServerFaultTest, PooledCallsStartAsOnANewConnection) {
   const char* data = std::getenv("SCADASTORE_TEST_PG_DATA");
   const char* pgCtl = std::getenv("SCADASTORE_TEST_PG_CTL");
   if (!postgres() || !data || !pgCtl) return;
-  Configure(";pool");
-  ASSERT_EQ(Count(), stored);
+  Configure(";pool");  // its first session stays in the pool
   const std::string restart = std::string("runuser -u postgres -- ") + pgCtl + " -D " + data +
                               " -m fast -w -t 60 restart >/dev/null";
   ASSERT_EQ(std::system(restart.c_str()), 0);
