@@ -62,13 +62,13 @@ class Watchdog {
   }
 
  private:
-  // A connect's limit knows no socket yet: it cuts those opened since it
-  // began, which are the connect's own (connects are serialised) or, rarely,
-  // a monitor announcement of another thread, which then fails silently.
+  // A connect's limit knows no socket yet: it cuts the one opened since it
+  // began. When other threads of the host opened sockets meanwhile, the
+  // connect's own cannot be told apart and none is touched.
   static void Cut(const ServerWaitLimit& limit) {
     if (limit.socket_ >= 0) return ShutdownSocket(limit.socket_);
-    for (const auto& opened : OpenedBetween(limit.before_, OpenSockets()))
-      ShutdownSocket(opened.second);
+    const SocketList opened = OpenedBetween(limit.before_, OpenSockets());
+    if (opened.size() == 1) ShutdownSocket(opened.front().second);
   }
 
   void Run() {

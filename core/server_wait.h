@@ -20,8 +20,8 @@ class ServerWaitLimit {
  public:
   // No limit when `seconds` is 0 or the socket is not known.
   ServerWaitLimit(int socket, int seconds);
-  // A connect: the sockets opened in the process after `before` are shut
-  // down once the limit has passed.
+  // A connect: the one socket opened in the process after `before` is shut
+  // down once the limit has passed (none when several were opened).
   ServerWaitLimit(SocketList before, int seconds);
   ~ServerWaitLimit();
   ServerWaitLimit(const ServerWaitLimit&) = delete;
