@@ -229,30 +229,47 @@ std::string IniValue(const Target& target, const std::string& key) {
   return {};
 }
 
-// COPY ... FROM STDIN through psql, the records as CSV.
-bool PostgresCopy(const Target& target, const std::string& table,
-                  const std::vector<unsigned char>& records) {
-  const Login login = LoginOf(target);
-  const std::string command = "PGPASSWORD='" + login.password + "' psql -q -h " +
-                              IniValue(target, "Servername") + " -p " + IniValue(target, "Port") +
-                              " -U " + login.user + " " + IniValue(target, "Database") +
-                              " -c 'copy " + table + " from stdin (format csv)'";
-  FILE* psql = popen(command.c_str(), "w");
-  if (!psql) return false;
+// The records as CSV rows piped into a database's own client, `command`.
+bool PipeCsv(const std::string& command, const std::vector<unsigned char>& records) {
+  FILE* client = popen(command.c_str(), "w");
+  if (!client) return false;
   const size_t count = records.size() / kDataRecordSize;
   for (size_t i = 0; i < count; ++i) {
     const unsigned char* record = records.data() + i * kDataRecordSize;
     uint32_t head[3];
     std::memcpy(head, record, sizeof head);
-    std::fprintf(psql, "%zu,%u,%u,0", i + 1, head[1], head[2]);
+    std::fprintf(client, "%zu,%u,%u,0", i + 1, head[1], head[2]);
     for (int c = 0; c < kValueColumns; ++c) {
       double value;
       std::memcpy(&value, record + 16 + 8 * c, 8);
-      std::fprintf(psql, ",%.17g", value);
+      std::fprintf(client, ",%.17g", value);
     }
-    std::fputc('\n', psql);
+    std::fputc('\n', client);
   }
-  return pclose(psql) == 0;
+  return pclose(client) == 0;
+}
+
+// COPY ... FROM STDIN through psql.
+bool PostgresCopy(const Target& target, const std::string& table,
+                  const std::vector<unsigned char>& records) {
+  const Login login = LoginOf(target);
+  return PipeCsv("PGPASSWORD='" + login.password + "' psql -q -h " +
+                     IniValue(target, "Servername") + " -p " + IniValue(target, "Port") + " -U " +
+                     login.user + " " + IniValue(target, "Database") + " -c 'copy " + table +
+                     " from stdin (format csv)'",
+                 records);
+}
+
+// LOAD DATA LOCAL INFILE through the mariadb client, which reads its stdin.
+bool MariadbLoadData(const Target& target, const std::string& table,
+                     const std::vector<unsigned char>& records) {
+  const Login login = LoginOf(target);
+  return PipeCsv("MYSQL_PWD='" + login.password + "' mariadb --no-defaults --local-infile=1 -h " +
+                     IniValue(target, "SERVER") + " -P " + IniValue(target, "PORT") + " -u " +
+                     login.user + " " + IniValue(target, "DATABASE") +
+                     " -e \"load data local infile '/dev/stdin' into table " + table +
+                     " fields terminated by ','\"",
+                 records);
 }
 
 void Print(const char* what, const Target& target, const Measure& library, const Measure& base,
@@ -343,17 +360,15 @@ void Run(const Target& target, uint32_t rows, int repeat) {
                               static_cast<uint32_t>(records.size())) == 0;
     });
     sgDeleteRecord(Token(), written, nullptr);
-    Measure base;
-    if (writer.kind == kPostgres.kind) {
-      base = InChild([&] { return PostgresCopy(writer, empty, records); });
-      Print("write", writer, library, base, "COPY (psql)");
-    } else if (writer.kind != kMariadb.kind) {
-      base = InChild([&] { return SqliteApiWrite(writer, empty, records); });
-      Print("write", writer, library, base, "SQLite C API");
-    } else {
-      std::printf("write      kind %d  library %8.3f s %8.1f MB\n", writer.kind, library.seconds,
-                  library.peakMb);
-    }
+    if (writer.kind == kPostgres.kind)
+      Print("write", writer, library,
+            InChild([&] { return PostgresCopy(writer, empty, records); }), "COPY (psql)");
+    else if (writer.kind == kMariadb.kind)
+      Print("write", writer, library,
+            InChild([&] { return MariadbLoadData(writer, empty, records); }), "LOAD DATA (client)");
+    else
+      Print("write", writer, library,
+            InChild([&] { return SqliteApiWrite(writer, empty, records); }), "SQLite C API");
   }
 }
 

@@ -9,12 +9,12 @@
 #include "core/connection_pool.h"
 #include "core/exact_double.h"
 #include "core/format.h"
+#include "core/last_error.h"
 #include "core/result_streaming.h"
 #include "core/server_wait.h"
 #include "core/spool.h"
 #include "platform/code_page.h"
 #include "platform/connection_socket.h"
-#include "platform/monitor_channel.h"
 
 namespace scadastore {
 namespace {
@@ -36,6 +36,7 @@ void DbConnection::ClearErrorText() {
   error_text_[0] = '\0';
   error_state_[0] = '\0';
   native_error_ = 0;
+  unreachable_ = false;
 }
 
 bool DbConnection::AllocateEnvironmentAndConnection() {
@@ -81,6 +82,7 @@ int DbConnection::Open() {
 void DbConnection::Close() {
   sqlite_ = -1;
   statement_.Free();
+  prepared_.Free();
   replaced_statements_.clear();
   result_columns_ = -1;
   streaming_limit_.reset();
@@ -147,25 +149,31 @@ int DbConnection::TableExists(const char* tableName) {
   return found;
 }
 
+bool DbConnection::ConvertText(const std::string& text, size_t number, std::string& sent,
+                               DiagnosticForm form) {
+  if (dialect() != SqlDialect::Backtick) {
+    sent = text;
+    return true;
+  }
+  if (FromAnsi(text, sent)) return true;
+  // Refused whole rather than stored altered; no driver is involved.
+  char message[64];
+  FormatBounded(message, sizeof message, "text %u is not in the host's character set",
+                static_cast<unsigned>(number));
+  if (form == DiagnosticForm::Plain)
+    FormatBounded(error_text_, sizeof error_text_, "%s", message);
+  else
+    FormatBounded(error_text_, sizeof error_text_, "ret: %d, msg: %s", SQL_ERROR, message);
+  return false;
+}
+
 bool DbConnection::BindTexts(SQLHSTMT statement, const std::vector<std::string>& texts,
                              BoundTexts& bound, DiagnosticForm form) {
   bound.values.resize(texts.size());
   bound.lengths.resize(texts.size());
   for (size_t i = 0; i < texts.size(); ++i) {
     std::string& value = bound.values[i];
-    if (dialect() != SqlDialect::Backtick) {
-      value = texts[i];
-    } else if (!FromAnsi(texts[i], value)) {
-      // Refused whole rather than stored altered; no driver is involved.
-      char message[64];
-      FormatBounded(message, sizeof message, "text %u is not in the host's character set",
-                    static_cast<unsigned>(i + 1));
-      if (form == DiagnosticForm::Plain)
-        FormatBounded(error_text_, sizeof error_text_, "%s", message);
-      else
-        FormatBounded(error_text_, sizeof error_text_, "ret: %d, msg: %s", SQL_ERROR, message);
-      return false;
-    }
+    if (!ConvertText(texts[i], i + 1, value, form)) return false;
     bound.lengths[i] = static_cast<SQLLEN>(value.size());
     if (!Check(Odbc().BindParameter(statement, static_cast<SQLUSMALLINT>(i + 1), SQL_PARAM_INPUT,
                                     SQL_C_CHAR, SQL_VARCHAR, std::max<SQLULEN>(value.size(), 1), 0,
@@ -174,6 +182,16 @@ bool DbConnection::BindTexts(SQLHSTMT statement, const std::vector<std::string>&
       return false;
   }
   return true;
+}
+
+template <class Call>
+SQLRETURN DbConnection::Bounded(Call call) {
+  ServerWaitLimit limit(socket_, Settings().statementTimeoutSeconds);
+  const SQLRETURN rc = call();
+  // After a failure the session's state is not known.
+  if (!SQL_SUCCEEDED(rc)) poolable_ = false;
+  cut_by_bound_ = limit.expired();
+  return rc;
 }
 
 int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& texts,
@@ -204,7 +222,8 @@ int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& tex
   }
   BoundTexts bound;
   if (!BindTexts(handle, texts, bound, DiagnosticForm::Plain)) return 0;
-  return Check(ExecuteBounded(handle, sql), SQL_HANDLE_STMT, handle);
+  return Check(Bounded([&] { return Odbc().ExecDirect(handle, (SQLCHAR*)sql, SQL_NTS); }),
+               SQL_HANDLE_STMT, handle);
 }
 
 int DbConnection::TryOpenQuery(const char* sql, const std::vector<std::string>& texts,
@@ -223,17 +242,44 @@ int DbConnection::Execute(const char* sql, const std::vector<std::string>& texts
     return Check(SQL_ERROR, SQL_HANDLE_DBC, connection_.get(), DiagnosticForm::WithReturnCode);
   BoundTexts bound;
   if (!BindTexts(statement.get(), texts, bound, DiagnosticForm::WithReturnCode)) return 0;
-  return Check(ExecuteBounded(statement.get(), sql), SQL_HANDLE_STMT, statement.get(),
-               DiagnosticForm::WithReturnCode);
+  return Check(Bounded([&] { return Odbc().ExecDirect(statement.get(), (SQLCHAR*)sql, SQL_NTS); }),
+               SQL_HANDLE_STMT, statement.get(), DiagnosticForm::WithReturnCode);
 }
 
-SQLRETURN DbConnection::ExecuteBounded(SQLHSTMT statement, const char* sql) {
-  ServerWaitLimit limit(socket_, Settings().statementTimeoutSeconds);
-  const SQLRETURN rc = Odbc().ExecDirect(statement, (SQLCHAR*)sql, SQL_NTS);
-  // After a failure the session's state is not known.
-  if (!SQL_SUCCEEDED(rc)) poolable_ = false;
-  cut_by_bound_ = limit.expired();
-  return rc;
+int DbConnection::Prepare(const char* sql) {
+  ClearErrorText();
+  if (!prepared_.Allocate(connection_.get()))
+    return Check(SQL_ERROR, SQL_HANDLE_DBC, connection_.get(), DiagnosticForm::WithReturnCode);
+  return Check(Bounded([&] { return Odbc().Prepare(prepared_.get(), (SQLCHAR*)sql, SQL_NTS); }),
+               SQL_HANDLE_STMT, prepared_.get(), DiagnosticForm::WithReturnCode);
+}
+
+int DbConnection::Bind(uint16_t number, Parameter& value) {
+  SQLSMALLINT cType = SQL_C_SBIGINT, sqlType = SQL_BIGINT;
+  SQLULEN size = 0;
+  void* data = &value.integer;
+  value.length = 0;
+  if (value.type == Parameter::Type::Double) {
+    cType = SQL_C_DOUBLE;
+    sqlType = SQL_DOUBLE;
+    data = &value.real;
+  } else if (value.type == Parameter::Type::Text) {
+    if (!ConvertText(value.text, number, value.sent, DiagnosticForm::WithReturnCode)) return 0;
+    cType = SQL_C_CHAR;
+    sqlType = SQL_VARCHAR;
+    size = std::max<SQLULEN>(value.sent.size(), 1);
+    data = value.sent.data();
+    value.length = static_cast<SQLLEN>(value.sent.size());
+  }
+  return Check(Odbc().BindParameter(prepared_.get(), number, SQL_PARAM_INPUT, cType, sqlType, size,
+                                    0, data, value.length, &value.length),
+               SQL_HANDLE_STMT, prepared_.get(), DiagnosticForm::WithReturnCode);
+}
+
+int DbConnection::RunPrepared() {
+  ClearErrorText();
+  return Check(Bounded([&] { return Odbc().Execute(prepared_.get()); }), SQL_HANDLE_STMT,
+               prepared_.get(), DiagnosticForm::WithReturnCode);
 }
 
 int DbConnection::MoveFirst() {
@@ -277,7 +323,7 @@ bool DbConnection::ColumnExists(uint16_t column) {
 int DbConnection::ReadFailedWithoutDriver(uint16_t column) {
   FormatBounded(error_text_, sizeof error_text_, "column %u is not in the result (%d columns)",
                 column, result_columns_);
-  NotifyMonitorWindow(error_text_);
+  AnnounceFailure(error_text_);
   return 0;
 }
 
@@ -398,7 +444,7 @@ bool DbConnection::Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE
     FormatBounded(error_text_, sizeof error_text_, "%s", text);
   else
     FormatBounded(error_text_, sizeof error_text_, "ret: %d, msg: %s", returnCode, text);
-  if (text[0] != '\0' && announce_) NotifyMonitorWindow(error_text_);
+  if (text[0] != '\0' && announce_) AnnounceFailure(error_text_);
   return false;
 }
 

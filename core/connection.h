@@ -63,6 +63,22 @@ class DbConnection {
   int TryOpenQuery(const char* sql, const std::vector<std::string>& texts = {},
                    Cursor cursor = Cursor::Static);
   int Execute(const char* sql, const std::vector<std::string>& texts = {});
+
+  // A value bound to a `?` of the prepared statement; it stays in place until
+  // the statement's last run.
+  struct Parameter {
+    enum class Type { Integer, Double, Text } type = Type::Integer;
+    int64_t integer = 0;
+    double real = 0;
+    std::string text;  // as the caller wrote it
+    std::string sent;  // in the driver's character set
+    SQLLEN length = 0;
+  };
+  // One statement compiled once and run for each set of values bound to it,
+  // replacing the previous one. Failures read as Execute's.
+  int Prepare(const char* sql);
+  int Bind(uint16_t number, Parameter& value);
+  int RunPrepared();
   uint32_t CountRows();
   int MoveFirst();
   int MoveNext();
@@ -90,8 +106,13 @@ class DbConnection {
   bool Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE handle,
              DiagnosticForm form = DiagnosticForm::Plain);
   bool AllocateEnvironmentAndConnection();
-  // SQLExecDirect, cut off when the server does not answer within the bound.
-  SQLRETURN ExecuteBounded(SQLHSTMT statement, const char* sql);
+  // An ODBC call that talks to the server, cut off when the server does not
+  // answer within the bound.
+  template <class Call>
+  SQLRETURN Bounded(Call call);
+  // Into `sent`: a caller's text as the driver takes it; false with the error
+  // text in `form` when it is not in the host's character set.
+  bool ConvertText(const std::string& text, size_t number, std::string& sent, DiagnosticForm form);
   // Values and lengths bound to a statement; they must outlive its execution.
   struct BoundTexts {
     std::vector<std::string> values;
@@ -113,6 +134,7 @@ class DbConnection {
   std::string pool_login_;  // set while a pooled connection is held
   bool poolable_ = true;
   OdbcHandle statement_{SQL_HANDLE_STMT};
+  OdbcHandle prepared_{SQL_HANDLE_STMT};
   // Result sets replaced by a later OpenQuery; released by Close.
   std::vector<OdbcHandle> replaced_statements_;
   int32_t result_columns_ = -1;  // column count of the current result, -1 unknown

@@ -54,9 +54,13 @@ bool ExportCall::Execute(const Statement& sql) {
           sql.text.c_str());
     return false;
   }
-  if (db_.Execute(sql.Sent().c_str(), sql.texts)) return true;
+  return db_.Execute(sql.Sent().c_str(), sql.texts) || FailExecution(sql);
+}
+
+bool ExportCall::FailExecution(const Statement& sql) {
   db_.Close();
-  Write(serial, "exec error: %s, sql: %s", db_.ErrorText(), sql.text.c_str());
+  Write(code_.serials.Of(Serial::kExecError), "exec error: %s, sql: %s", db_.ErrorText(),
+        sql.text.c_str());
   return false;
 }
 

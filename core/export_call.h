@@ -31,6 +31,9 @@ class ExportCall {
   bool Query(const Statement& sql, DbConnection::Cursor cursor = DbConnection::Cursor::Static);
   // Execute; on failure closes and writes kExecError. A cut statement is not run.
   bool Execute(const Statement& sql);
+  // Closes and writes kExecError for `sql`, which failed as the connection's
+  // error text says.
+  bool FailExecution(const Statement& sql);
   // The caller's own statement text, run as given: its session is not pooled
   // afterwards, since the text may have changed it.
   bool QueryCallerText(const char* sql,

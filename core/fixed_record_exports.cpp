@@ -1,5 +1,6 @@
 #include "core/fixed_record_exports.h"
 
+#include "core/batch_insert.h"
 #include "core/insert_retry.h"
 #include "core/spool_write.h"
 
@@ -80,10 +81,22 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
           call.InvalidParameter();
           return false;
         }
-        for (; k < count; ++k) {
-          progress = {k, 1, ++id};
-          if (!call.Execute(insert(call.kind(), table, id, bytes + size_t{k} * recordSize)))
-            return false;
+        const auto statementOf = [&](uint32_t i) {
+          return insert(call.kind(), table, id + 1 + i, bytes + size_t{k + i} * recordSize);
+        };
+        // Several records go in one transaction first. When that fails
+        // otherwise than for want of the server, they are written one by one,
+        // so that those before a refused one stay stored as they always did.
+        if (count - k > 1) {
+          progress = {k, count - k, id + 1};
+          uint32_t failedAt = 0;
+          if (ExecuteAllOrNone(call.db(), count - k, statementOf, failedAt)) k = count;
+          else if (call.db().Unreachable())
+            return call.FailExecution(statementOf(failedAt));
+        }
+        for (; k < count; ++k, ++id) {
+          progress = {k, 1, id + 1};
+          if (!call.Execute(statementOf(0))) return false;
         }
         progress = {count, 0, 0};
         return true;

@@ -19,6 +19,7 @@ struct OdbcApi {
   decltype(&::SQLSetStmtAttr) SetStmtAttr = ::SQLSetStmtAttr;
   decltype(&::SQLBindParameter) BindParameter = ::SQLBindParameter;
   decltype(&::SQLExecDirect) ExecDirect = ::SQLExecDirect;
+  decltype(&::SQLExecute) Execute = ::SQLExecute;
   decltype(&::SQLTables) Tables = ::SQLTables;
   decltype(&::SQLFetch) Fetch = ::SQLFetch;
   decltype(&::SQLFetchScroll) FetchScroll = ::SQLFetchScroll;

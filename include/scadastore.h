@@ -343,7 +343,8 @@ SCADASTORE_API uint32_t almEnsureTableExist(CallerToken token, const char* table
 
 /* Stores size / 364 records (a remainder is ignored) under new ids, the
  * table's largest id plus 1, 2, ..., one insert each; records[k].id is not
- * read. A rejected insert stops the call and keeps the records before it.
+ * read, all in one transaction first. A rejected insert stops the call and
+ * keeps the records before it (they are then written one at a time).
  * 0: stored (also when the largest id could not be read: nothing written).
  * 1: [alm101] token, table or records null or size < 364; [alm102];
  * [alm103] the largest-id select failed; [alm104] an insert failed. */
@@ -406,8 +407,9 @@ SCADASTORE_API uint32_t logEnsureTableExist(CallerToken token, const char* table
 
 /* Stores size / 914 records (a remainder is ignored) under new ids, the
  * table's largest id plus 1, 2, ..., one insert each; records[k].id and
- * rsvd are not read. A rejected insert stops the call and keeps the records
- * before it. Texts (quotes doubled) must fit a 1023-character statement.
+ * rsvd are not read, all in one transaction first. A rejected insert stops
+ * the call and keeps the records before it (they are then written one at a
+ * time). Texts (quotes doubled) must fit a 1023-character statement.
  * 0: stored (also when the largest id could not be read: nothing written).
  * 1: [log101] token, table or records null or size < 914; [log102];
  * [log103] the largest-id select failed; [log104] an insert failed or did
@@ -478,13 +480,15 @@ SCADASTORE_API uint32_t sgSetRecord(CallerToken token, const DataTableInfo* tabl
  * columns); a larger batch fails with "[rcd1704] failed to create sql". */
 #define SCADASTORE_BATCH_TEXT_LIMIT 4096
 
-/* Stores size / recordSize records of buffer in one statement (kinds 2, 3,
- * 4, 5) under consecutive new ids: all or none.
+/* Stores size / recordSize records of buffer (kinds 2, 3, 4, 5) under
+ * consecutive new ids, all or none: in a transaction of the library's own,
+ * a prepared multi-row insert with the values bound, run once per up to 500
+ * records. The session commits each statement again afterwards.
  * 0: stored. 1: [rcd1701] token, table or buffer null, size <= 16, or kind
  * 1 or 6; [rcd1702]; [rcd1703] the largest-id select failed; [rcd1706] its
  * value could not be read (column 1); [rcd1704] the statement does not fit
  * or binds more than SCADASTORE_BATCH_TEXT_LIMIT texts; [rcd1705] the
- * insert failed. */
+ * insert failed, naming the statement of the records that failed. */
 SCADASTORE_API uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table,
                                          const void* buffer, uint32_t size);
 

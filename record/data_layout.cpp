@@ -69,6 +69,24 @@ void AppendValue(Statement& out, const ColumnLayout& column, const void* record)
   }
 }
 
+void BindableValue(DbConnection::Parameter& out, const ColumnLayout& column, const void* record) {
+  using Type = DbConnection::Parameter::Type;
+  switch (column.type) {
+    case SCADASTORE_VALUE_FLOAT:
+      out.type = Type::Double;
+      out.real = LoadField<double>(record, column.offset);
+      break;
+    case SCADASTORE_VALUE_INTEGER:
+      out.type = Type::Integer;
+      out.integer = LoadField<int32_t>(record, column.offset) != 0 ? 1 : 0;
+      break;
+    default:
+      out.type = Type::Text;
+      out.text = FieldText(static_cast<const unsigned char*>(record) + column.offset, column.width);
+      break;
+  }
+}
+
 bool Writable(const std::vector<ColumnLayout>& columns, const void* record) {
   for (const ColumnLayout& column : columns) {
     if (column.type == SCADASTORE_VALUE_FLOAT && !std::isfinite(LoadField<double>(record, column.offset)))

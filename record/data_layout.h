@@ -9,13 +9,10 @@
 #include <string_view>
 #include <vector>
 
+#include "core/connection.h"
 #include "core/settings.h"
 #include "core/sql_text.h"
 #include "scadastore.h"
-
-namespace scadastore {
-class DbConnection;
-}
 
 namespace scadastore::record {
 
@@ -63,6 +60,8 @@ RecordHead LoadHead(const void* record);
 // Appends one value of `record`: "%.17g" for a double, 1 or 0 for an
 // integer, a bound text, nothing for other codes.
 void AppendValue(Statement& out, const ColumnLayout& column, const void* record);
+// The same value as a bound parameter, for a column that carries one (width 0 carries none).
+void BindableValue(DbConnection::Parameter& out, const ColumnLayout& column, const void* record);
 
 // False when a value of `record` cannot be stored as written: a float that
 // is not finite (no statement can carry it), or a text without its NUL.

@@ -1,7 +1,9 @@
 // The sg* exports that create, write, read and delete data records: each a
 // short sequence of connection operations around the record statements.
+#include <algorithm>
 #include <optional>
 
+#include "core/batch_insert.h"
 #include "core/bytes.h"
 #include "core/common_statements.h"
 #include "core/export_call.h"
@@ -98,6 +100,24 @@ uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement
   return 0;
 }
 
+// `count` records under the ids from `firstId`, stored all or none; a failure
+// names the statement of the records that failed as BatchStatement shows it.
+bool InsertBatch(ExportCall& call, const TableLayout& layout, const unsigned char* records,
+                 uint32_t count, uint32_t firstId) {
+  const BoundRows rows{
+      BatchParameters(layout),
+      [&](uint32_t n) { return BatchInsertSql(call.kind(), layout, n); },
+      [&](uint32_t i, DbConnection::Parameter* values) {
+        BatchRow(layout, records + size_t{i} * layout.recordSize, firstId + i, values);
+      }};
+  uint32_t failedFrom = 0;
+  if (InsertAllOrNone(call.db(), rows, count, failedFrom)) return true;
+  const uint32_t shown = std::min(RowsPerStatement(rows.parametersPerRow), count - failedFrom);
+  return call.FailExecution(BatchStatement(call.kind(), layout,
+                                           records + size_t{failedFrom} * layout.recordSize,
+                                           shown * layout.recordSize, firstId + failedFrom));
+}
+
 // A data-table write as the spool keeps it; recordSize 0 when its records
 // cannot be written at all.
 KeptWrite RecordWrite(WriteFamily family, const DataTableInfo* table, const TableLayout& layout,
@@ -169,10 +189,9 @@ uint32_t sgBatchSetRecord(CallerToken token, const DataTableInfo* table, const v
       return InsertWithFreshIds(call, [&] {
         uint32_t firstId = 0;
         if (!NextId(call, layout.name, count, firstId)) return false;
-        const Statement batch = BatchStatement(call.kind(), layout, buffer, size, firstId);
-        if (!batch.complete) return call.Fail(Serial::kCreateSql), false;
+        if (!BatchBuilds(call.kind(), layout, buffer, size)) return call.Fail(Serial::kCreateSql), false;
         progress = {0, count, firstId};
-        return call.Execute(batch);
+        return InsertBatch(call, layout, static_cast<const unsigned char*>(buffer), count, firstId);
       }) ? 0 : call.failure();
     });
   });

@@ -89,6 +89,33 @@ size_t TextColumns(const TableLayout& table) {
   });
 }
 
+// "insert into `t` (`id`,`time`,`ms`,`modify`,...) values ", or under kind 4
+// the INTO clause head that INSERT ALL repeats for every row (always double
+// quotes there, as it repeats the column list); "" when it outgrows its buffer.
+std::string BatchHeader(DbKind kind, const TableLayout& table) {
+  const bool insertAll = kind == 4;
+  const SqlDialect dialect = insertAll ? SqlDialect::DoubleQuote : DialectOf(kind);
+  std::string columns =
+      FormatStatement(dialect, kLookupStatementSize,
+                      insertAll ? "INTO `%s` (`id`,`time`,`ms`,`modify`"
+                                : "insert into `%s` (`id`,`time`,`ms`,`modify`",
+                      table.name.c_str())
+          .text;
+  if (!AppendColumnNames(columns, 0, kStatementBufferSize, dialect, table.columns)) return {};
+  columns += ") values ";
+  return columns.size() < kStatementBufferSize ? columns : std::string();
+}
+
+// The longest shown row a value of `column` can make: a double's 24
+// characters, a text's doubled quotes.
+size_t LongestValue(const ColumnLayout& column) {
+  switch (column.type) {
+    case SCADASTORE_VALUE_FLOAT: return 25;
+    case SCADASTORE_VALUE_INTEGER: return 2;
+    default: return CarriesValue(column) ? 3 + 2 * size_t{column.width} : 0;
+  }
+}
+
 }  // namespace
 
 Statement CreateTableStatement(DbKind kind, const TableLayout& table) {
@@ -139,19 +166,9 @@ Statement BatchStatement(DbKind kind, const TableLayout& table, const void* buff
   if (table.recordSize == 0 || table.recordSize > size || !table.HoldsValues()) return refused;
   const uint32_t count = size / table.recordSize;
   if (count * TextColumns(table) > kBatchTextLimit) return refused;
-  // INSERT ALL repeats the column list in every clause; the multi-row form
-  // writes it once in its header.
   const bool insertAll = kind == 4;
-  const SqlDialect dialect = insertAll ? SqlDialect::DoubleQuote : DialectOf(kind);
-  std::string columns =
-      FormatStatement(dialect, kLookupStatementSize,
-                      insertAll ? "INTO `%s` (`id`,`time`,`ms`,`modify`"
-                                : "insert into `%s` (`id`,`time`,`ms`,`modify`",
-                      table.name.c_str())
-          .text;
-  if (!AppendColumnNames(columns, 0, kStatementBufferSize, dialect, table.columns)) return refused;
-  columns += ") values ";
-  if (columns.size() >= kStatementBufferSize) return refused;
+  const std::string columns = BatchHeader(kind, table);
+  if (columns.empty()) return refused;
 
   Statement batch{insertAll ? "INSERT ALL " : columns};
   const auto* records = static_cast<const unsigned char*>(buffer);
@@ -170,6 +187,47 @@ Statement BatchStatement(DbKind kind, const TableLayout& table, const void* buff
   }
   if (insertAll) batch += {"SELECT * FROM DUAL;"};
   return batch;
+}
+
+bool BatchBuilds(DbKind kind, const TableLayout& table, const void* buffer, uint32_t size) {
+  if (table.recordSize == 0 || table.recordSize > size || !table.HoldsValues() ||
+      size / table.recordSize * TextColumns(table) > kBatchTextLimit)
+    return false;
+  const std::string header = BatchHeader(kind, table);
+  if (header.empty()) return false;
+  size_t longestRow = 4 * 11 + 2 + (kind == 4 ? header.size() : 0);
+  for (const ColumnLayout& column : table.columns) longestRow += LongestValue(column);
+  return longestRow < kStatementBufferSize || BatchStatement(kind, table, buffer, size, 1).complete;
+}
+
+size_t BatchParameters(const TableLayout& table) {
+  return 3 + std::count_if(table.columns.begin(), table.columns.end(), CarriesValue);
+}
+
+std::string BatchInsertSql(DbKind kind, const TableLayout& table, uint32_t rows) {
+  std::string row = "(?,?,?,0";
+  for (size_t i = 3; i < BatchParameters(table); ++i) row += ",?";
+  row += ")";
+  const std::string header = BatchHeader(kind, table);
+  if (kind != 4) {
+    std::string sql = header + row;
+    for (uint32_t i = 1; i < rows; ++i) sql += "," + row;
+    return sql;
+  }
+  std::string sql = "INSERT ALL ";
+  for (uint32_t i = 0; i < rows; ++i) sql += header + row + (i + 1 < rows ? " " : "");
+  return sql + "SELECT * FROM DUAL;";
+}
+
+void BatchRow(const TableLayout& table, const void* record, uint32_t id,
+              DbConnection::Parameter* values) {
+  const RecordHead head = LoadHead(record);
+  values[0].integer = id;
+  values[1].integer = head.time;
+  values[2].integer = head.ms;
+  DbConnection::Parameter* value = values + 3;
+  for (const ColumnLayout& column : table.columns)
+    if (CarriesValue(column)) BindableValue(*value++, column, record);
 }
 
 Statement UpdateStatement(DbKind kind, const TableLayout& table, const void* record, uint32_t id) {

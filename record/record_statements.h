@@ -47,6 +47,18 @@ Statement InsertStatement(DbKind kind, const TableLayout& table, const void* rec
 Statement BatchStatement(DbKind kind, const TableLayout& table, const void* buffer,
                            uint32_t size, uint32_t firstId);
 
+// Whether BatchStatement builds these records, without building it where no
+// row can outgrow its buffer.
+bool BatchBuilds(DbKind kind, const TableLayout& table, const void* buffer, uint32_t size);
+
+// The statement BatchStatement shows, as sent with bound values: the insert
+// of `rows` records, each BatchParameters() `?`s (id, time, ms, then the
+// values that columns carry) and modify 0. BatchRow writes a record's values.
+std::string BatchInsertSql(DbKind kind, const TableLayout& table, uint32_t rows);
+size_t BatchParameters(const TableLayout& table);
+void BatchRow(const TableLayout& table, const void* record, uint32_t id,
+              DbConnection::Parameter* values);
+
 // Rewrites every value of the record with `id` and sets modify to 1.
 // Incomplete when recordSize cannot hold the values (then empty) or the text
 // reached 7680 characters.
