@@ -89,10 +89,14 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
         // so that those before a refused one stay stored as they always did.
         if (count - k > 1) {
           progress = {k, count - k, id + 1};
+          const uint32_t rows =
+              HasMultiRowValues(call.kind()) ? RowsPerStatement(statementOf(0).texts.size()) : 1;
+          const auto sliceOf = [&](uint32_t slice) {
+            return MultiRowInsert(statementOf, slice * rows, std::min(rows, count - k - slice * rows));
+          };
           uint32_t failedAt = 0;
-          if (ExecuteAllOrNone(call.db(), count - k, statementOf, failedAt)) k = count;
-          else if (call.db().Unreachable())
-            return call.FailExecution(statementOf(failedAt));
+          if (ExecuteAllOrNone(call.db(), (count - k + rows - 1) / rows, sliceOf, failedAt)) k = count;
+          else if (call.db().Unreachable()) return call.FailExecution(sliceOf(failedAt));
         }
         for (; k < count; ++k, ++id) {
           progress = {k, 1, id + 1};
