@@ -85,8 +85,8 @@ Statement MultiRowInsert(const std::function<Statement(uint32_t)>& insertOf, uin
       sqlStart = row.sql.empty() ? 0 : ValuesStart(row.sql, joined.sql);
     }
     joined.complete = joined.complete && row.complete;
-    joined.text += "," + row.text.substr(textStart);
-    if (!row.sql.empty()) joined.sql += "," + row.sql.substr(sqlStart);
+    joined.text.append(",").append(row.text, textStart);
+    if (!row.sql.empty()) joined.sql.append(",").append(row.sql, sqlStart);
     joined.texts.insert(joined.texts.end(), row.texts.begin(), row.texts.end());
   }
   return joined;
