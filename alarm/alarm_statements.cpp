@@ -104,34 +104,57 @@ Statement CreateTableStatement(DbKind kind, const char* table) {
       "`millisecond` integer, `batch` varchar(64), `alarmlevel` integer, `rsvd` varchar(128)");
 }
 
-Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record) {
-  const SqlDialect dialect = DialectOf(kind);
+namespace {
+
+Statement InsertHead(SqlDialect dialect, const char* table) {
+  return FormatStatement(
+      dialect, kWriteBufferSize,
+      "insert into `%s` (`id`, `station`, `tag`, `tagtype`, `alarmtype`, `value`, `status`, "
+      "`recovertime`, `arisetime`, `ip`, `description`, `millisecond`, `batch`, `alarmlevel`) "
+      "values",
+      table);
+}
+
+// "(id, ...)": the values of one alarm.
+Statement InsertRow(SqlDialect dialect, uint32_t id, const void* record) {
   auto number = [&](size_t offset) { return LoadField<uint32_t>(record, offset); };
   auto text = [&](size_t offset, size_t width) { return Text(record, offset, width); };
   // The value travels in single precision, printed from the float.
   const double value = static_cast<float>(StoredValue(record));
-  Statement insert = FormatStatement(
-      dialect, kWriteBufferSize,
-      "insert into `%s` (`id`, `station`, `tag`, `tagtype`, `alarmtype`, `value`, `status`, "
-      "`recovertime`, `arisetime`, `ip`, `description`, `millisecond`, `batch`, `alarmlevel`) "
-      "values(%u, ",
-      table, id);
-  insert.AppendText(text(offsetof(AlarmRecord, station), sizeof(AlarmRecord::station)));
-  insert += {", "};
-  insert.AppendText(text(offsetof(AlarmRecord, tag), sizeof(AlarmRecord::tag)));
-  insert += FormatStatement(dialect, kWriteBufferSize, ", %u, %u, %.17g, %u, %u, %u, %u, ",
-                            number(offsetof(AlarmRecord, tagtype)),
-                            number(offsetof(AlarmRecord, alarmtype)), value,
-                            number(offsetof(AlarmRecord, status)),
-                            number(offsetof(AlarmRecord, recovertime)),
-                            number(offsetof(AlarmRecord, arisetime)), number(offsetof(AlarmRecord, ip)));
-  insert.AppendText(text(offsetof(AlarmRecord, description), sizeof(AlarmRecord::description)));
-  insert += FormatStatement(dialect, kWriteBufferSize, ", %u, ",
-                            number(offsetof(AlarmRecord, millisecond)));
-  insert.AppendText(text(offsetof(AlarmRecord, batch), sizeof(AlarmRecord::batch)));
-  insert += FormatStatement(dialect, kWriteBufferSize, ", %u)",
-                            number(offsetof(AlarmRecord, alarmlevel)));
+  Statement row = FormatStatement(dialect, kWriteBufferSize, "(%u, ", id);
+  row.AppendText(text(offsetof(AlarmRecord, station), sizeof(AlarmRecord::station)));
+  row += {", "};
+  row.AppendText(text(offsetof(AlarmRecord, tag), sizeof(AlarmRecord::tag)));
+  row += FormatStatement(dialect, kWriteBufferSize, ", %u, %u, %.17g, %u, %u, %u, %u, ",
+                         number(offsetof(AlarmRecord, tagtype)),
+                         number(offsetof(AlarmRecord, alarmtype)), value,
+                         number(offsetof(AlarmRecord, status)),
+                         number(offsetof(AlarmRecord, recovertime)),
+                         number(offsetof(AlarmRecord, arisetime)), number(offsetof(AlarmRecord, ip)));
+  row.AppendText(text(offsetof(AlarmRecord, description), sizeof(AlarmRecord::description)));
+  row += FormatStatement(dialect, kWriteBufferSize, ", %u, ",
+                         number(offsetof(AlarmRecord, millisecond)));
+  row.AppendText(text(offsetof(AlarmRecord, batch), sizeof(AlarmRecord::batch)));
+  row += FormatStatement(dialect, kWriteBufferSize, ", %u)",
+                         number(offsetof(AlarmRecord, alarmlevel)));
+  return row;
+}
+
+}  // namespace
+
+Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record) {
+  Statement insert = InsertHead(DialectOf(kind), table);
+  insert += InsertRow(DialectOf(kind), id, record);
   return insert.Bound(kWriteBufferSize);
+}
+
+Statement BatchInsertStatement(DbKind kind, const char* table, uint32_t firstId,
+                               const void* records, uint32_t count) {
+  return MultiRowInsert(InsertHead(DialectOf(kind), table), kWriteBufferSize, count,
+                        [&](uint32_t i) {
+                          return InsertRow(DialectOf(kind), firstId + i,
+                                           static_cast<const char*>(records) + i * sizeof(AlarmRecord));
+                        });
 }
 
 Statement ConfirmStatement(DbKind kind, const char* table, uint32_t status, uint32_t id) {

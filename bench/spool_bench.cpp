@@ -3,10 +3,12 @@
 //   a pooled sgSetRecord with the option off and on, the database healthy;
 //   keeping: sgSetRecord while the data source reaches nothing (a closed
 //   port), each write flushed to the spool's journal;
-//   forwarding: rows per second from the spool into the database, beside
-//   sgBatchSetRecord of 1,000 records, the normal batch write.
+//   forwarding: rows per second from the spool into the database, of kept
+//   samples alone and of a host's mix (an alarm, a log entry and a sample in
+//   turn), beside sgBatchSetRecord of 1,000 records, the normal batch write.
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -38,7 +40,7 @@ uint32_t WriteOne(const std::vector<unsigned char>& table, std::vector<unsigned 
 
 void PooledWrite(benchmark::State& state, const Target& target, bool spool) {
   if (!UseOrSkip(state, target)) return;
-  const std::vector<unsigned char> table = Table(target, "write");
+  const std::vector<unsigned char> table = Table(target, spool ? "write_on" : "write_off");
   if (!UseOrSkip(state, target, ";pool" + (spool ? ";spool=" + SpoolDirectory() : ""))) return;
   std::vector<unsigned char> record(kDataRecordSize);
   for (auto _ : state)
@@ -55,12 +57,23 @@ std::string Unreachable(const Target& target) {
          ";pool;login=1;spool=" + SpoolDirectory();
 }
 
-// Keeps `count` writes, then points the library back at the database.
-bool Keep(const Target& target, const std::vector<unsigned char>& table, uint32_t count) {
+// Keeps `count` writes: samples, or in turn an alarm, a log entry and a sample.
+bool Keep(const Target& target, const std::vector<unsigned char>& table, uint32_t count,
+          const std::string& alarms, const std::string& logs) {
   dbInitialize(Unreachable(target).c_str());
   std::vector<unsigned char> record(kDataRecordSize);
-  for (uint32_t k = 0; k < count; ++k)
-    if (WriteOne(table, record) != 0) return false;
+  AlarmRecord alarm{};
+  std::strcpy(alarm.station, "north");
+  LogRecord entry{};
+  std::strcpy(entry.source, "console");
+  for (uint32_t k = 0; k < count; ++k) {
+    const int turn = alarms.empty() ? 2 : k % 3;
+    const uint32_t result =
+        turn == 0   ? almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm)
+        : turn == 1 ? logSetLog(Token(), logs.c_str(), &entry, sizeof entry)
+                    : WriteOne(table, record);
+    if (result != 0) return false;
+  }
   return true;
 }
 
@@ -76,12 +89,20 @@ void Keeping(benchmark::State& state, const Target& target) {
   std::filesystem::remove_all(SpoolDirectory());  // not forwarded
 }
 
-void Forwarding(benchmark::State& state, const Target& target) {
+void Forwarding(benchmark::State& state, const Target& target, bool mixed) {
   if (!UseOrSkip(state, target)) return;
   const std::vector<unsigned char> table = Table(target, "forward");
+  std::string alarms, logs;
+  if (mixed) {
+    alarms = bench::TableName("spool", "alarms");
+    logs = bench::TableName("spool", "logs");
+    if (ToCreate(target, alarms)) almEnsureTableExist(Token(), alarms.c_str());
+    if (ToCreate(target, logs)) logEnsureTableExist(Token(), logs.c_str());
+  }
   for (auto _ : state) {
     state.PauseTiming();
-    if (!Keep(target, table, kKept) || !Use(target, ";pool;spool=" + SpoolDirectory()))
+    if (!Keep(target, table, kKept, alarms, logs) ||
+        !Use(target, ";pool;spool=" + SpoolDirectory()))
       return state.SkipWithError(dbGetLastError());
     // The pause after the failed attempts while keeping is not forwarding time.
     std::this_thread::sleep_for(scadastore::kRetryPause);
@@ -105,15 +126,17 @@ void BatchWrite(benchmark::State& state, const Target& target) {
                                                 benchmark::Counter::kIsRate);
 }
 
-BENCHMARK_CAPTURE(PooledWrite, postgres_off, kPostgres, false)->UseRealTime()->MinTime(2.0);
-BENCHMARK_CAPTURE(PooledWrite, postgres_on, kPostgres, true)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(PooledWrite, postgres_off, kPostgres, false)->UseRealTime()->MinTime(0.5);
+BENCHMARK_CAPTURE(PooledWrite, postgres_on, kPostgres, true)->UseRealTime()->MinTime(0.5);
 BENCHMARK_CAPTURE(Keeping, postgres, kPostgres)->UseRealTime()->MinTime(2.0);
-BENCHMARK_CAPTURE(Forwarding, postgres, kPostgres)->UseRealTime()->Iterations(3);
+BENCHMARK_CAPTURE(Forwarding, postgres_samples, kPostgres, false)->UseRealTime()->Iterations(3);
+BENCHMARK_CAPTURE(Forwarding, postgres_mix, kPostgres, true)->UseRealTime()->Iterations(3);
 BENCHMARK_CAPTURE(BatchWrite, postgres, kPostgres)->UseRealTime()->MinTime(2.0);
-BENCHMARK_CAPTURE(PooledWrite, mariadb_off, kMariadb, false)->UseRealTime()->MinTime(2.0);
-BENCHMARK_CAPTURE(PooledWrite, mariadb_on, kMariadb, true)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(PooledWrite, mariadb_off, kMariadb, false)->UseRealTime()->MinTime(0.5);
+BENCHMARK_CAPTURE(PooledWrite, mariadb_on, kMariadb, true)->UseRealTime()->MinTime(0.5);
 BENCHMARK_CAPTURE(Keeping, mariadb, kMariadb)->UseRealTime()->MinTime(2.0);
-BENCHMARK_CAPTURE(Forwarding, mariadb, kMariadb)->UseRealTime()->Iterations(3);
+BENCHMARK_CAPTURE(Forwarding, mariadb_samples, kMariadb, false)->UseRealTime()->Iterations(3);
+BENCHMARK_CAPTURE(Forwarding, mariadb_mix, kMariadb, true)->UseRealTime()->Iterations(3);
 BENCHMARK_CAPTURE(BatchWrite, mariadb, kMariadb)->UseRealTime()->MinTime(2.0);
 
 }  // namespace

@@ -9,12 +9,12 @@
 #include "core/connection_pool.h"
 #include "core/exact_double.h"
 #include "core/format.h"
+#include "core/last_error.h"
 #include "core/result_streaming.h"
 #include "core/server_wait.h"
 #include "core/spool.h"
 #include "platform/code_page.h"
 #include "platform/connection_socket.h"
-#include "platform/monitor_channel.h"
 
 namespace scadastore {
 namespace {
@@ -323,7 +323,7 @@ bool DbConnection::ColumnExists(uint16_t column) {
 int DbConnection::ReadFailedWithoutDriver(uint16_t column) {
   FormatBounded(error_text_, sizeof error_text_, "column %u is not in the result (%d columns)",
                 column, result_columns_);
-  NotifyMonitorWindow(error_text_);
+  AnnounceFailure(error_text_);
   return 0;
 }
 
@@ -444,7 +444,7 @@ bool DbConnection::Check(SQLRETURN returnCode, SQLSMALLINT handleType, SQLHANDLE
     FormatBounded(error_text_, sizeof error_text_, "%s", text);
   else
     FormatBounded(error_text_, sizeof error_text_, "ret: %d, msg: %s", returnCode, text);
-  if (text[0] != '\0' && announce_) NotifyMonitorWindow(error_text_);
+  if (text[0] != '\0' && announce_) AnnounceFailure(error_text_);
   return false;
 }
 

@@ -36,11 +36,12 @@ void PauseBefore(int attempt) {
 
 bool InsertWithFreshIds(ExportCall& call, const std::function<bool()>& insert) {
   for (int attempt = 1;; ++attempt) {
-    HeldErrorText held;
-    if (insert()) return true;
-    if (attempt == kInsertAttempts || !RefusedForAnotherWriter(call.db()) || !call.Open()) {
+    // The host and the monitor see the last attempt only, as one call.
+    HeldFailureTexts held;
+    const bool stored = (attempt == 1 || call.Open()) && insert();
+    if (stored || attempt == kInsertAttempts || !RefusedForAnotherWriter(call.db())) {
       held.Publish();
-      return false;
+      return stored;
     }
     PauseBefore(attempt + 1);
   }

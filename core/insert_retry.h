@@ -18,9 +18,10 @@ bool RefusedForAnotherWriter(const DbConnection& db);
 
 // Runs `insert` (read the largest id, insert records with the ids after it)
 // until it succeeds, fails for another reason or has run kInsertAttempts
-// times, reconnecting after a short random pause between attempts. Each statement stores whole or not
-// at all, so an `insert` of several records that resumes at the refused one
-// never stores a record twice. Only the last attempt's failure text is written.
+// times, reconnecting after a short random pause between attempts. Each
+// statement stores whole or not at all, so an `insert` of several records that
+// resumes at the refused one never stores a record twice. Only the last
+// attempt is reported: its failure text and its monitor announcements.
 bool InsertWithFreshIds(ExportCall& call, const std::function<bool()>& insert);
 
 }  // namespace scadastore

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "core/format.h"
+#include "platform/monitor_channel.h"
 
 namespace scadastore {
 namespace {
@@ -13,8 +14,8 @@ namespace {
 // thread's failure; two failing threads never interleave their texts.
 std::mutex text_lock;
 char last_text[kLastErrorSize];
-// The calling thread's held text while a HeldErrorText lives, else null.
-thread_local char* held_text = nullptr;
+// The calling thread's HeldFailureTexts while one lives, else null.
+thread_local HeldFailureTexts* held = nullptr;
 
 void Store(const char* text) {
   std::lock_guard lock(text_lock);
@@ -38,23 +39,27 @@ void SetCodedError(const char* family, int number, int serial, const char* forma
   va_end(args);
   char text[kLastErrorSize];
   FormatBounded(text, sizeof text, "[%s%d%02d] %s", family, number, serial, message);
-  if (held_text)
-    std::memcpy(held_text, text, sizeof text);
+  if (held)
+    std::memcpy(held->text_, text, sizeof text);
   else
     Store(text);
 }
 
-HeldErrorText::HeldErrorText() {
-  static thread_local char text[kLastErrorSize];
-  text[0] = '\0';
-  held_text = text;
+void AnnounceFailure(const char* text) {
+  if (held)
+    held->announced_.emplace_back(text);
+  else
+    NotifyMonitorWindow(text);
 }
 
-HeldErrorText::~HeldErrorText() { held_text = nullptr; }
+HeldFailureTexts::HeldFailureTexts() { held = this; }
 
-void HeldErrorText::Publish() {
-  if (held_text && held_text[0] != '\0') Store(held_text);
-  held_text = nullptr;
+HeldFailureTexts::~HeldFailureTexts() { held = nullptr; }
+
+void HeldFailureTexts::Publish() {
+  held = nullptr;
+  for (const std::string& text : announced_) NotifyMonitorWindow(text.c_str());
+  if (text_[0] != '\0') Store(text_);
 }
 
 }  // namespace scadastore

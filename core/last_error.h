@@ -1,5 +1,9 @@
-// The process-wide text of the last failure, read through dbGetLastError.
+// The process-wide text of the last failure, read through dbGetLastError,
+// and the announcements of driver failures to the monitor.
 #pragma once
+
+#include <string>
+#include <vector>
 
 namespace scadastore {
 
@@ -15,16 +19,26 @@ const char* LastErrorCopy();
 void SetCodedError(const char* family, int number, int serial, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 
-// While one lives, the texts its thread writes are held back: the last one
-// reaches the process-wide text only through Publish(), so a call that fails
-// on a first try and succeeds on the next leaves no text behind.
-class HeldErrorText {
+// Sends a driver failure's text to the monitor, or holds it back while a
+// HeldFailureTexts lives on the calling thread.
+void AnnounceFailure(const char* text);
+
+// While one lives, the texts its thread writes and announces are held back:
+// Publish() writes the last one to the process-wide text and sends the
+// announcements, so an attempt that is tried again leaves no trace.
+class HeldFailureTexts {
  public:
-  HeldErrorText();
-  ~HeldErrorText();
-  HeldErrorText(const HeldErrorText&) = delete;
-  HeldErrorText& operator=(const HeldErrorText&) = delete;
+  HeldFailureTexts();
+  ~HeldFailureTexts();
+  HeldFailureTexts(const HeldFailureTexts&) = delete;
+  HeldFailureTexts& operator=(const HeldFailureTexts&) = delete;
   void Publish();
+
+ private:
+  friend void SetCodedError(const char*, int, int, const char*, ...);
+  friend void AnnounceFailure(const char*);
+  char text_[kLastErrorSize] = {};
+  std::vector<std::string> announced_;
 };
 
 }  // namespace scadastore

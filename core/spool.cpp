@@ -209,9 +209,11 @@ std::vector<Spool::Pending> Spool::NextBatch(size_t count) {
 }
 
 void Spool::Forward(std::chrono::milliseconds slice) {
+  // With nothing waiting, as on every call to a healthy database, one atomic read.
+  if (!Holds()) return;
   std::unique_lock<std::mutex> forwarding(forwarding_, std::try_to_lock);
   const auto now = std::chrono::steady_clock::now();
-  if (!forwarding.owns_lock() || !Holds() || now < retry_after_) return;
+  if (!forwarding.owns_lock() || now < retry_after_) return;
   const auto deadline = now + slice;
   DbConnection db;
   uint64_t stored = 0;

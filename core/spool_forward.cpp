@@ -1,5 +1,6 @@
 #include "core/spool_forward.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 
@@ -16,11 +17,34 @@ namespace scadastore {
 namespace {
 
 constexpr const char* kSequenceTable = "scadastore_spool";
-constexpr uint32_t kMergedRecords = 1000;
+constexpr uint32_t kRowsPerStatement = 1000;
 
-bool Mergeable(const KeptWrite& write) {
-  return (write.family == WriteFamily::kRecord || write.family == WriteFamily::kBatch) &&
-         write.sentCount == 0;
+bool IsRecord(WriteFamily family) {
+  return family == WriteFamily::kRecord || family == WriteFamily::kBatch;
+}
+
+// Writes whose records can travel together in one multi-row insert.
+bool Mergeable(const KeptWrite& first, const KeptWrite& next) {
+  return first.sentCount == 0 && next.sentCount == 0 &&
+         IsRecord(first.family) == IsRecord(next.family) && first.table == next.table &&
+         first.recordSize == next.recordSize;
+}
+
+// Each table's writes in their order, the tables in the order they first
+// appear: rows keep their order per table, and writes of one table lie side
+// by side to travel as one multi-row insert.
+std::vector<const KeptWrite*> GroupedByTable(const std::vector<const KeptWrite*>& writes) {
+  std::vector<std::string> names;
+  std::map<std::string, std::vector<const KeptWrite*>> byName;
+  for (const KeptWrite* write : writes) {
+    std::vector<const KeptWrite*>& group = byName[write->TableName()];
+    if (group.empty()) names.push_back(write->TableName());
+    group.push_back(write);
+  }
+  std::vector<const KeptWrite*> grouped;
+  for (const std::string& name : names)
+    grouped.insert(grouped.end(), byName[name].begin(), byName[name].end());
+  return grouped;
 }
 
 // A kept write's table and its statements.
@@ -33,9 +57,7 @@ class Target {
       layout_ = record::DescribeTable(*reinterpret_cast<const DataTableInfo*>(info_.data()));
     }
   }
-  bool IsRecord() const {
-    return write_.family == WriteFamily::kRecord || write_.family == WriteFamily::kBatch;
-  }
+  bool IsRecord() const { return scadastore::IsRecord(write_.family); }
   std::string Name() const { return IsRecord() ? layout_.name : write_.TableName(); }
   const unsigned char* Record(uint32_t k) const {
     return reinterpret_cast<const unsigned char*>(write_.records.data()) +
@@ -48,14 +70,31 @@ class Target {
       default: return record::InsertStatement(kind, layout_, record, write_.recordSize, id);
     }
   }
-  // The records from `first` on under the ids from `firstId`.
+  Statement Batch(DbKind kind, uint32_t firstId, const void* records, uint32_t count) const {
+    switch (write_.family) {
+      case WriteFamily::kAlarm:
+        return alarm::BatchInsertStatement(kind, write_.table.c_str(), firstId, records, count);
+      case WriteFamily::kLog:
+        return log::BatchInsertStatement(kind, write_.table.c_str(), firstId, records, count);
+      default:
+        return record::BatchStatement(kind, layout_, records, count * write_.recordSize, firstId);
+    }
+  }
+  // The records from `first` on under the ids from `firstId`: multi-row
+  // inserts where the kind has them, each within the texts a statement binds.
   std::vector<Statement> Inserts(DbKind kind, uint32_t first, uint32_t firstId) const {
     const uint32_t count = write_.RecordCount();
-    if (write_.family == WriteFamily::kBatch && first < count)
-      return {record::BatchStatement(kind, layout_, Record(first),
-                                     (count - first) * write_.recordSize, firstId)};
+    const bool multiRow = record::AllowsBatches(kind) && (IsRecord() || kind != 4);
+    const size_t texts = first < count ? Insert(kind, firstId, Record(first)).texts.size() : 0;
+    const auto rowsEach = static_cast<uint32_t>(
+        multiRow ? std::min<size_t>(kRowsPerStatement, record::kBatchTextLimit / std::max<size_t>(texts, 1))
+                 : 1);
     std::vector<Statement> inserts;
-    for (uint32_t k = first; k < count; ++k) inserts.push_back(Insert(kind, firstId++, Record(k)));
+    for (uint32_t k = first; k < count; k += rowsEach) {
+      const uint32_t rows = std::min(rowsEach, count - k);
+      const uint32_t id = firstId + (k - first);
+      inserts.push_back(rows == 1 ? Insert(kind, id, Record(k)) : Batch(kind, id, Record(k), rows));
+    }
     return inserts;
   }
   // The row stored under `id` reads back as `record` would be written.
@@ -128,17 +167,15 @@ ForwardOutcome ForwardWrites(DbConnection& db, const std::string& spoolId, uint6
   reason.clear();
   if (!db.SetAutocommit(false)) return Failed(db, reason);
   std::map<std::string, uint32_t> nextIds;
-  for (size_t i = 0; i < writes.size();) {
-    // Samples kept one by one travel as one multi-row insert.
+  const std::vector<const KeptWrite*> grouped = GroupedByTable(writes);
+  for (size_t i = 0; i < grouped.size();) {
+    // Writes of one table kept one by one are stored together.
     KeptWrite merged;
-    const KeptWrite* write = writes[i++];
-    if (Mergeable(*write) && record::AllowsBatches(db.kind())) {
+    const KeptWrite* write = grouped[i++];
+    if (i < grouped.size() && Mergeable(*write, *grouped[i])) {
       merged = *write;
-      merged.family = WriteFamily::kBatch;
-      for (; i < writes.size() && Mergeable(*writes[i]) && writes[i]->table == write->table &&
-             writes[i]->recordSize == write->recordSize && merged.RecordCount() < kMergedRecords;
-           ++i)
-        merged.records += writes[i]->records;
+      for (; i < grouped.size() && Mergeable(*write, *grouped[i]); ++i)
+        merged.records += grouped[i]->records;
       write = &merged;
     }
     const Target target(*write);

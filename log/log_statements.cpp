@@ -27,15 +27,22 @@ Statement TimeRangeStatement(DbKind kind, const char* table, uint32_t startTime,
                          table, startTime, endTime);
 }
 
-Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record) {
-  const SqlDialect dialect = DialectOf(kind);
-  LogRecord entry;
-  std::memcpy(&entry, record, sizeof entry);
-  Statement insert = FormatStatement(
+namespace {
+
+Statement InsertHead(SqlDialect dialect, const char* table) {
+  return FormatStatement(
       dialect, kInsertBufferSize,
       "insert into `%s` (`id`, `logtime`, `millisecond`, `logtype`, `source`, `loginfo`, "
-      "`operator`, `monitor`, `logverify`, `ip`, `ackinfo`, `batch`) values(%u, %u, %u, %u, ",
-      table, id, entry.logtime, entry.millisecond, entry.logtype);
+      "`operator`, `monitor`, `logverify`, `ip`, `ackinfo`, `batch`) values",
+      table);
+}
+
+// "(id, ...)": the values of one entry.
+Statement InsertRow(SqlDialect dialect, uint32_t id, const void* record) {
+  LogRecord entry;
+  std::memcpy(&entry, record, sizeof entry);
+  Statement row = FormatStatement(dialect, kInsertBufferSize, "(%u, %u, %u, %u, ", id,
+                                  entry.logtime, entry.millisecond, entry.logtype);
   const std::string_view texts[] = {
       FieldText(entry.source, sizeof entry.source),       FieldText(entry.loginfo, sizeof entry.loginfo),
       FieldText(entry.operator_, sizeof entry.operator_), FieldText(entry.monitor, sizeof entry.monitor),
@@ -43,11 +50,28 @@ Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const voi
       FieldText(entry.batch, sizeof entry.batch)};
   for (size_t i = 0; i < std::size(texts); ++i) {
     // The ip stands between logverify and ackinfo.
-    if (i == 5) insert += FormatStatement(dialect, kInsertBufferSize, "%u, ", entry.ip);
-    insert.AppendText(texts[i]);
-    insert += {i + 1 < std::size(texts) ? ", " : ")"};
+    if (i == 5) row += FormatStatement(dialect, kInsertBufferSize, "%u, ", entry.ip);
+    row.AppendText(texts[i]);
+    row += {i + 1 < std::size(texts) ? ", " : ")"};
   }
+  return row;
+}
+
+}  // namespace
+
+Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record) {
+  Statement insert = InsertHead(DialectOf(kind), table);
+  insert += InsertRow(DialectOf(kind), id, record);
   return insert.Bound(kInsertBufferSize);
+}
+
+Statement BatchInsertStatement(DbKind kind, const char* table, uint32_t firstId,
+                               const void* records, uint32_t count) {
+  return MultiRowInsert(InsertHead(DialectOf(kind), table), kInsertBufferSize, count,
+                        [&](uint32_t i) {
+                          return InsertRow(DialectOf(kind), firstId + i,
+                                           static_cast<const char*>(records) + i * sizeof(LogRecord));
+                        });
 }
 
 }  // namespace scadastore::log

@@ -12,10 +12,11 @@ SCADASTORE_BUILD_PACKAGES=(g++ make cmake unixodbc unixodbc-dev libsqliteodbc
   libcli11-dev libfmt-dev nlohmann-json3-dev)
 # The tests: the servers and their drivers, GoogleTest, Google Benchmark (its
 # SQLite baseline), pkg-config and dpkg-dev for the install and package checks,
-# and headless Chromium, which renders the HTML report.
+# headless Chromium, which renders the HTML report, and jq, which reads the
+# tool's JSON in the spool test.
 SCADASTORE_TEST_PACKAGES=("${SCADASTORE_BUILD_PACKAGES[@]}" odbc-postgresql odbc-mariadb
   postgresql mariadb-server mariadb-client libgtest-dev libbenchmark-dev sqlite3
-  libsqlite3-dev procps pkgconf dpkg-dev locales chromium galera-4 rsync)
+  libsqlite3-dev procps pkgconf dpkg-dev locales chromium galera-4 rsync jq)
 # The Windows builds and their tests under Wine (64-bit Wine only: no i386
 # packages; mmdebstrap and zstd make and keep the root of the 32-bit tests),
 # GoogleTest's source and the zh_CN.GBK locale's sources.

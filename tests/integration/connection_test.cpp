@@ -1,12 +1,9 @@
-// The connection core against every database: cursor rules, readers, Execute
-// answers, table lookup and removal.
+// The connection core against every database: refused ODBC calls, logins,
+// schemas and the texts a driver hands out.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -14,7 +11,6 @@
 #include "core/odbc_api.h"
 #include "core/sql_text.h"
 #include "support/databases.h"
-#include "support/silent_server.h"
 
 namespace scadastore::testing {
 namespace {
@@ -31,47 +27,18 @@ class ConnectionTest : public DatabaseTest {
     return FormatStatement(db.dialect(), 1024, backtickTemplate, table.c_str()).text;
   }
 
-  // A table (id integer, name varchar(300), amount float) with rows 1..`rows`:
-  // row 1 holds a 300-character name, row 2 NULLs, row 3 a name that is no number.
+  // A table of one text column holding `rows` rows.
   std::string MakeTable(int rows) {
     std::string table = DropAtEnd(UniqueTableName("conn"));
-    EXPECT_EQ(db.Execute(Sql("create table `%s` (`id` integer, `name` varchar(300), "
-                             "`amount` float)", table).c_str()), 1) << db.ErrorText();
-    const std::string values[] = {"1, '" + std::string(300, 'x') + "', 1.5", "2, NULL, NULL",
-                                  "3, 'abc', 3.5"};
+    EXPECT_EQ(db.Execute(Sql("create table `%s` (`name` varchar(300))", table).c_str()), 1)
+        << db.ErrorText();
     for (int i = 0; i < rows; ++i)
-      EXPECT_EQ(db.Execute((Sql("insert into `%s` values (", table) + values[i] + ")").c_str()), 1)
-          << db.ErrorText();
+      EXPECT_EQ(db.Execute(Sql("insert into `%s` values ('x')", table).c_str()), 1);
     return table;
   }
 
-
   DbConnection db{GetParam().kind};
 };
-
-// Lookup is exact; removal reports the statement's error; dbInitialize
-// never writes the last error.
-TEST_P(ConnectionTest, TableLookupRemovalAndTheLastError) {
-  std::string table = MakeTable(0);
-  EXPECT_EQ(dbIsTableExist(Token(), table.c_str()), 1);
-  std::string upper = table;
-  for (char& c : upper) c = static_cast<char>(std::toupper(c));
-  EXPECT_EQ(dbIsTableExist(Token(), upper.c_str()), 0);
-
-  db.Close();
-  EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), nullptr, 0), 0);
-  EXPECT_EQ(dbIsTableExist(Token(), table.c_str()), 0);
-  char error[256] = "untouched";
-  EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), error, 0), 1);
-  EXPECT_STREQ(error, "untouched");
-  EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), nullptr, 100), 1);
-  EXPECT_EQ(dbRemoveTable(Token(), table.c_str(), error, sizeof error), 1);
-  EXPECT_EQ(std::string(error).rfind("ret: -1, msg: ", 0), 0u) << error;
-
-  const std::string before = dbGetLastError();
-  EXPECT_EQ(dbInitialize(GetParam().Config().c_str()), 0);
-  EXPECT_EQ(before, dbGetLastError());
-}
 
 SQLRETURN SQL_API RefuseAllocation(SQLSMALLINT, SQLHANDLE, SQLHANDLE* handle) {
   *handle = SQL_NULL_HANDLE;
@@ -83,7 +50,7 @@ SQLRETURN SQL_API RefuseAttribute(SQLHSTMT, SQLINTEGER, SQLPOINTER, SQLINTEGER) 
 
 TEST_P(ConnectionTest, RefusedOdbcCallsFailTheirOperation) {
   std::string table = MakeTable(1);
-  std::string select = Sql("select `id` from `%s`", table);
+  std::string select = Sql("select `name` from `%s`", table);
   {
     OdbcOverride fault;
     fault->SetStmtAttr = RefuseAttribute;
@@ -96,9 +63,6 @@ TEST_P(ConnectionTest, RefusedOdbcCallsFailTheirOperation) {
   }
   EXPECT_EQ(db.OpenQuery(select.c_str()), 1) << "the table is restored";
   EXPECT_EQ(db.CountRows(), 1u);
-  uint32_t id = 0;
-  EXPECT_EQ(db.GetInteger(2, &id, 4), 0);  // never asked of the driver, which may crash
-  EXPECT_STREQ(db.ErrorText(), "column 2 is not in the result (1 columns)");
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, ConnectionTest, ::testing::ValuesIn(Databases({1, 4, 6})),
@@ -134,13 +98,6 @@ TEST_P(ServerConnectionTest, LoginsAreReadExactly) {
     const std::string drop = kind() == 2 ? "drop user " + mariadbUser : "drop role \"" + user + "\"";
     EXPECT_EQ(db.Execute(drop.c_str()), 1) << db.ErrorText();
   }
-  // Later calls use stored (wrong) settings and fail at their connect step.
-  const std::string user =
-      config.substr(dsn.size() + 1, config.find(';', dsn.size() + 1) - dsn.size() - 1);
-  EXPECT_EQ(dbInitialize((dsn + ";" + user + ";wrong-password;" + std::to_string(kind())).c_str()),
-            1u);
-  EXPECT_EQ(dbIsTableExist(Token(), "anything"), 0);
-  EXPECT_EQ(dbInitialize(config.c_str()), 0u);
 }
 
 TEST_P(ServerConnectionTest, TableInAnotherSchemaIsFound) {
@@ -156,7 +113,7 @@ TEST_P(ServerConnectionTest, TableInAnotherSchemaIsFound) {
 TEST_P(ServerConnectionTest, Utf8TextArrivesInTheProcessCharacterSet) {
   std::string table = MakeTable(0);
   const std::string text = "caf\xC3\xA9 \xE4\xB8\xAD\xE6\x96\x87";  // café 中文
-  ASSERT_EQ(db.Execute((Sql("insert into `%s` values (1, '", table) + text + "', 0)").c_str()), 1)
+  ASSERT_EQ(db.Execute((Sql("insert into `%s` values ('", table) + text + "')").c_str()), 1)
       << db.ErrorText();
   ASSERT_EQ(db.OpenQuery(Sql("select `name` from `%s`", table).c_str()), 1);
   ASSERT_EQ(db.MoveToFirstRow(), 1);
@@ -167,28 +124,6 @@ TEST_P(ServerConnectionTest, Utf8TextArrivesInTheProcessCharacterSet) {
   ASSERT_EQ(db.MoveFirst(), 1);
   EXPECT_EQ(db.GetString(1, cut, sizeof cut), 1);
   EXPECT_EQ(std::string(cut), kind() == 2 ? "caf\xC3\xA9 " : std::string(text, 0, 7));
-}
-
-TEST_P(ServerConnectionTest, UnansweredLoginGivesUp) {
-  const bool postgres = kind() == 5;
-  const char* port = std::getenv(postgres ? "SCADASTORE_TEST_BLACKHOLE_PORT"
-                                          : "SCADASTORE_TEST_MARIA_BLACKHOLE_PORT");
-  if (port == nullptr) GTEST_SKIP() << "no silent-server data source is declared";
-  SilentServer server(std::atoi(port));
-  ASSERT_TRUE(server.listening());
-  auto start = std::chrono::steady_clock::now();
-  std::string config = std::string(postgres ? "scadastore_blackhole" : "scadastore_maria_blackhole") +
-                       ";nobody;nothing;" + std::to_string(kind());
-  EXPECT_EQ(dbInitialize(config.c_str()), 1u);
-  double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  // PostgreSQL honours the 7-second login time-out; MariaDB's driver needs the
-  // data source's own CONN_TIMEOUT.
-  EXPECT_LT(seconds, 15.0);
-  if (postgres) {
-    EXPECT_GE(seconds, 6.0);
-  }
-  EXPECT_EQ(dbInitialize(GetParam().Config().c_str()), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, ServerConnectionTest, ::testing::ValuesIn(Databases({})),

@@ -91,7 +91,7 @@ void ExpectFailurePaths(const std::vector<FaultCase>& cases) {
 
 class FailurePathTest : public DatabaseTest {};
 
-TEST_P(FailurePathTest, AlarmsAndLogs) {
+TEST_P(FailurePathTest, EveryExport) {
   const std::string alarms = DropAtEnd(UniqueTableName("alm_fault")),
                     logs = DropAtEnd(UniqueTableName("log_fault"));
   ASSERT_EQ(almEnsureTableExist(Token(), alarms.c_str()), 0u);
@@ -104,22 +104,6 @@ TEST_P(FailurePathTest, AlarmsAndLogs) {
   AlarmQuery query{0, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0};
   AlarmRecord* alarmBlock = nullptr;
   LogRecord* logBlock = nullptr;
-  uint32_t size = 0;
-  ExpectFailurePaths({
-      {"almGetLastID", 1, [&] { return almGetLastID(Token(), alarms.c_str()); }, 0,
-       "[alm704] failed to get field 1"},
-      {"almGetAlarmByQuery", 0,
-       [&] { return almGetAlarmByQuery(Token(), alarms.c_str(), &query, &alarmBlock, &size); }, 1,
-       "[alm304] failed to alloc memory"},
-      {"logGetLastID", 1, [&] { return logGetLastID(Token(), logs.c_str()); }, 0,
-       "[log504] failed to get field 1"},
-      {"logGetLogByTime", 0,
-       [&] { return logGetLogByTime(Token(), logs.c_str(), 0, 200, &logBlock, &size); }, 1,
-       "[log304] failed to alloc memory"},
-  });
-}
-
-TEST_P(FailurePathTest, Records) {
   // Result columns: id, time, ms, modify, then a (5), b (6) and c (7).
   DataTable data(DropAtEnd(UniqueTableName("rcd_fault")), {{"a", 3}, {"b", 4}, {"c", 12}});
   const DataTableInfo* table = data.info();
@@ -136,6 +120,16 @@ TEST_P(FailurePathTest, Records) {
   uint32_t* offsets = nullptr;
   char* text = nullptr;
   std::vector<FaultCase> cases = {
+      {"almGetLastID", 1, [&] { return almGetLastID(Token(), alarms.c_str()); }, 0,
+       "[alm704] failed to get field 1"},
+      {"almGetAlarmByQuery", 0,
+       [&] { return almGetAlarmByQuery(Token(), alarms.c_str(), &query, &alarmBlock, &size); }, 1,
+       "[alm304] failed to alloc memory"},
+      {"logGetLastID", 1, [&] { return logGetLastID(Token(), logs.c_str()); }, 0,
+       "[log504] failed to get field 1"},
+      {"logGetLogByTime", 0,
+       [&] { return logGetLogByTime(Token(), logs.c_str(), 0, 200, &logBlock, &size); }, 1,
+       "[log304] failed to alloc memory"},
       {"sgSetRecord", 1, [&] { return sgSetRecord(Token(), table, records.record(0), data.recordSize()); },
        1, "[rcd105] failed to get field 1"},
       {"sgGetAllRecordOfInterval", 6,

@@ -81,8 +81,15 @@ for point in $(seq 1 12); do
   first=$((first + 100000))
 done
 echo "kill -9: 12 points, $(wc -l <"$work/k.notes") acknowledged"
+halt   # and a write kept for a table that never comes, set aside when forwarded
+"$host" write "$spooled" g 3 0 1 /dev/null >/dev/null 2>&1
+resume || exit 1
 drain "$spooled"
 check "kill -9" k "$work/k.notes"
+"$tool" --config "$spooled" --format json spool status >"$work/aside.json"
+jq -e '.waiting == [] and (.set_aside[0].reason | startswith("refused: ") and endswith("table g_a)"))' \
+  "$work/aside.json" >/dev/null \
+  || { echo "FAILED: spool status of a set-aside write"; cat "$work/aside.json"; failures=$((failures + 1)); }
 
 # --- a spool on a small file system fills while the server is away -------------
 mkdir -p "$work/full"

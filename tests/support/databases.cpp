@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 
@@ -48,9 +47,31 @@ std::string DropTimeIndexSql(int kind, const std::string& table) {
   return ::testing::AssertionFailure() << "result " << result << ", error text \"" << last << '"';
 }
 
-bool AllBytesAre(unsigned char value, const void* bytes, size_t size) {
-  const auto* byte = static_cast<const unsigned char*>(bytes);
-  return std::all_of(byte, byte + size, [=](unsigned char b) { return b == value; });
+TextTable::~TextTable() {
+  if (text != kUntouched && text != nullptr) FreeResultBlock(offsets);
+  if (text != kUntouched) FreeResultBlock(text);
+}
+
+uint32_t TextTable::Query(const std::string& sql, const char* timeColumns, const char* table) {
+  return sgGetRecordBySQL(Token(), table, sql.c_str(), timeColumns, &rowCount, &fieldCount,
+                          &offsets, &text, &textLength);
+}
+
+Cells TextTable::Row(uint32_t row) const {
+  Cells cells;
+  for (uint32_t f = 0; f < fieldCount; ++f) cells.push_back(text + offsets[row * fieldCount + f]);
+  return cells;
+}
+
+std::vector<Cells> SelectTexts(const std::string& sql) {
+  TextTable out;
+  std::vector<Cells> rows;
+  if (out.Query(sql) != 0) {
+    ADD_FAILURE() << dbGetLastError();
+    return rows;
+  }
+  for (uint32_t r = 1; out.text != nullptr && r <= out.rowCount; ++r) rows.push_back(out.Row(r));
+  return rows;
 }
 
 void DatabaseTest::SetUp() {

@@ -41,7 +41,24 @@ inline std::string LastError() { return dbGetLastError(); }
 // A failed call: `failure` as its result and an error text starting with `start`.
 ::testing::AssertionResult Refused(uint32_t result, uint32_t failure, const std::string& start);
 
-bool AllBytesAre(unsigned char value, const void* bytes, size_t size);
+using Cells = std::vector<std::string>;
+
+// The outputs of one sgGetRecordBySQL call, preset to values it must overwrite.
+struct TextTable {
+  static inline char* const kUntouched = reinterpret_cast<char*>(0x10);
+  uint32_t rowCount = 99, fieldCount = 99, textLength = 99;
+  uint32_t* offsets = reinterpret_cast<uint32_t*>(kUntouched);
+  char* text = kUntouched;
+
+  ~TextTable();
+  // `sql` run with "-" as its table unless given.
+  uint32_t Query(const std::string& sql, const char* timeColumns = nullptr,
+                 const char* table = "-");
+  Cells Row(uint32_t row) const;
+};
+
+// The rows of a select read through sgGetRecordBySQL, its header row left out.
+std::vector<Cells> SelectTexts(const std::string& sql);
 
 // Connects the library to the test's database; skips the test when the
 // database is not configured (fails instead under CI=true). Drops the tables

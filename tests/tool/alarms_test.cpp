@@ -1,4 +1,4 @@
-// alarms: add, query, confirm, recover and count through the tool.
+// alarms and logs: add, query, confirm, recover and count through the tool.
 #include "tool_runner.h"
 
 namespace scadastore::tooltest {
@@ -70,6 +70,31 @@ TEST_F(Alarms, QueryOptionsSelectTheMatchingAlarms) {
   ToolRun missing = Run({"alarms", "nothing_here"});
   EXPECT_EQ(missing.status, 1);
   EXPECT_TRUE(Contains(missing.err, "[alm303] failed to open table"));
+}
+
+// Every field in the order of the record; [--from, --to) as for alarms.
+TEST_F(ToolTest, LogsReadBackInTheirRangeAndCount) {
+  Ok({"ensure", "log", "journal"});
+  EXPECT_EQ(Ok({"logs", "add", "journal", "--type", "2", "--source", "console", "--info",
+                "pump 3, it's started", "--operator", "anna", "--time", "2024-05-01 10:00:00",
+                "--ms", "250"}),
+            "1\n");
+  EXPECT_EQ(Ok({"log", "journal", "--type", "1", "--source", "system", "--info", "shift change",
+                "--time", "1714561200"}),
+            "2\n");
+  EXPECT_EQ(Ok({"logs", "journal", "--format", "csv"}),
+            "id,time,ms,type,source,info,operator,monitor,verify,ip,ackinfo,batch\n"
+            "1,2024-05-01 10:00:00,250,2,console,\"pump 3, it's started\",anna,,,0,,\n"
+            "2,2024-05-01 11:00:00,0,1,system,shift change,,,,0,,\n");
+  nlohmann::json first = Json({"logs", "journal", "--from", "2024-05-01 09:00", "--to",
+                               "2024-05-01 11:00"});
+  ASSERT_EQ(first.size(), 1u);
+  EXPECT_EQ(first[0]["id"], 1);
+  EXPECT_EQ(Ok({"logs", "count", "journal"}), "2\n");
+  EXPECT_EQ(Run({"logs", "journal", "--from", "2024-05-01 11:00", "--to", "2024-05-01"}).status, 2);
+  ToolRun missing = Run({"logs", "count", "nothing_here"});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_TRUE(Contains(missing.err, "nothing_here does not exist"));
 }
 
 }  // namespace

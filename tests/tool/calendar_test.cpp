@@ -109,13 +109,9 @@ INSTANTIATE_ON_EACH_DATABASE(Calendar);
 // stats --stat twa|integral on irregular samples with gaps across the day the
 // clocks go back, on SQLite, PostgreSQL and MariaDB, against the step
 // integral computed here sample by sample.
-class TimeWeighted : public ToolTest, public ::testing::WithParamInterface<int> {};
+class TimeWeighted : public EachDatabase {};
 
 TEST_P(TimeWeighted, StepIntegralPerLocalHour) {
-  ToolTest::SetUp();
-  if (GetParam() == 1 && !UsePostgres()) GTEST_SKIP() << "no PostgreSQL test server";
-  if (GetParam() == 2 && !UseServer("SCADASTORE_TEST_MARIADB", 2))
-    GTEST_SKIP() << "no MariaDB test server";
   // 2024-10-27 in Berlin runs from 22:00 UTC the day before, for 25 hours.
   constexpr double kDay = 1729980000;
   std::string csv = "time,ms,v\n";
@@ -158,12 +154,16 @@ TEST_P(TimeWeighted, StepIntegralPerLocalHour) {
     EXPECT_NEAR(twa[h]["v"].get<double>(), sum / 3600, 1e-9 * std::abs(sum / 3600)) << h;
   }
   EXPECT_GT(emptyHours, 2);  // hours without a sample of their own were among them
+
+  // A sample holding whole hours: every bit of value x 3600.
+  WriteFile("exact.csv", fmt::format("time,v\n1730156400,{:.17g}\n", 0.1 + 0.2));
+  Ok({"records", "import", "weighted", Path("exact.csv")});
+  EXPECT_EQ(Json({"--tz", "Europe/Berlin", "stats", "weighted", "--day", "2024-10-29", "--stat",
+                  "integral"})[1]["v"].get<double>(),
+            (0.1 + 0.2) * 3600);
 }
 
-std::string DatabaseName(const ::testing::TestParamInfo<int>& info) {
-  return info.param == 0 ? "sqlite" : info.param == 1 ? "postgres" : "mariadb";
-}
-INSTANTIATE_TEST_SUITE_P(Databases, TimeWeighted, ::testing::Values(0, 1, 2), DatabaseName);
+INSTANTIATE_ON_EACH_DATABASE(TimeWeighted);
 
 }  // namespace
 }  // namespace scadastore::tooltest

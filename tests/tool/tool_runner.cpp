@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,10 +9,8 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <utility>
 
 namespace scadastore::tooltest {
-namespace {
 
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path);
@@ -21,8 +18,6 @@ std::string ReadFile(const std::string& path) {
   text << in.rdbuf();
   return text.str();
 }
-
-}  // namespace
 
 void ToolTest::SetUp() {
   char pattern[] = "/tmp/scadastore-tool-test-XXXXXX";
@@ -34,19 +29,24 @@ void ToolTest::SetUp() {
 
 void ToolTest::TearDown() { std::filesystem::remove_all(dir_); }
 
-bool ToolTest::UseServer(const char* variable, int kind) {
-  const char* settings = std::getenv(variable);
+bool ToolTest::Use(Database database) {
+  if (database == Database::Sqlite) return true;
+  const bool postgres = database == Database::Postgres;
+  const char* settings = std::getenv(postgres ? "SCADASTORE_TEST_POSTGRES" : "SCADASTORE_TEST_MARIADB");
   if (settings == nullptr || *settings == '\0') return false;
-  database_ = {"--config", std::string(settings) + ";" + std::to_string(kind)};
+  database_ = {"--config", std::string(settings) + (postgres ? ";5" : ";2")};
+  database_kind_ = database;
   return true;
 }
 
-bool ToolTest::UsePostgres() { return UseServer("SCADASTORE_TEST_POSTGRES", 5); }
+std::string DatabaseName(const ::testing::TestParamInfo<Database>& info) {
+  return info.param == Database::Sqlite ? "sqlite" : info.param == Database::Postgres ? "postgres" : "mariadb";
+}
 
-pid_t ToolTest::Start(const std::vector<std::string>& args, const std::string& name) {
-  std::vector<std::string> all = database_;
-  all.insert(all.end(), args.begin(), args.end());
-  std::vector<char*> argv = {const_cast<char*>(SCADASTORE_TOOL)};
+pid_t ToolTest::Start(const std::string& program, const std::vector<std::string>& args,
+                      const std::string& name) {
+  std::vector<std::string> all = args;
+  std::vector<char*> argv = {const_cast<char*>(program.c_str())};
   for (std::string& arg : all) argv.push_back(arg.data());
   argv.push_back(nullptr);
   posix_spawn_file_actions_t files;
@@ -55,31 +55,32 @@ pid_t ToolTest::Start(const std::vector<std::string>& args, const std::string& n
   posix_spawn_file_actions_addopen(&files, 1, Path(name + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   posix_spawn_file_actions_addopen(&files, 2, Path(name + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   pid_t pid = -1;
-  EXPECT_EQ(posix_spawn(&pid, SCADASTORE_TOOL, &files, nullptr, argv.data(), environ), 0);
+  EXPECT_EQ(posix_spawnp(&pid, program.c_str(), &files, nullptr, argv.data(), environ), 0) << program;
   posix_spawn_file_actions_destroy(&files);
   return pid;
 }
 
+pid_t ToolTest::StartTool(const std::vector<std::string>& args, const std::string& name) {
+  std::vector<std::string> all = database_;
+  all.insert(all.end(), args.begin(), args.end());
+  return Start(SCADASTORE_TOOL, all, name);
+}
+
 ToolRun ToolTest::Wait(pid_t pid, const std::string& name) {
   int status = 0;
-  rusage usage{};
-  EXPECT_EQ(wait4(pid, &status, 0, &usage), pid);
+  EXPECT_EQ(waitpid(pid, &status, 0), pid);
   ToolRun run;
   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   run.out = ReadFile(Path(name + ".out"));
   run.err = ReadFile(Path(name + ".err"));
-  run.peakKilobytes = usage.ru_maxrss;
   return run;
 }
 
 ToolRun ToolTest::RunBare(const std::vector<std::string>& args) {
-  std::vector<std::string> saved = std::exchange(database_, {});
-  pid_t pid = Start(args);
-  database_ = saved;
-  return Wait(pid);
+  return Wait(Start(SCADASTORE_TOOL, args));
 }
 
-ToolRun ToolTest::Run(const std::vector<std::string>& args) { return Wait(Start(args)); }
+ToolRun ToolTest::Run(const std::vector<std::string>& args) { return Wait(StartTool(args, "run")); }
 
 std::string ToolTest::Ok(const std::vector<std::string>& args) {
   ToolRun run = Run(args);
@@ -108,18 +109,6 @@ void ToolTest::FreshTable(const std::string& kind, const std::string& table,
 
 void ToolTest::WriteFile(const std::string& name, const std::string& text) const {
   std::ofstream(Path(name)) << text;
-}
-
-std::vector<std::vector<std::string>> SplitCsv(const std::string& text) {
-  std::vector<std::vector<std::string>> rows;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    rows.emplace_back();
-    std::istringstream fields(line);
-    for (std::string field; std::getline(fields, field, ',');) rows.back().push_back(field);
-    if (!line.empty() && line.back() == ',') rows.back().push_back("");
-  }
-  return rows;
 }
 
 }  // namespace scadastore::tooltest

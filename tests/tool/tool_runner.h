@@ -1,4 +1,4 @@
-// Runs the scadastore tool against a SQLite file of the test's own.
+// Runs the scadastore tool against a SQLite file of the test's own, or a test server.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,11 +11,12 @@
 
 namespace scadastore::tooltest {
 
+enum class Database { Sqlite, Postgres, Mariadb };
+
 struct ToolRun {
   int status = -1;  // exit status; 128 + the signal when one ended it
   std::string out;
   std::string err;
-  long peakKilobytes = 0;  // the tool's peak resident memory
 };
 
 class ToolTest : public ::testing::Test {
@@ -23,20 +24,21 @@ class ToolTest : public ::testing::Test {
   void SetUp() override;
   void TearDown() override;
 
-  // Further runs go to the PostgreSQL test server (kind 5); false, with the
-  // test skipped, when none is configured.
-  bool UsePostgres();
-  // Runs go to the server of the settings in `variable`, under `kind`.
-  bool UseServer(const char* variable, int kind);
-  bool postgres() const { return database_[0] == "--config"; }
+  // Further runs go to `database`: false, with nothing changed, when it is
+  // a server that no test settings name.
+  bool Use(Database database);
+  Database database() const { return database_kind_; }
 
   // The tool on the test's database, then `args`.
   ToolRun Run(const std::vector<std::string>& args);
   // The tool with exactly `args`.
   ToolRun RunBare(const std::vector<std::string>& args);
-  // Starts the tool on the test's database with stdout and stderr to the
-  // test's files NAME.out and NAME.err; Wait collects it.
-  pid_t Start(const std::vector<std::string>& args, const std::string& name = "run");
+  // Starts `program` (searched in PATH) with `args`, stdin empty, stdout and
+  // stderr to the test's files NAME.out and NAME.err; Wait collects it.
+  pid_t Start(const std::string& program, const std::vector<std::string>& args,
+              const std::string& name = "run");
+  // Starts the tool on the test's database.
+  pid_t StartTool(const std::vector<std::string>& args, const std::string& name);
   ToolRun Wait(pid_t pid, const std::string& name = "run");
   // Runs with --format json --epoch, expects success and parses the output.
   nlohmann::json Json(std::vector<std::string> args);
@@ -53,21 +55,26 @@ class ToolTest : public ::testing::Test {
  private:
   std::string dir_;
   std::vector<std::string> database_;
+  Database database_kind_ = Database::Sqlite;
 };
 
-// A suite whose tests run on SQLite and again on PostgreSQL, skipped there
-// without a server. A derived SetUp returns early when IsSkipped().
-class EachDatabase : public ToolTest, public ::testing::WithParamInterface<bool> {
+// A suite whose tests run on SQLite, PostgreSQL and MariaDB, skipped on a
+// server that is not configured. A derived SetUp returns early when IsSkipped().
+class EachDatabase : public ToolTest, public ::testing::WithParamInterface<Database> {
  protected:
   void SetUp() override {
     ToolTest::SetUp();
-    if (GetParam() && !UsePostgres()) GTEST_SKIP() << "no PostgreSQL test server";
+    if (!Use(GetParam())) GTEST_SKIP() << "no test server of this kind";
   }
 };
 
-#define INSTANTIATE_ON_EACH_DATABASE(suite)                                         \
-  INSTANTIATE_TEST_SUITE_P(Databases, suite, ::testing::Values(false, true),        \
-                           [](const auto& info) { return info.param ? "postgres" : "sqlite"; })
+std::string DatabaseName(const ::testing::TestParamInfo<Database>& info);
+
+#define INSTANTIATE_ON_EACH_DATABASE(suite)                                              \
+  INSTANTIATE_TEST_SUITE_P(Databases, suite,                                             \
+                           ::testing::Values(Database::Sqlite, Database::Postgres,       \
+                                             Database::Mariadb),                         \
+                           DatabaseName)
 
 // Whether `text` contains `part`; the failure shows the whole text.
 inline ::testing::AssertionResult Contains(const std::string& text, const std::string& part) {
@@ -75,7 +82,6 @@ inline ::testing::AssertionResult Contains(const std::string& text, const std::s
   return ::testing::AssertionFailure() << "'" << part << "' not in:\n" << text;
 }
 
-// Splits CSV output that has no quoted fields into rows of fields.
-std::vector<std::vector<std::string>> SplitCsv(const std::string& text);
+std::string ReadFile(const std::string& path);
 
 }  // namespace scadastore::tooltest

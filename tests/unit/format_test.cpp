@@ -29,11 +29,5 @@ TEST(FormatBounded, FitsCutsAndRefuses) {
   EXPECT_EQ(buffer[0], 'x');
 }
 
-TEST(FormatBounded, NumbersIgnoreTheHostLocale) {
-  char buffer[64];
-  FormatBounded(buffer, sizeof buffer, "%.17g", 0.1);
-  EXPECT_STREQ(buffer, "0.10000000000000001");
-}
-
 }  // namespace
 }  // namespace scadastore

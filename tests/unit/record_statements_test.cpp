@@ -6,8 +6,6 @@
 #include <vector>
 
 #include "core/common_statements.h"
-#include "alarm/alarm_statements.h"
-#include "log/log_statements.h"
 #include "record/record_statements.h"
 #include "support/data_tables.h"
 
@@ -17,23 +15,6 @@ namespace {
 using scadastore::testing::Columns;
 using scadastore::testing::DataTable;
 using scadastore::testing::RecordBuffer;
-
-// New tables hold every record: doubles and unsigned 32-bit numbers on the
-// servers (kinds 2 and 5), texts compared byte for byte under kind 2.
-TEST(RecordStatements, NewTablesHoldTheRecord) {
-  DataTable ab("t", {{"a", 3}, {"b", 4}});
-  const TableLayout t = DescribeTable(*ab.info());
-  EXPECT_EQ(CreateTableStatement(2, t).text,
-            "create table `t` (`id` bigint NOT NULL PRIMARY KEY,`time` bigint,`ms` bigint,"
-            "`modify` bigint,`a` double,`b` integer)ENGINE=InnoDB DEFAULT CHARSET=utf8 "
-            "COLLATE=utf8_nopad_bin");
-  EXPECT_EQ(CreateTableStatement(5, t).text,
-            "create table \"t\" (\"id\" bigint NOT NULL PRIMARY KEY,\"time\" bigint,\"ms\" bigint,"
-            "\"modify\" bigint,\"a\" float,\"b\" integer)");
-  EXPECT_EQ(CreateTableStatement(1, t).text.substr(0, 46), "create table [t] ([id] integer NOT NULL PRIMAR");
-  EXPECT_NE(alarm::CreateTableStatement(2, "a").text.find(", `ip` bigint, "), std::string::npos);
-  EXPECT_NE(log::CreateTableStatement(5, "l").text.find(", \"ip\" bigint, "), std::string::npos);
-}
 
 // Sizes that do not match the description build nothing.
 TEST(RecordStatements, SizesOtherThanTheRecordsBuildNothing) {

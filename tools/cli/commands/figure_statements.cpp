@@ -44,9 +44,49 @@ std::string ExactSqliteFloat(const std::string& column) { return ExactSqliteDoub
 
 double ParseExactFloat(const std::string& text) { return ParseExactDouble(text.c_str()).value_or(0.0); }
 
+namespace {
+
+// SQLite sorts the whole range once per window: instead, each point is one
+// grouped scan, where SQLite takes the id from the row that holds the
+// bucket's single min() or max(), and the picked rows are joined back.
+std::string SqliteM4Statement(DbKind kind, const std::string& table,
+                              const std::vector<std::string>& columns, const Buckets& buckets) {
+  const size_t flags = 2 + 2 * columns.size();  // first, last, then a minimum and maximum per column
+  std::vector<std::string> picks = {"min(at)", "max(at)"};
+  for (const std::string& column : columns)
+    for (const char* extreme : {"min", "max"})
+      picks.push_back(fmt::format("{}({})", extreme, Q(kind, column)));
+  std::string unions;
+  for (size_t p = 0; p < flags; ++p) {
+    std::string marks;
+    for (size_t f = 0; f < flags; ++f) marks += f == p ? ", 1" : ", 0";
+    unions += fmt::format("{}select id{} from (select id, {} from bucketed group by b)",
+                          p == 0 ? "" : " union all ", marks, picks[p]);
+  }
+  std::string names, maxima;
+  for (size_t f = 0; f < flags; ++f) {
+    names += fmt::format(", p{}", f);
+    maxima += fmt::format(", max(picks.p{})", f);
+  }
+  std::string values = EachColumn(columns, [&](size_t c) { return Q(kind, columns[c]); });
+  std::string shown =
+      EachColumn(columns, [&](size_t c) { return ExactSqliteFloat("t." + Q(kind, columns[c])); });
+  return fmt::format(
+      "with bucketed as (select {0} as id, {1} * 1000 + coalesce({2}, 0) as at{3}, {4} as b from "
+      "{5} where {6}), picks(id{7}) as ({8}) select t.{0}, t.{1}, "
+      "t.{2}, t.{9}{10}{11} from picks join {5} t on t.{0} = picks.id group by t.{0} order by "
+      "t.{1}, t.{2}, t.{0}",
+      Q(kind, "id"), Q(kind, "time"), Q(kind, "ms"), values, BucketOf(kind, buckets),
+      Q(kind, table), InRange(kind, buckets.range), names, unions, Q(kind, "modify"), shown,
+      maxima);
+}
+
+}  // namespace
+
 std::string M4Statement(DbKind kind, const std::string& table,
                         const std::vector<std::string>& columns, const Buckets& buckets,
                         bool exactSqlite) {
+  if (exactSqlite) return SqliteM4Statement(kind, table, columns, buckets);
   std::string order = fmt::format("{0}, {1}, {2}", Q(kind, "time"), Q(kind, "ms"), Q(kind, "id"));
   std::string orderDesc =
       fmt::format("{0} desc, {1} desc, {2} desc", Q(kind, "time"), Q(kind, "ms"), Q(kind, "id"));

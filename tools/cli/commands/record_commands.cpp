@@ -54,8 +54,8 @@ void StreamRecords(Context& context, const DataTable& table, const ListOptions& 
     select += (exact ? ExactSqliteFloat(name) : name) + ",";
   }
   select.back() = ' ';
-  select += fmt::format("from {} where {} >= {} and {} < {}", session.Quote(table.name()),
-                        session.Quote("time"), range.start, session.Quote("time"), range.end);
+  select += fmt::format("from {} where {} >= {} and {} <= {}", session.Quote(table.name()),
+                        session.Quote("time"), range.start, session.Quote("time"), LastSecond(range));
   // Without "limit" (other databases) the whole range is one page.
   bool paged = session.Database().HasLimit();
   std::string order = fmt::format(" order by {}", session.Quote("id"));

@@ -66,18 +66,23 @@ void RunStatus(Context& context, const SpoolOptions&) {
   const std::string directory = SpoolDirectory(context.session);
   const SpoolState state = ReadState(directory);
   const OutputOptions options = context.Output();
-  if (state.tables.empty() && options.format != Format::Json) std::cout << "empty\n";
-  if (!state.tables.empty() || options.format == Format::Json) {
-    ResultTable waiting{{"table", "writes", "records", "bytes", "oldest"}, {}};
-    for (const auto& [name, table] : state.tables)
-      waiting.rows.push_back({name, table.writes, table.records, table.bytes,
-                              TimeCell(table.oldest, options)});
+  ResultTable waiting{{"table", "writes", "records", "bytes", "oldest"}, {}};
+  for (const auto& [name, table] : state.tables)
+    waiting.rows.push_back(
+        {name, table.writes, table.records, table.bytes, TimeCell(table.oldest, options)});
+  ResultTable aside{{"set_aside", "reason"}, {}};
+  for (const AsideEntry& entry : state.aside) aside.rows.push_back({entry.key, entry.reason});
+  if (options.format == Format::Json) {
+    // One document: {"waiting": [...], "set_aside": [...]}.
+    std::cout << "{\"waiting\": ";
     context.Print(waiting);
-  }
-  if (!state.aside.empty()) {
-    ResultTable aside{{"set_aside", "reason"}, {}};
-    for (const AsideEntry& entry : state.aside) aside.rows.push_back({entry.key, entry.reason});
+    std::cout << ", \"set_aside\": ";
     context.Print(aside);
+    std::cout << "}\n";
+  } else {
+    if (state.tables.empty()) std::cout << "empty\n";
+    if (!state.tables.empty()) context.Print(waiting);
+    if (!state.aside.empty()) context.Print(aside);
   }
   context.exitCode = state.tables.empty() ? 0 : 1;
 }
@@ -129,7 +134,8 @@ void AddSpoolCommand(CLI::App& app, Context& context) {
       *spool, context,
       {"status",
        "What waits: per table the writes, records, bytes and the oldest; then the set-aside "
-       "entries with their reasons. Prints 'empty' and exits 0 when nothing waits, exits 1 "
+       "entries with their reasons (under --format json one object of the two lists, "
+       "\"waiting\" and \"set_aside\"). Prints 'empty' and exits 0 when nothing waits, exits 1 "
        "otherwise",
        config + "spool status --format json"},
       RunStatus);

@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+#include "core/exact_double.h"
+
 #include "tools/cli/command.h"
 #include "tools/cli/commands/figure_statements.h"
 #include "tools/cli/database/data_table.h"
@@ -66,15 +68,21 @@ std::vector<Cell> TimeWeighted(Session& session, const DataTable& table,
   std::vector<Cell> figures;
   try {
     OdbcStatement statement = session.Database().Statement();
-    statement.Execute(TimeWeightedStatement(session.kind(), table.name(), columns, slot));
+    // Every bit of the sums: SQLite's driver would pass them as 15-digit text.
+    const bool sqlite = session.Database().IsSqlite();
+    std::string sql = TimeWeightedStatement(session.kind(), table.name(), columns, slot);
+    statement.Execute(sqlite ? ExactSqliteDoubles(sql, 2 * columns.size()) : sql);
     statement.Fetch();
+    auto number = [&](size_t c) -> std::optional<double> {
+      std::optional<std::string> text = statement.Text(static_cast<int>(c), !sqlite);
+      return text ? std::optional(ParseExactFloat(*text)) : std::nullopt;
+    };
     for (size_t c = 0; c < columns.size(); ++c) {
-      std::optional<std::string> sum = statement.Text(static_cast<int>(2 * c + 1));
-      std::optional<std::string> seconds = statement.Text(static_cast<int>(2 * c + 2));
-      double held = seconds ? std::strtod(seconds->c_str(), nullptr) : 0;
+      std::optional<double> sum = number(2 * c + 1);
+      double held = number(2 * c + 2).value_or(0);
       if (!sum || held <= 0) figures.emplace_back();
-      else if (integral) figures.emplace_back(std::strtod(sum->c_str(), nullptr));
-      else figures.emplace_back(std::strtod(sum->c_str(), nullptr) / held);
+      else if (integral) figures.emplace_back(*sum);
+      else figures.emplace_back(*sum / held);
     }
   } catch (const OdbcError& error) {
     throw CommandError(fmt::format("stats: {}: {}", table.name(), error.what()));

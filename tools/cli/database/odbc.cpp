@@ -61,9 +61,10 @@ void OdbcStatement::Prepare(const std::string& sql) {
   Describe();  // psqlODBC asks the server only for the result's columns
 }
 
-void OdbcStatement::Tables() {
+void OdbcStatement::Tables(const std::string& catalog) {
   std::string type = "TABLE";
-  Check(Odbc().Tables(handle_.get(), nullptr, 0, nullptr, 0, nullptr, 0, Chars(type), SQL_NTS),
+  Check(Odbc().Tables(handle_.get(), catalog.empty() ? nullptr : Chars(catalog), SQL_NTS,
+                      nullptr, 0, nullptr, 0, Chars(type), SQL_NTS),
         "table list");
 }
 
@@ -110,7 +111,7 @@ std::optional<std::string> OdbcStatement::Text(int c, bool asDouble) {
   if (asDouble) {
     double value = 0;
     SQLLEN length = 0;
-    Check(SQLGetData(handle_.get(), static_cast<SQLUSMALLINT>(c), SQL_C_DOUBLE, &value, sizeof value,
+    Check(Odbc().GetData(handle_.get(), static_cast<SQLUSMALLINT>(c), SQL_C_DOUBLE, &value, sizeof value,
                      &length),
           "field");
     if (length == SQL_NULL_DATA) return std::nullopt;
@@ -129,6 +130,14 @@ std::optional<std::string> OdbcStatement::Text(int c, bool asDouble) {
     if (result == SQL_SUCCESS) break;
   }
   return text;
+}
+
+std::string OdbcConnection::DatabaseName() {
+  char name[256] = "";
+  SQLSMALLINT length = 0;
+  if (!SQL_SUCCEEDED(Odbc().GetInfo(connection_.get(), SQL_DATABASE_NAME, name, sizeof name, &length)))
+    return "";
+  return name;
 }
 
 OdbcConnection::OdbcConnection(const std::string& dsn, const std::string& user,

@@ -38,8 +38,9 @@ class OdbcStatement {
   // Compiles without running: the driver reports an unknown table or a
   // syntax error, and nothing changes.
   void Prepare(const std::string& sql);
-  // Catalog calls: tables, columns and indexes of one table.
-  void Tables();
+  // Catalog calls: tables (of `catalog`, or as the driver chooses when it is
+  // empty), columns and indexes of one table.
+  void Tables(const std::string& catalog);
   void Columns(const std::string& table);
   void Indexes(const std::string& table);
 
@@ -72,6 +73,8 @@ class OdbcConnection {
   void BeginTransaction();
   void EndTransaction(bool commit);
   bool IsSqlite() const { return sqlite_; }
+  // The connection's current database (catalog), "" when the driver has none.
+  std::string DatabaseName();
   // Whether a select may end in "limit N" (SQLite, PostgreSQL, MariaDB, MySQL).
   bool HasLimit() const { return limit_; }
 

@@ -85,8 +85,12 @@ std::string JoinNames(const std::vector<std::string>& names) {
 
 std::vector<std::string> ListTables(Session& session) {
   std::vector<std::string> names;
+  // MariaDB lists the tables of every database on the server without a
+  // catalog: only the data source's own database is looked in.
+  std::string catalog = session.Database().DatabaseName();
+  if (session.kind() != 2) catalog.clear();
   Catalog(session, [&](OdbcStatement& statement) {
-    statement.Tables();
+    statement.Tables(catalog);
     while (statement.Fetch()) names.push_back(statement.Text(3).value_or(""));
   });
   std::sort(names.begin(), names.end());
