@@ -60,38 +60,6 @@ bool InsertAllOrNone(DbConnection& db, const BoundRows& rows, uint32_t count, ui
   return transaction.Commit();
 }
 
-namespace {
-
-// Where the values of `row` start: its first value, the id, differs from
-// every other row's, so the last "values(" that `row` shares with `other`
-// ends the common head.
-size_t ValuesStart(const std::string& row, const std::string& other) {
-  const size_t common = std::mismatch(row.begin(), row.end(), other.begin(), other.end()).first -
-                        row.begin();
-  return row.rfind("values(", common) + 6;
-}
-
-}  // namespace
-
-Statement MultiRowInsert(const std::function<Statement(uint32_t)>& insertOf, uint32_t first,
-                         uint32_t count) {
-  Statement joined = insertOf(first);
-  if (count < 2) return joined;
-  size_t textStart = 0, sqlStart = 0;
-  for (uint32_t i = 1; i < count; ++i) {
-    const Statement row = insertOf(first + i);
-    if (i == 1) {
-      textStart = ValuesStart(row.text, joined.text);
-      sqlStart = row.sql.empty() ? 0 : ValuesStart(row.sql, joined.sql);
-    }
-    joined.complete = joined.complete && row.complete;
-    joined.text.append(",").append(row.text, textStart);
-    if (!row.sql.empty()) joined.sql.append(",").append(row.sql, sqlStart);
-    joined.texts.insert(joined.texts.end(), row.texts.begin(), row.texts.end());
-  }
-  return joined;
-}
-
 bool ExecuteAllOrNone(DbConnection& db, uint32_t count,
                       const std::function<Statement(uint32_t)>& statementOf, uint32_t& failedAt) {
   failedAt = 0;

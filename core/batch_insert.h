@@ -51,11 +51,6 @@ struct BoundRows {
 // driver's text is in db.ErrorText().
 bool InsertAllOrNone(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom);
 
-// insertOf(first) to insertOf(first + count - 1), single-row inserts of one
-// table ending in "values(...)", as one multi-row insert.
-Statement MultiRowInsert(const std::function<Statement(uint32_t)>& insertOf, uint32_t first,
-                         uint32_t count);
-
 // Runs statementOf(0) to statementOf(count - 1) in one transaction. False
 // when nothing was stored: statement `failedAt` failed (the last one when the
 // commit did), with the driver's text in db.ErrorText().
