@@ -8,7 +8,8 @@
 //     can) and, on SQLite, the C API; peak memory over the block handed out;
 //     sgGetRecordBySQL of the same select, peak over the text table;
 //   write: sgBatchSetRecord of 100,000 records in one call beside the SQLite
-//     C API's prepared insert in one transaction and PostgreSQL's COPY.
+//     C API's prepared insert in one transaction, PostgreSQL's COPY and
+//     MariaDB's LOAD DATA LOCAL INFILE, each through its own client.
 // Every call connects unpooled, as does its baseline. Usage:
 //   large_table_bench [--rows N] [--repeat R] [sqlite|postgres|mariadb ...]
 #include <sqlite3.h>

@@ -19,7 +19,8 @@ Transaction::~Transaction() {
 
 uint32_t RowsPerStatement(size_t parametersPerRow) {
   constexpr size_t kRows = 500, kParameters = 2000;
-  return static_cast<uint32_t>(std::clamp<size_t>(kParameters / parametersPerRow, 1, kRows));
+  return static_cast<uint32_t>(
+      std::clamp<size_t>(kParameters / std::max<size_t>(parametersPerRow, 1), 1, kRows));
 }
 
 bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom) {

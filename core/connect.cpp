@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cctype>
 #include <cstring>
-#include <iterator>
 #include <mutex>
 #include <string>
 
@@ -12,6 +11,7 @@
 
 #include "core/host_order.h"
 #include "core/odbc_api.h"
+#include "core/server_wait.h"
 #include "platform/connection_socket.h"
 
 namespace scadastore {
@@ -64,10 +64,7 @@ bool IsPsqlOdbc(const char* dsn) {
 // The descriptor of the one socket in `now` that `before` did not list;
 // kNoSocket when there is none, kUnknownSocket when there are several.
 int SocketOpenedBetween(const SocketList& before, const SocketList& now) {
-  SocketList opened;
-  std::set_difference(now.begin(), now.end(), before.begin(), before.end(),
-                      std::back_inserter(opened),
-                      [](const auto& a, const auto& b) { return a.first < b.first; });
+  const SocketList opened = OpenedBetween(before, now);
   if (opened.empty()) return kNoSocket;
   return opened.size() == 1 ? opened.front().second : kUnknownSocket;
 }
@@ -102,7 +99,7 @@ SQLRETURN ConnectOnce(SQLHDBC connection, const char* dsn, const char* user,
 }  // namespace
 
 SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const char* password,
-                  int loginSeconds, int& socket) {
+                  int loginSeconds, int statementSeconds, int& socket) {
   socket = kNoSocket;
   const SQLRETURN set = Odbc().SetConnectAttr(
       connection, SQL_ATTR_LOGIN_TIMEOUT,
@@ -119,7 +116,11 @@ SQLRETURN Connect(SQLHDBC connection, const char* dsn, const char* user, const c
   for (int attempt = 0; attempt < 2; ++attempt) {
     const HostList hosts = HostsToTry(dsn);
     const auto started = std::chrono::steady_clock::now();
-    rc = ConnectOnce(connection, dsn, user, password, loginSeconds, hosts);
+    {
+      // psqlODBC's first statements after the login wait without a bound.
+      const ServerWaitLimit bound(before, loginSeconds + statementSeconds);
+      rc = ConnectOnce(connection, dsn, user, password, loginSeconds, hosts);
+    }
     const bool waitedOut = loginSeconds > 0 && std::chrono::steady_clock::now() - started >=
                                                    std::chrono::milliseconds(loginSeconds * 900);
     if (waitedOut) MarkFirstHostSilent(hosts);

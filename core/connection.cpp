@@ -9,6 +9,7 @@
 #include "core/connection_pool.h"
 #include "core/exact_double.h"
 #include "core/format.h"
+#include "core/host_order.h"
 #include "core/last_error.h"
 #include "core/result_streaming.h"
 #include "core/server_wait.h"
@@ -61,13 +62,18 @@ int DbConnection::Open(const char* dsn, const char* user, const char* password) 
       environment_ = std::move(pooled->environment);
       connection_ = std::move(pooled->connection);
       socket_ = pooled->socket;
+      server_ = std::move(pooled->server);
       return 1;
     }
   }
   if (!AllocateEnvironmentAndConnection()) return 0;
-  if (Check(Connect(connection_.get(), dsn, user, password, settings.loginTimeoutSeconds, socket_),
-            SQL_HANDLE_DBC, connection_.get()))
+  if (Check(Connect(connection_.get(), dsn, user, password, settings.loginTimeoutSeconds,
+                    settings.statementTimeoutSeconds, socket_),
+            SQL_HANDLE_DBC, connection_.get())) {
+    // Taken now: a driver closes its socket when a statement is cut.
+    server_ = PeerAddress(socket_);
     return 1;
+  }
   pool_login_.clear();
   connection_.Free();
   environment_.Free();
@@ -88,7 +94,8 @@ void DbConnection::Close() {
   streaming_limit_.reset();
   if (declare_fetch_ && !SetDeclareFetch(connection_.get(), false)) poolable_ = false;
   declare_fetch_ = false;
-  PooledConnection held{std::move(environment_), std::move(connection_), socket_};
+  PooledConnection held{std::move(environment_), std::move(connection_), socket_,
+                        std::move(server_)};
   // A connection whose socket is not known cannot be checked for a closed session.
   if (held.connection && !pool_login_.empty() && poolable_ && socket_ != kUnknownSocket)
     ConnectionPool::Instance().Put(pool_login_, std::move(held));
@@ -191,6 +198,8 @@ SQLRETURN DbConnection::Bounded(Call call) {
   // After a failure the session's state is not known.
   if (!SQL_SUCCEEDED(rc)) poolable_ = false;
   cut_by_bound_ = limit.expired();
+  // A cluster's later connects try that server last.
+  if (cut_by_bound_) MarkServerSilent(Settings().dsn, server_);
   return rc;
 }
 

@@ -131,6 +131,7 @@ class DbConnection {
   OdbcHandle environment_{SQL_HANDLE_ENV};
   OdbcHandle connection_{SQL_HANDLE_DBC};
   int socket_ = -1;         // see platform/connection_socket.h
+  std::string server_;      // the address of the server reached, see PeerAddress
   std::string pool_login_;  // set while a pooled connection is held
   bool poolable_ = true;
   OdbcHandle statement_{SQL_HANDLE_STMT};

@@ -18,6 +18,7 @@ struct PooledConnection {
   OdbcHandle environment{SQL_HANDLE_ENV};
   OdbcHandle connection{SQL_HANDLE_DBC};
   int socket = -1;  // see platform/connection_socket.h
+  std::string server;  // the address of the server reached, see PeerAddress
 };
 
 // Disconnects and frees a connection that is not kept.

@@ -6,6 +6,7 @@
 #include "core/connection_pool.h"
 #include "core/export_call.h"
 #include "core/format.h"
+#include "core/host_order.h"
 #include "core/last_error.h"
 #include "core/settings.h"
 #include "core/spool.h"
@@ -18,6 +19,7 @@ uint32_t dbInitialize(const char* config) {
   return Guarded<uint32_t>(1, [&]() -> uint32_t {
     if (!ParseSettings(config, Settings())) return 1;
     ConnectionPool::Instance().Clear();
+    ForgetSilentHosts();
     if (!StartSpool()) return 1;
     DbConnection probe;
     if (!probe.Open()) return 1;

@@ -55,7 +55,7 @@ uint32_t CallerStatementExport(const ExportCode& code, CallerToken token, const 
 
 uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const char* table,
                             const void* records, uint32_t size, uint32_t recordSize,
-                            uint32_t largestIdBuffer, InsertBuilder insert) {
+                            uint32_t largestIdBuffer, InsertBuilder insert, BatchBuilder batch) {
   return RunExport(code, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || size < recordSize) return call.InvalidParameter();
     const auto* bytes = static_cast<const unsigned char*>(records);
@@ -81,22 +81,27 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
           call.InvalidParameter();
           return false;
         }
-        const auto statementOf = [&](uint32_t i) {
-          return insert(call.kind(), table, id + 1 + i, bytes + size_t{k + i} * recordSize);
-        };
         // Several records go in one transaction first. When that fails
         // otherwise than for want of the server, they are written one by one,
         // so that those before a refused one stay stored as they always did.
         if (count - k > 1) {
           progress = {k, count - k, id + 1};
+          const uint32_t rows = HasMultiRowValues(call.kind())
+                                    ? RowsPerStatement(insert(call.kind(), table, 1, bytes).texts.size())
+                                    : 1;
+          const auto sliceOf = [&](uint32_t slice) {
+            const uint32_t first = k + slice * rows;
+            return batch(call.kind(), table, id + 1 + slice * rows,
+                         bytes + size_t{first} * recordSize, std::min(rows, count - first));
+          };
           uint32_t failedAt = 0;
-          if (ExecuteAllOrNone(call.db(), count - k, statementOf, failedAt)) k = count;
-          else if (call.db().Unreachable())
-            return call.FailExecution(statementOf(failedAt));
+          if (ExecuteAllOrNone(call.db(), (count - k + rows - 1) / rows, sliceOf, failedAt)) k = count;
+          else if (call.db().Unreachable()) return call.FailExecution(sliceOf(failedAt));
         }
         for (; k < count; ++k, ++id) {
           progress = {k, 1, id + 1};
-          if (!call.Execute(statementOf(0))) return false;
+          if (!call.Execute(insert(call.kind(), table, id + 1, bytes + size_t{k} * recordSize)))
+            return false;
         }
         progress = {count, 0, 0};
         return true;

@@ -57,10 +57,30 @@ HostList HostsToTry(const char* dsn) {
   return list;
 }
 
-void MarkFirstHostSilent(const HostList& list) {
-  if (list.key.empty()) return;
+namespace {
+
+void MarkSilent(const HostList& list, const std::string& host) {
   std::lock_guard lock(silent_lock);
-  silent_hosts[list.hosts][Split(list.ordered).front()] = Clock::now();
+  silent_hosts[list.hosts][host] = Clock::now();
+}
+
+}  // namespace
+
+void MarkFirstHostSilent(const HostList& list) {
+  if (!list.key.empty()) MarkSilent(list, Split(list.ordered).front());
+}
+
+void ForgetSilentHosts() {
+  std::lock_guard lock(silent_lock);
+  silent_hosts.clear();
+}
+
+void MarkServerSilent(const char* dsn, const std::string& peer) {
+  if (peer.empty()) return;
+  const HostList list = HostsToTry(dsn);
+  const std::string address = peer.substr(0, peer.rfind(':'));
+  for (const std::string& host : Split(list.hosts))
+    if (host == peer || host == address) return MarkSilent(list, host);
 }
 
 }  // namespace scadastore

@@ -23,4 +23,12 @@ HostList HostsToTry(const char* dsn);
 // The first server of `list.ordered` did not answer within the login time-out.
 void MarkFirstHostSilent(const HostList& list);
 
+// A new configuration starts with every server answering.
+void ForgetSilentHosts();
+
+// The server at `peer` ("address:port") left a session's statement waiting for
+// the whole statement bound. A server of `dsn`'s list matches by address and
+// port, or by address alone (psqlODBC lists addresses on one port).
+void MarkServerSilent(const char* dsn, const std::string& peer);
+
 }  // namespace scadastore

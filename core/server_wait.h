@@ -7,12 +7,22 @@
 
 #include <chrono>
 
+#include "platform/connection_socket.h"
+
 namespace scadastore {
+
+class Watchdog;
+
+// The sockets of `now` that `before` did not list.
+SocketList OpenedBetween(const SocketList& before, const SocketList& now);
 
 class ServerWaitLimit {
  public:
   // No limit when `seconds` is 0 or the socket is not known.
   ServerWaitLimit(int socket, int seconds);
+  // A connect: the one socket opened in the process after `before` is shut
+  // down once the limit has passed (none when several were opened).
+  ServerWaitLimit(SocketList before, int seconds);
   ~ServerWaitLimit();
   ServerWaitLimit(const ServerWaitLimit&) = delete;
   ServerWaitLimit& operator=(const ServerWaitLimit&) = delete;
@@ -23,8 +33,9 @@ class ServerWaitLimit {
  private:
   friend class Watchdog;
   int socket_;
+  SocketList before_;
   std::chrono::steady_clock::time_point deadline_;
-  bool watched_ = false;
+  Watchdog* watchdog_ = nullptr;
   bool expired_ = false;
 };
 

@@ -54,6 +54,8 @@ inline bool WidensUnsigned(DbKind kind) { return kind == 2 || kind == 5; }
 inline bool HasLimitOffset(DbKind kind, bool onSqlite) {
   return kind == 2 || kind == 5 || (onSqlite && kind != 4);
 }
+// Kinds 2, 3 and 5 insert several rows with one "values (...),(...)".
+inline bool HasMultiRowValues(DbKind kind) { return kind == 2 || kind == 3 || kind == 5; }
 // Kind 4 creates no index on new tables.
 inline bool CreatesIndex(DbKind kind) { return kind != 4; }
 // Kind 2 (MariaDB/MySQL) divides integers with "div": its "/" gives a decimal.

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -26,5 +27,8 @@ bool SocketHasInput(int socket);
 
 // Makes every wait on the socket, present and future, fail at once.
 void ShutdownSocket(int socket);
+
+// The numeric "address:port" of the socket's peer, or "" when it has none.
+std::string PeerAddress(int socket);
 
 }  // namespace scadastore

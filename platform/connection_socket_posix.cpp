@@ -1,6 +1,7 @@
 #include "platform/connection_socket.h"
 
 #include <dirent.h>
+#include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -40,5 +41,16 @@ bool SocketHasInput(int socket) {
 }
 
 void ShutdownSocket(int socket) { shutdown(socket, SHUT_RDWR); }
+
+std::string PeerAddress(int socket) {
+  sockaddr_storage peer{};
+  socklen_t length = sizeof peer;
+  char host[NI_MAXHOST], port[NI_MAXSERV];
+  if (socket < 0 || getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &length) != 0 ||
+      getnameinfo(reinterpret_cast<sockaddr*>(&peer), length, host, sizeof host, port,
+                  sizeof port, NI_NUMERICHOST | NI_NUMERICSERV) != 0)
+    return "";
+  return std::string(host) + ':' + port;
+}
 
 }  // namespace scadastore

@@ -83,4 +83,16 @@ void ShutdownSocket(int socket) {
   CancelIoEx(reinterpret_cast<HANDLE>(handle), nullptr);
 }
 
+std::string PeerAddress(int socket) {
+  sockaddr_storage peer{};
+  int length = sizeof peer;
+  char host[NI_MAXHOST], port[NI_MAXSERV];
+  if (socket < 0 ||
+      getpeername(static_cast<SOCKET>(socket), reinterpret_cast<sockaddr*>(&peer), &length) != 0 ||
+      getnameinfo(reinterpret_cast<sockaddr*>(&peer), length, host, sizeof host, port,
+                  sizeof port, NI_NUMERICHOST | NI_NUMERICSERV) != 0)
+    return "";
+  return std::string(host) + ':' + port;
+}
+
 }  // namespace scadastore

@@ -7,8 +7,9 @@
 #                           127.0.0.2, one port, synchronous replication
 #   stop_cluster DIR        stops every server DIR records, by its process id
 #   node_start DIR N        (re)starts node N of the cluster that DIR records
-#   node_kill DIR N         kill -9 of node N's process group
-#   pg_promote DIR          promotes the standby (node 2)
+#   node_signal DIR N SIG   signals node N's server and its children (KILL, STOP, CONT)
+#   pg_promote DIR N        promotes node N, the standby
+#   pg_standby DIR N P      node N (stopped) starts again as the standby of node P
 #   write_cluster_odbc DIR  DIR/odbc.ini (the test data sources plus the cluster's),
 #                           DIR/odbcinst.ini and DIR/cluster-env.sh
 #
@@ -115,17 +116,26 @@ start_pgpair() {
   pg_node "$dir" 1 || return 1
   env PGPASSWORD="$TEST_PASSWORD" "$bin/createdb" -w -h 127.0.0.1 -p "$PORT_1" -U "$TEST_USER" \
     "$TEST_DB" >>"$dir/node1/pg_ctl.log" 2>&1 || { error "createdb failed"; return 1; }
-  as_user postgres env PGPASSWORD="$TEST_PASSWORD" "$bin/pg_basebackup" -w -h 127.0.0.1 \
-    -p "$PORT_1" -U "$TEST_USER" -D "$dir/node2/data" -R -c fast >"$dir/basebackup.log" 2>&1 \
+  pg_standby "$dir" 2 1
+}
+
+# pg_standby DIR N PRIMARY: node N, from a fresh copy of node PRIMARY, becomes
+# its synchronous standby.
+pg_standby() {
+  local dir=$1 n=$2 primary=$3 bin
+  cluster_state "$dir" && bin=$(postgres_bin) || return 1
+  rm -rf "$dir/node$n/data"
+  as_user postgres env PGPASSWORD="$TEST_PASSWORD" "$bin/pg_basebackup" -w -h "127.0.0.$primary" \
+    -p "$PORT_1" -U "$TEST_USER" -D "$dir/node$n/data" -R -c fast >"$dir/basebackup.log" 2>&1 \
     || { error "pg_basebackup failed"; show_log_tail "$dir/basebackup.log"; return 1; }
-  echo "primary_conninfo = 'host=127.0.0.1 port=$PORT_1 user=$TEST_USER password=$TEST_PASSWORD application_name=standby'" \
-    >>"$dir/node2/data/postgresql.auto.conf"
-  pg_node "$dir" 2 || return 1
+  echo "primary_conninfo = 'host=127.0.0.$primary port=$PORT_1 user=$TEST_USER password=$TEST_PASSWORD application_name=standby'" \
+    >>"$dir/node$n/data/postgresql.auto.conf"
+  pg_node "$dir" "$n" || return 1
   # From now on a commit returns only once the standby has it: no acknowledged
   # write is lost when the primary dies and the standby is promoted.
   printf "synchronous_standby_names = '*'\nsynchronous_commit = on\n" \
-    >>"$dir/node1/data/postgresql.conf"
-  as_user postgres "$bin/pg_ctl" -D "$dir/node1/data" reload >/dev/null
+    >>"$dir/node$primary/data/postgresql.conf"
+  as_user postgres "$bin/pg_ctl" -D "$dir/node$primary/data" reload >/dev/null
 }
 
 # --- both -----------------------------------------------------------------------------
@@ -144,16 +154,19 @@ node_start() {
   if [ "$CLUSTER" = galera ]; then galera_node "$dir" "$n" false; else pg_node "$dir" "$n"; fi
 }
 
-node_kill() {
+# node_signal DIR N SIGNAL: node N's server and its children (PostgreSQL's
+# backends: left running, they would keep serving their sessions).
+node_signal() {
   local pid
   pid=$(node_pid "$1" "$2") || return 1
-  # Its children too: backends left behind would keep serving pooled sessions.
   # shellcheck disable=SC2046
-  kill -KILL "$pid" $(ps -o pid= --ppid "$pid") 2>/dev/null
+  kill -"$3" "$pid" $(ps -o pid= --ppid "$pid") 2>/dev/null
+  # Gone, its sockets closed, when a kill returns.
+  [ "$3" != KILL ] || wait_gone_or_kill "$pid" 10
 }
 
 pg_promote() {
-  as_user postgres "$(postgres_bin)/pg_ctl" -D "$1/node2/data" -w promote >/dev/null
+  as_user postgres "$(postgres_bin)/pg_ctl" -D "$1/node$2/data" -w promote >/dev/null
 }
 
 # Stops each node by its process id (a frozen one is woken first), then

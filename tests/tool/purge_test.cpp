@@ -117,7 +117,7 @@ TEST_P(Purge, InterruptedRunLeavesTheRestIntactAndARerunFinishes) {
 
 // Retention policies on an alarm, a log and a data table, applied by the
 // command line of the systemd service on PostgreSQL (by `retention run` on
-// SQLite) with purge's rules; the policy table is none that purge takes.
+// the others) with purge's rules; the policy table is none that purge takes.
 TEST_P(Purge, RetentionAppliesEveryPolicyWithPurgesRules) {
   long old = time(nullptr) - 100 * 86400, recent = time(nullptr) - 10 * 86400;
   FreshTable("alarm", "events");

@@ -51,7 +51,8 @@ namespace {
 // bucket's single min() or max(), and the picked rows are joined back.
 std::string SqliteM4Statement(DbKind kind, const std::string& table,
                               const std::vector<std::string>& columns, const Buckets& buckets) {
-  const size_t flags = 2 + 2 * columns.size();  // first, last, then a minimum and maximum per column
+  // first, last, then a minimum and a maximum per column
+  const size_t flags = 2 + 2 * columns.size();
   std::vector<std::string> picks = {"min(at)", "max(at)"};
   for (const std::string& column : columns)
     for (const char* extreme : {"min", "max"})
@@ -73,9 +74,8 @@ std::string SqliteM4Statement(DbKind kind, const std::string& table,
       EachColumn(columns, [&](size_t c) { return ExactSqliteFloat("t." + Q(kind, columns[c])); });
   return fmt::format(
       "with bucketed as (select {0} as id, {1} * 1000 + coalesce({2}, 0) as at{3}, {4} as b from "
-      "{5} where {6}), picks(id{7}) as ({8}) select t.{0}, t.{1}, "
-      "t.{2}, t.{9}{10}{11} from picks join {5} t on t.{0} = picks.id group by t.{0} order by "
-      "t.{1}, t.{2}, t.{0}",
+      "{5} where {6}), picks(id{7}) as ({8}) select t.{0}, t.{1}, t.{2}, t.{9}{10}{11} from "
+      "picks join {5} t on t.{0} = picks.id group by t.{0} order by t.{1}, t.{2}, t.{0}",
       Q(kind, "id"), Q(kind, "time"), Q(kind, "ms"), values, BucketOf(kind, buckets),
       Q(kind, table), InRange(kind, buckets.range), names, unions, Q(kind, "modify"), shown,
       maxima);
@@ -85,15 +85,12 @@ std::string SqliteM4Statement(DbKind kind, const std::string& table,
 
 std::string M4Statement(DbKind kind, const std::string& table,
                         const std::vector<std::string>& columns, const Buckets& buckets,
-                        bool exactSqlite) {
-  if (exactSqlite) return SqliteM4Statement(kind, table, columns, buckets);
+                        bool sqlite) {
+  if (sqlite) return SqliteM4Statement(kind, table, columns, buckets);
   std::string order = fmt::format("{0}, {1}, {2}", Q(kind, "time"), Q(kind, "ms"), Q(kind, "id"));
   std::string orderDesc =
       fmt::format("{0} desc, {1} desc, {2} desc", Q(kind, "time"), Q(kind, "ms"), Q(kind, "id"));
   std::string values = EachColumn(columns, [&](size_t c) { return Q(kind, columns[c]); });
-  std::string shown = EachColumn(columns, [&](size_t c) {
-    return exactSqlite ? ExactSqliteFloat(Q(kind, columns[c])) : Q(kind, columns[c]);
-  });
   // NULLs sort last for minimum and maximum alike, on every database.
   std::string ranks = EachColumn(columns, [&](size_t c) {
     std::string column = Q(kind, columns[c]);
@@ -109,14 +106,14 @@ std::string M4Statement(DbKind kind, const std::string& table,
   std::string where;
   for (size_t c = 0; c < columns.size(); ++c) where += fmt::format(" or n{0} = 1 or x{0} = 1", c);
   return fmt::format(
-      "select {0}, {1}, {2}, {12}{13}, case when f = 1 then 1 else 0 end, case when l = 1 then "
+      "select {0}, {1}, {2}, {12}{3}, case when f = 1 then 1 else 0 end, case when l = 1 then "
       "1 else 0 end{4} from (select {0}, {1}, {2}, {12}{3}, row_number() over (partition by b order by "
       "{5}) as f, row_number() over (partition by b order by {6}) as l{7} from (select {0}, {1}, "
       "{2}, {12}{3}, {8} as b from {9} where {10}) bucketed) ranked where f = 1 or l = 1{11} order by "
       "{5}",
       Q(kind, "id"), Q(kind, "time"), Q(kind, "ms"), values, flags, order, orderDesc, ranks,
       BucketOf(kind, buckets), Q(kind, table), InRange(kind, buckets.range), where,
-      Q(kind, "modify"), shown);
+      Q(kind, "modify"));
 }
 
 std::string BucketFiguresStatement(DbKind kind, const std::string& table,

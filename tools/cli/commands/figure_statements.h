@@ -32,10 +32,10 @@ double ParseExactFloat(const std::string& text);
 // minimum and maximum sample (the M4 rule, which keeps a trend's shape):
 // id, time, ms, modify, the columns, then the flags first, last and a
 // minimum and maximum flag per column (1 where the row is that point), in
-// time order.
+// time order. `sqlite`: a shape SQLite runs fast, floats as ExactSqliteFloat.
 std::string M4Statement(DbKind kind, const std::string& table,
                         const std::vector<std::string>& columns, const Buckets& buckets,
-                        bool exactSqlite);
+                        bool sqlite);
 
 // Per bucket with samples: the bucket's number, then the minimum, maximum
 // and average of each column.

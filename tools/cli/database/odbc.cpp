@@ -111,8 +111,8 @@ std::optional<std::string> OdbcStatement::Text(int c, bool asDouble) {
   if (asDouble) {
     double value = 0;
     SQLLEN length = 0;
-    Check(Odbc().GetData(handle_.get(), static_cast<SQLUSMALLINT>(c), SQL_C_DOUBLE, &value, sizeof value,
-                     &length),
+    Check(Odbc().GetData(handle_.get(), static_cast<SQLUSMALLINT>(c), SQL_C_DOUBLE, &value,
+                         sizeof value, &length),
           "field");
     if (length == SQL_NULL_DATA) return std::nullopt;
     return fmt::format("{}", value);
@@ -135,9 +135,9 @@ std::optional<std::string> OdbcStatement::Text(int c, bool asDouble) {
 std::string OdbcConnection::DatabaseName() {
   char name[256] = "";
   SQLSMALLINT length = 0;
-  if (!SQL_SUCCEEDED(Odbc().GetInfo(connection_.get(), SQL_DATABASE_NAME, name, sizeof name, &length)))
-    return "";
-  return name;
+  bool named = SQL_SUCCEEDED(
+      Odbc().GetInfo(connection_.get(), SQL_DATABASE_NAME, name, sizeof name, &length));
+  return named ? name : "";
 }
 
 OdbcConnection::OdbcConnection(const std::string& dsn, const std::string& user,
