@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "core/settings.h"
-#include "core/sql_text.h"
 #include "support/alarm_query.h"
 #include "support/data_tables.h"
 #include "support/databases.h"
@@ -61,9 +60,7 @@ TEST_P(ExactTest, DoublesComeBackBitForBit) {
   ExpectDoubles(static_cast<unsigned char*>(block) + size / 2, size / 2, "batch");
   std::free(block);
   const std::string where =
-      FormatStatement(DialectOf(kind()), 256, "select * from `%s` where `id` <= 7 order by `id`",
-                      table.info()->name)
-          .text;
+      Sql("select * from `%s` where `id` <= 7 order by `id`", table.info()->name);
   ASSERT_EQ(sgGetRecord(Token(), table.info(), &block, &size, where.c_str()), 0u) << dbGetLastError();
   ExpectDoubles(block, size, "caller's select");
   std::free(block);
@@ -76,17 +73,16 @@ TEST_P(ExactTest, DoublesComeBackBitForBit) {
   EXPECT_TRUE(Refused(sgSetRecord(Token(), table.info(), records.record(0), 24), 1, "[rcd101] invalid parameter"));
   EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), table.info(), records.data(), records.bytes()), 1, "[rcd1701] invalid parameter"));
   const std::string last =
-      FormatStatement(DialectOf(kind()), 256, "update `%s` set `id` = 4294967295 where `id` = 14",
-                      table.info()->name)
-          .text;
+      Sql("update `%s` set `id` = 4294967295 where `id` = 14", table.info()->name);
   ASSERT_EQ(sgOperateRecord(Token(), table.info(), last.c_str()), 0u) << dbGetLastError();
   records.Put<double>(0, 16, 1.0);
   EXPECT_TRUE(Refused(sgSetRecord(Token(), table.info(), records.record(0), 24), 1, "[rcd101] invalid parameter"));
   EXPECT_EQ(sgGetIdByIndex(Token(), table.info(), 14), kLast);
 
   // Statistics computed by the database come back exactly too.
-  const std::string early = FormatStatement(DialectOf(kind()), 256,
-      "insert into `%s` (`id`, `time`, `v`) values (1000, 100, 0.30000000000000004)", table.info()->name).text;
+  const std::string early =
+      Sql("insert into `%s` (`id`, `time`, `v`) values (1000, 100, 0.30000000000000004)",
+          table.info()->name);
   ASSERT_EQ(sgOperateRecord(Token(), table.info(), early.c_str()), 0u) << dbGetLastError();
   ASSERT_EQ(sgGetRecordStatValueOfInterval(Token(), table.info(), SCADASTORE_STAT_MAX, 50, 150, one.record(0), 24), 0u)
       << dbGetLastError();

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "core/sql_text.h"
 #include "support/alarm_query.h"
 #include "support/databases.h"
 
@@ -101,11 +100,8 @@ class FixedRecordTest : public DatabaseTest {
     EXPECT_EQ(family().ensure(Token(), table.c_str()), 0u);
     return table;
   }
-  // A statement of the test's own, in the database's dialect; every %s is `table`.
   uint32_t Run(const std::string& table, const char* backtickTemplate) {
-    return family().run(Token(), table.c_str(),
-                        FormatStatement(DialectOf(kind()), 1024, backtickTemplate, table.c_str(),
-                                        table.c_str()).text.c_str());
+    return family().run(Token(), table.c_str(), Sql(backtickTemplate, table).c_str());
   }
   uint32_t Write(const std::string& table, const std::string& bytes) {
     return family().write(Token(), table.c_str(), bytes.data(), uint32_t(bytes.size()));

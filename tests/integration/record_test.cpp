@@ -6,7 +6,6 @@
 #include <string>
 
 #include "core/settings.h"
-#include "core/sql_text.h"
 #include "support/data_tables.h"
 #include "support/databases.h"
 
@@ -31,7 +30,7 @@ class RecordTest : public DatabaseTest {
   // Reads only the name, as a bare table name does.
   const DataTableInfo* bare() const { return reinterpret_cast<const DataTableInfo*>(table()->name); }
   std::string Sql(const char* backtickTemplate) const {
-    return FormatStatement(DialectOf(kind()), 1024, backtickTemplate, table()->name).text;
+    return DatabaseTest::Sql(backtickTemplate, table()->name);
   }
 
   // Records with time, ms, a, b and c set from k; id and modify hold garbage.
