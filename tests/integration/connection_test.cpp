@@ -9,7 +9,6 @@
 
 #include "core/connection.h"
 #include "core/odbc_api.h"
-#include "core/sql_text.h"
 #include "support/databases.h"
 
 namespace scadastore::testing {
@@ -21,10 +20,6 @@ class ConnectionTest : public DatabaseTest {
     DatabaseTest::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
     ASSERT_EQ(db.Open(), 1) << db.ErrorText();
-  }
-
-  std::string Sql(const char* backtickTemplate, const std::string& table) {
-    return FormatStatement(db.dialect(), 1024, backtickTemplate, table.c_str()).text;
   }
 
   // A table of one text column holding `rows` rows.

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "core/settings.h"
-#include "core/sql_text.h"
 #include "support/alarm_query.h"
 #include "support/data_tables.h"
 #include "support/databases.h"
@@ -30,14 +29,6 @@ const std::vector<double> kDoubles = {16777217.0,          123456789.123,     0.
 
 class ExactTest : public DatabaseTest {
  protected:
-  RecordBuffer Doubles() const {
-    RecordBuffer records(24, kDoubles.size());
-    for (size_t k = 0; k < kDoubles.size(); ++k) {
-      records.Put<uint32_t>(k, 4, kAfter2038 + static_cast<uint32_t>(k));
-      records.Put<double>(k, 16, kDoubles[k]);
-    }
-    return records;
-  }
   // Every double of `block` equals kDoubles, bit for bit.
   static void ExpectDoubles(const void* block, uint32_t size, const char* how) {
     ASSERT_EQ(size, 24 * kDoubles.size()) << how;
@@ -53,9 +44,12 @@ class ExactTest : public DatabaseTest {
 TEST_P(ExactTest, DoublesComeBackBitForBit) {
   DataTable table(DropAtEnd(UniqueTableName("exact")), {{"v", 3}});
   ASSERT_EQ(sgEnsureTableExist(Token(), table.info(), nullptr, 0), 0u);
-  RecordBuffer records = Doubles();
-  for (size_t k = 0; k < kDoubles.size(); ++k)
+  RecordBuffer records(24, kDoubles.size());
+  for (size_t k = 0; k < kDoubles.size(); ++k) {
+    records.Put<uint32_t>(k, 4, kAfter2038 + static_cast<uint32_t>(k));
+    records.Put<double>(k, 16, kDoubles[k]);
     ASSERT_EQ(sgSetRecord(Token(), table.info(), records.record(k), 24), 0u) << dbGetLastError();
+  }
   ASSERT_EQ(sgBatchSetRecord(Token(), table.info(), records.data(), records.bytes()), 0u)
       << dbGetLastError();
   void* block = nullptr;
@@ -66,9 +60,7 @@ TEST_P(ExactTest, DoublesComeBackBitForBit) {
   ExpectDoubles(static_cast<unsigned char*>(block) + size / 2, size / 2, "batch");
   std::free(block);
   const std::string where =
-      FormatStatement(DialectOf(kind()), 256, "select * from `%s` where `id` <= 7 order by `id`",
-                      table.info()->name)
-          .text;
+      Sql("select * from `%s` where `id` <= 7 order by `id`", table.info()->name);
   ASSERT_EQ(sgGetRecord(Token(), table.info(), &block, &size, where.c_str()), 0u) << dbGetLastError();
   ExpectDoubles(block, size, "caller's select");
   std::free(block);
@@ -81,17 +73,16 @@ TEST_P(ExactTest, DoublesComeBackBitForBit) {
   EXPECT_TRUE(Refused(sgSetRecord(Token(), table.info(), records.record(0), 24), 1, "[rcd101] invalid parameter"));
   EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), table.info(), records.data(), records.bytes()), 1, "[rcd1701] invalid parameter"));
   const std::string last =
-      FormatStatement(DialectOf(kind()), 256, "update `%s` set `id` = 4294967295 where `id` = 14",
-                      table.info()->name)
-          .text;
+      Sql("update `%s` set `id` = 4294967295 where `id` = 14", table.info()->name);
   ASSERT_EQ(sgOperateRecord(Token(), table.info(), last.c_str()), 0u) << dbGetLastError();
   records.Put<double>(0, 16, 1.0);
   EXPECT_TRUE(Refused(sgSetRecord(Token(), table.info(), records.record(0), 24), 1, "[rcd101] invalid parameter"));
   EXPECT_EQ(sgGetIdByIndex(Token(), table.info(), 14), kLast);
 
   // Statistics computed by the database come back exactly too.
-  const std::string early = FormatStatement(DialectOf(kind()), 256,
-      "insert into `%s` (`id`, `time`, `v`) values (1000, 100, 0.30000000000000004)", table.info()->name).text;
+  const std::string early =
+      Sql("insert into `%s` (`id`, `time`, `v`) values (1000, 100, 0.30000000000000004)",
+          table.info()->name);
   ASSERT_EQ(sgOperateRecord(Token(), table.info(), early.c_str()), 0u) << dbGetLastError();
   ASSERT_EQ(sgGetRecordStatValueOfInterval(Token(), table.info(), SCADASTORE_STAT_MAX, 50, 150, one.record(0), 24), 0u)
       << dbGetLastError();
@@ -117,10 +108,8 @@ TEST_P(ExactTest, UnsignedFieldsAfter2038AreStoredReadAndFound) {
   ASSERT_EQ(almGetAlarmByQuery(Token(), alarms.c_str(), reinterpret_cast<const AlarmQuery*>(query.data()),
                                &found, &size), 0u) << dbGetLastError();
   ASSERT_EQ(size, sizeof alarm);
-  EXPECT_EQ(uint32_t{found->ip}, kIp);
-  EXPECT_EQ(found->arisetime, kAfter2038);
-  EXPECT_EQ(found->recovertime, kLast);
-  EXPECT_EQ(found->alarmlevel, kLast);
+  alarm.id = 1;
+  EXPECT_EQ(std::memcmp(found, &alarm, sizeof alarm), 0);
   std::free(found);
 
   LogRecord entry{};
@@ -131,18 +120,14 @@ TEST_P(ExactTest, UnsignedFieldsAfter2038AreStoredReadAndFound) {
   LogRecord* entries = nullptr;
   ASSERT_EQ(logGetLogByTime(Token(), logs.c_str(), kAfter2038 - 1, kLast, &entries, &size), 0u);
   ASSERT_EQ(size, sizeof entry);
-  EXPECT_EQ(uint32_t{entries->ip}, kIp);
-  EXPECT_EQ(uint32_t{entries->logtype}, kLast);
+  entry.id = 1;
+  EXPECT_EQ(std::memcmp(entries, &entry, sizeof entry), 0);
   std::free(entries);
 
   alarm.value = NAN;
   EXPECT_TRUE(Refused(almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm), 1, "[alm101] invalid parameter"));
-}
 
-// Names of other tables, or of this one in other letters, are not found.
-TEST_P(ExactTest, OnlyOwnTablesAreSeen) {
-  const std::string alarms = DropAtEnd(UniqueTableName("exact_names"));
-  ASSERT_EQ(almEnsureTableExist(Token(), alarms.c_str()), 0u);
+  // Names of other tables, or of this one in other letters, are not found.
   std::string upper = alarms;
   for (char& c : upper) c = static_cast<char>(std::toupper(c));
   for (const std::string& other : {upper, std::string("db"), std::string("servers"),

@@ -61,34 +61,6 @@ SQLRETURN CountedDisconnect(SQLHDBC connection) {
   return ::SQLDisconnect(connection);
 }
 
-// Runs each case under its fault and checks result, text and closed connection.
-void ExpectFailurePaths(const std::vector<FaultCase>& cases) {
-  for (const FaultCase& fault : cases) {
-    failingColumn = fault.failingColumn;
-    connects = disconnects = 0;
-    OdbcOverride odbc;
-    odbc->GetData = FailingGetData;
-    odbc->DriverConnect = CountedConnect;
-    odbc->Connect = CountedSqlConnect;
-    odbc->Disconnect = CountedDisconnect;
-    blocksGranted = fault.blocksGranted;
-    auto refuse = [](size_t count, size_t size) -> void* {
-      return blocksGranted-- > 0 ? std::calloc(count, size) : nullptr;
-    };
-    auto refuseGrowth = [](void* block, size_t size) -> void* {
-      return blocksGranted-- > 0 ? std::realloc(block, size) : nullptr;
-    };
-    SystemCallOverride noMemory(systemCalls.calloc,
-                                fault.failingColumn == 0 ? +refuse : systemCalls.calloc);
-    SystemCallOverride noGrowth(systemCalls.realloc,
-                                fault.failingColumn == 0 ? +refuseGrowth : systemCalls.realloc);
-    EXPECT_EQ(fault.call(), fault.result) << fault.name;
-    EXPECT_EQ(dbGetLastError(), fault.error) << fault.name;
-    EXPECT_GT(connects, 0) << fault.name;
-    EXPECT_EQ(disconnects, connects) << fault.name << ": a connection was left open";
-  }
-}
-
 class FailurePathTest : public DatabaseTest {};
 
 TEST_P(FailurePathTest, EveryExport) {
@@ -195,7 +167,31 @@ TEST_P(FailurePathTest, EveryExport) {
     cases.push_back({"sgBatchSetRecord", 1,
                      [&] { return sgBatchSetRecord(Token(), table, records.data(), records.bytes()); },
                      1, "[rcd1706] failed to get field 1"});
-  ExpectFailurePaths(cases);
+  // Each case under its fault: result, text and a closed connection.
+  for (const FaultCase& fault : cases) {
+    failingColumn = fault.failingColumn;
+    connects = disconnects = 0;
+    OdbcOverride odbc;
+    odbc->GetData = FailingGetData;
+    odbc->DriverConnect = CountedConnect;
+    odbc->Connect = CountedSqlConnect;
+    odbc->Disconnect = CountedDisconnect;
+    blocksGranted = fault.blocksGranted;
+    auto refuse = [](size_t count, size_t size) -> void* {
+      return blocksGranted-- > 0 ? std::calloc(count, size) : nullptr;
+    };
+    auto refuseGrowth = [](void* block, size_t size) -> void* {
+      return blocksGranted-- > 0 ? std::realloc(block, size) : nullptr;
+    };
+    SystemCallOverride noMemory(systemCalls.calloc,
+                                fault.failingColumn == 0 ? +refuse : systemCalls.calloc);
+    SystemCallOverride noGrowth(systemCalls.realloc,
+                                fault.failingColumn == 0 ? +refuseGrowth : systemCalls.realloc);
+    EXPECT_EQ(fault.call(), fault.result) << fault.name;
+    EXPECT_EQ(dbGetLastError(), fault.error) << fault.name;
+    EXPECT_GT(connects, 0) << fault.name;
+    EXPECT_EQ(disconnects, connects) << fault.name << ": a connection was left open";
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, FailurePathTest, ::testing::ValuesIn(Databases({3})),

@@ -198,13 +198,11 @@ class LimitTest : public DatabaseTest {
     DatabaseTest::SetUp();
     if (!IsSkipped() && kind() == 2) GTEST_SKIP() << "names of at most 64 characters";
   }
-  std::string LongName(size_t length) {
-    std::string name = UniqueTableName("cut");
-    return DropAtEnd(name + std::string(length - name.size(), 'n'));
-  }
-  // A data table of one float column v with rows at times 1000, 2000, 9000.
+  // A data table of one float column v with rows at times 1000, 2000, 9000,
+  // its name padded to `nameLength` characters.
   DataTable ThreeRows(size_t nameLength) {
-    DataTable table(LongName(nameLength), {{"v", 3}});
+    std::string name = UniqueTableName("cut");
+    DataTable table(DropAtEnd(name + std::string(nameLength - name.size(), 'n')), {{"v", 3}});
     EXPECT_EQ(sgEnsureTableExist(Token(), table.info(), nullptr, 0), 0u);
     RecordBuffer record(table.recordSize(), 1);
     for (auto [time, v] : {std::pair{1000u, 1.0}, {2000u, 5.0}, {9000u, 100.0}}) {
@@ -238,11 +236,7 @@ TEST_P(LimitTest, StatementsThatDoNotFitDoNotRun) {
 
 // Rows times recordSize beyond 32 bits cannot be handed out with their size.
 TEST_P(LimitTest, BlockSizeThatWouldWrapIsRefused) {
-  DataTable table(DropAtEnd(UniqueTableName("wrap")), {{"v", 3}});
-  ASSERT_EQ(sgEnsureTableExist(Token(), table.info(), nullptr, 0), 0u);
-  RecordBuffer record(table.recordSize(), 2);
-  for (DataRecord* row : {record.record(0), record.record(1)})
-    ASSERT_EQ(sgSetRecord(Token(), table.info(), row, table.recordSize()), 0u);
+  DataTable table = ThreeRows(32);
   table.info()->recordSize = 0x80000000u;
   void* block = reinterpret_cast<void*>(0x10);
   uint32_t size = 7;

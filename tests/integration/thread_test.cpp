@@ -17,24 +17,31 @@ namespace {
 
 class ThreadTest : public DatabaseTest {};
 
-// Each thread writes a table of its own: ids are max(id) + 1, so writers of
-// one table collide by design.
-TEST_P(ThreadTest, EightThreadsOfMixedCalls) {
+// Each thread writes a table of its own (ids are max(id) + 1, so writers of
+// one table collide by design) and fails on a missing table of its own name
+// length: a text read right after a failure must be one of the eight whole texts.
+TEST_P(ThreadTest, EightThreadsOfMixedAndFailingCalls) {
   std::vector<DataTable> tables;
+  std::vector<std::string> missing, texts;
   for (int t = 0; t < 8; ++t) {
     tables.emplace_back(DropAtEnd(UniqueTableName("threads")),
                         Columns{{"value", SCADASTORE_VALUE_FLOAT}});
     ASSERT_EQ(sgEnsureTableExist(Token(), tables.back().info(), nullptr, 0), 0u)
         << dbGetLastError();
+    missing.push_back("missing" + std::string(size_t(t) * 9 + 1, char('a' + t)));
+    EXPECT_EQ(almGetAlarmCount(Token(), missing.back().c_str()), 0u);
+    texts.push_back(LastError());
+    ASSERT_EQ(texts.back().rfind("[alm", 0), 0u) << texts.back();
   }
   uint32_t stored = 0;
   for (const char* options : {"", ";pool"}) {
     ASSERT_EQ(dbInitialize((GetParam().Config() + options).c_str()), 0u);
     const uint32_t rounds = *options ? 40 : 6;
-    std::atomic<int> failures{0};
+    std::atomic<int> failures{0}, mixed{0};
     std::vector<std::thread> threads;
-    for (DataTable& table : tables)
-      threads.emplace_back([&] {
+    for (size_t t = 0; t < tables.size(); ++t)
+      threads.emplace_back([&, t] {
+        DataTable& table = tables[t];
         RecordBuffer record(table.recordSize(), 1);
         for (uint32_t round = 0; round < rounds; ++round) {
           record.Put<uint32_t>(0, 4, round);
@@ -43,35 +50,15 @@ TEST_P(ThreadTest, EightThreadsOfMixedCalls) {
               sgGetRecordCount(Token(), table.info()) != stored + round + 1 ||
               dbIsTableExist(Token(), table.info()->name) != 1)
             ++failures;
+          almGetAlarmCount(Token(), missing[t].c_str());
+          if (std::find(texts.begin(), texts.end(), dbGetLastError()) == texts.end()) ++mixed;
         }
       });
     for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(failures.load(), 0) << options << ": " << dbGetLastError();
+    EXPECT_EQ(failures.load(), 0) << options;
+    EXPECT_EQ(mixed.load(), 0) << options;
     stored += rounds;
   }
-}
-
-// Each thread fails on a missing table of its own, of its own name length: a
-// text read right after a failure must be one of the eight whole texts.
-TEST_P(ThreadTest, EightThreadsOfFailingCallsReadWholeTexts) {
-  std::vector<std::string> tables, texts;
-  for (int t = 0; t < 8; ++t) {
-    tables.push_back("missing" + std::string(size_t(t) * 9 + 1, char('a' + t)));
-    EXPECT_EQ(almGetAlarmCount(Token(), tables.back().c_str()), 0u);
-    texts.push_back(LastError());
-    ASSERT_EQ(texts.back().rfind("[alm", 0), 0u) << texts.back();
-  }
-  std::atomic<int> mixed{0};
-  std::vector<std::thread> threads;
-  for (const std::string& table : tables)
-    threads.emplace_back([&] {
-      for (int round = 0; round < 25; ++round) {
-        almGetAlarmCount(Token(), table.c_str());
-        if (std::find(texts.begin(), texts.end(), dbGetLastError()) == texts.end()) ++mixed;
-      }
-    });
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(mixed.load(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, ThreadTest, ::testing::ValuesIn(Databases({3})),

@@ -42,17 +42,6 @@ size_t OpenDescriptors() {
                        std::filesystem::directory_iterator());
 }
 
-// A block of the calling user publishing `id`, with no receiver behind it.
-int PublishBlock(uint64_t id) {
-  shm_unlink(kMonitorBlockName);
-  int fd = shm_open(kMonitorBlockName, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd >= 0 && (ftruncate(fd, kMonitorBlockSize) != 0 || pwrite(fd, &id, sizeof id, 0) != 8)) {
-    close(fd);
-    return -1;
-  }
-  return fd;
-}
-
 class MonitorTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -108,7 +97,6 @@ class MonitorTest : public ::testing::Test {
 TEST_F(MonitorTest, ReceiverGetsExactlyTheConnectionText) {
   StartReceiver(getpid());
   EXPECT_EQ(DeliveredDuring([&] { return db.Execute("selec broken"); }), db.ErrorText());
-  EXPECT_EQ(std::string(db.ErrorText()).rfind("ret: -1, msg: ", 0), 0u);
   uint32_t value = 0;
   EXPECT_EQ(DeliveredDuring([&] {
               return db.OpenQuery("select 1") && db.MoveToFirstRow() &&
@@ -172,16 +160,19 @@ TEST_F(MonitorTest, ShrinkingBlockNeverFaults) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
-        int block = PublishBlock(999999);
-        if (block < 0) _exit(2);
+        // A block of this user with no receiver behind the id it publishes.
+        shm_unlink(kMonitorBlockName);
+        const int block = shm_open(kMonitorBlockName, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        const uint64_t id = 999999;
+        auto shrinkAndRepublish = [&] {
+          return ftruncate(block, 0) == 0 && ftruncate(block, kMonitorBlockSize) == 0 &&
+                 pwrite(block, &id, sizeof id, 0) == 8;
+        };
+        if (block < 0 || !shrinkAndRepublish()) _exit(2);
         std::atomic<bool> done = false;
         std::thread resizer([&] {
-          uint64_t id = 999999;
-          while (!done) {
-            if (ftruncate(block, 0) != 0 || ftruncate(block, kMonitorBlockSize) != 0 ||
-                pwrite(block, &id, sizeof id, 0) != 8)
-              _exit(3);
-          }
+          while (!done)
+            if (!shrinkAndRepublish()) _exit(3);
         });
         auto start = Clock::now();
         while (SecondsSince(start) < 2.0) NotifyMonitorWindow("shrinking");

@@ -61,9 +61,6 @@ class RecordBuffer {
     std::memcpy(&value, bytes_.data() + record * size_ + offset, sizeof value);
     return value;
   }
-  std::string GetText(size_t record, size_t offset) const {
-    return reinterpret_cast<const char*>(bytes_.data() + record * size_ + offset);
-  }
 
   unsigned char* data() { return bytes_.data(); }
   const unsigned char* data() const { return bytes_.data(); }

@@ -89,6 +89,11 @@ void DatabaseTest::TearDown() {
   for (const std::string& table : tables_) dbRemoveTable(Token(), table.c_str(), nullptr, 0);
 }
 
+std::string DatabaseTest::Sql(const char* backtickTemplate, const std::string& table) const {
+  return FormatStatement(DialectOf(kind()), 1024, backtickTemplate, table.c_str(), table.c_str())
+      .text;
+}
+
 std::string DatabaseTest::DropAtEnd(const std::string& table) {
   tables_.push_back(table);
   return table;

@@ -69,6 +69,8 @@ class DatabaseTest : public ::testing::TestWithParam<Database> {
   void TearDown() override;
   std::string DropAtEnd(const std::string& table);
   int kind() const { return GetParam().kind; }
+  // A statement of the test's own in the database's dialect; every %s is `table`.
+  std::string Sql(const char* backtickTemplate, const std::string& table) const;
 
  private:
   std::vector<std::string> tables_;

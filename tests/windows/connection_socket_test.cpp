@@ -126,7 +126,7 @@ TEST_P(DriverSocket, OnlyAFileDatabaseHasNoSocket) {
   const ConnectionSettings& settings = Settings();
   int socket = 0;
   ASSERT_TRUE(SQL_SUCCEEDED(
-      Connect(connection.get(), settings.dsn, settings.user, settings.password, 5, socket)));
+      Connect(connection.get(), settings.dsn, settings.user, settings.password, 5, 5, socket)));
   // Under Wine the driver is a Linux library: its socket is not a Winsock one.
   EXPECT_EQ(socket, GetParam().sqlite() ? kNoSocket : kUnknownSocket);
   SQLDisconnect(connection.get());
