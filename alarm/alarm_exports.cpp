@@ -35,8 +35,7 @@ uint32_t almSetAlarm(CallerToken token, const char* table, const AlarmRecord* re
   if (records && !EveryRecord(records, size, kRecordSize, Writable))
     return RefuseInvalidParameter(Export::kAlmSetAlarm);
   return WriteRecordsExport(Export::kAlmSetAlarm, token, table, records, size, kRecordSize,
-                            kWriteBufferSize, InsertStatement,
-                            BatchInsertStatement);
+                            kWriteBufferSize, kInserts);
 }
 
 uint32_t almGetAllAlarm(CallerToken token, const char* table, AlarmRecord* records,

@@ -148,14 +148,30 @@ Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const voi
   return insert.Bound(kWriteBufferSize);
 }
 
-Statement BatchInsertStatement(DbKind kind, const char* table, uint32_t firstId,
-                               const void* records, uint32_t count) {
-  return MultiRowInsert(InsertHead(DialectOf(kind), table), kWriteBufferSize, count,
-                        [&](uint32_t i) {
-                          return InsertRow(DialectOf(kind), firstId + i,
-                                           static_cast<const char*>(records) + i * sizeof(AlarmRecord));
-                        });
+namespace {
+
+void FillRow(const void* record, uint32_t id, DbConnection::Parameter* values) {
+  auto number = [&](size_t offset) { return LoadField<uint32_t>(record, offset); };
+  auto text = [&](size_t offset, size_t width) { return Text(record, offset, width); };
+  SetInteger(values[0], id);
+  SetText(values[1], text(offsetof(AlarmRecord, station), sizeof(AlarmRecord::station)));
+  SetText(values[2], text(offsetof(AlarmRecord, tag), sizeof(AlarmRecord::tag)));
+  SetInteger(values[3], number(offsetof(AlarmRecord, tagtype)));
+  SetInteger(values[4], number(offsetof(AlarmRecord, alarmtype)));
+  SetDouble(values[5], static_cast<float>(StoredValue(record)));
+  SetInteger(values[6], number(offsetof(AlarmRecord, status)));
+  SetInteger(values[7], number(offsetof(AlarmRecord, recovertime)));
+  SetInteger(values[8], number(offsetof(AlarmRecord, arisetime)));
+  SetInteger(values[9], number(offsetof(AlarmRecord, ip)));
+  SetText(values[10], text(offsetof(AlarmRecord, description), sizeof(AlarmRecord::description)));
+  SetInteger(values[11], number(offsetof(AlarmRecord, millisecond)));
+  SetText(values[12], text(offsetof(AlarmRecord, batch), sizeof(AlarmRecord::batch)));
+  SetInteger(values[13], number(offsetof(AlarmRecord, alarmlevel)));
 }
+
+}  // namespace
+
+const FixedRecordInserts kInserts{kWriteBufferSize, 14, InsertHead, InsertStatement, FillRow};
 
 Statement ConfirmStatement(DbKind kind, const char* table, uint32_t status, uint32_t id) {
   return FormatStatement(DialectOf(kind), kStatementSize, "update `%s` set `status`=%u where `id`=%u", table,

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "core/batch_insert.h"
 #include "core/settings.h"
 #include "core/sql_text.h"
 
@@ -18,10 +19,8 @@ Statement CreateTableStatement(DbKind kind, const char* table);
 // `record` is one AlarmRecord of the caller's buffer; its id is not read.
 Statement InsertStatement(DbKind kind, const char* table, uint32_t id,
                           const void* record);
-// `count` AlarmRecords of `records` under the ids from `firstId` on, as one
-// multi-row insert; each row is cut as the single insert would be.
-Statement BatchInsertStatement(DbKind kind, const char* table, uint32_t firstId,
-                               const void* records, uint32_t count);
+// The insert's head and its values bound, for batches of alarms.
+extern const FixedRecordInserts kInserts;
 Statement ConfirmStatement(DbKind kind, const char* table, uint32_t status, uint32_t id);
 Statement RecoverStatement(DbKind kind, const char* table, uint32_t recovertime, uint32_t id);
 

@@ -28,7 +28,8 @@ bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint3
   uint32_t prepared = 0;  // rows of the prepared statement
   for (uint32_t first = 0; first < count; first += prepared) {
     failedFrom = first;
-    const uint32_t slice = std::min(RowsPerStatement(rows.parametersPerRow), count - first);
+    const uint32_t most = rows.multiRow ? RowsPerStatement(rows.parametersPerRow) : 1;
+    const uint32_t slice = std::min(most, count - first);
     const bool fresh = slice != prepared;
     if (fresh) {
       if (!db.Prepare(rows.sqlOf(slice).c_str())) return false;
@@ -55,17 +56,72 @@ bool InsertAllOrNone(DbConnection& db, const BoundRows& rows, uint32_t count, ui
   return transaction.Commit();
 }
 
-bool ExecuteAllOrNone(DbConnection& db, uint32_t count,
-                      const std::function<Statement(uint32_t)>& statementOf, uint32_t& failedAt) {
-  failedAt = 0;
-  Transaction transaction(db);
-  if (!transaction.open()) return false;
-  for (; failedAt < count; ++failedAt) {
-    const Statement statement = statementOf(failedAt);
-    if (!statement.complete || !db.Execute(statement.Sent().c_str(), statement.texts)) return false;
+void SetInteger(DbConnection::Parameter& value, int64_t number) {
+  value.type = DbConnection::Parameter::Type::Integer;
+  value.integer = number;
+}
+
+void SetDouble(DbConnection::Parameter& value, double number) {
+  value.type = DbConnection::Parameter::Type::Double;
+  value.real = number;
+}
+
+void SetText(DbConnection::Parameter& value, std::string_view text) {
+  value.type = DbConnection::Parameter::Type::Text;
+  value.text.assign(text);
+}
+
+BoundRows FixedRecordRows(const FixedRecordInserts& inserts, DbKind kind, const char* table,
+                          const unsigned char* records, uint32_t recordSize, uint32_t firstId) {
+  std::string row = "(?";
+  for (size_t i = 1; i < inserts.parametersPerRow; ++i) row += ",?";
+  row += ')';
+  return {inserts.parametersPerRow,
+          [head = inserts.head(DialectOf(kind), table).text, row](uint32_t rows) {
+            std::string sql = head;
+            sql.reserve(head.size() + rows * (row.size() + 1));
+            for (uint32_t i = 0; i < rows; ++i) sql += (i ? "," : "") + row;
+            return sql;
+          },
+          [&inserts, records, recordSize, firstId](uint32_t i, DbConnection::Parameter* values) {
+            inserts.fill(records + size_t{i} * recordSize, firstId + i, values);
+          },
+          HasMultiRowValues(kind)};
+}
+
+namespace {
+
+// The most characters the values can show as "(v, ...)": a number at its
+// longest, a text between quotes with each quote doubled.
+size_t LongestShownRow(const std::vector<DbConnection::Parameter>& values) {
+  size_t length = 2;
+  for (const DbConnection::Parameter& value : values) {
+    switch (value.type) {
+      case DbConnection::Parameter::Type::Integer: length += 20 + 2; break;
+      case DbConnection::Parameter::Type::Double: length += 24 + 2; break;
+      case DbConnection::Parameter::Type::Text:
+        length += value.text.size() + std::count(value.text.begin(), value.text.end(), '\'') + 4;
+        break;
+    }
   }
-  failedAt = count - 1;
-  return transaction.Commit();
+  return length;
+}
+
+}  // namespace
+
+uint32_t WholeInserts(const FixedRecordInserts& inserts, DbKind kind, const char* table,
+                      const unsigned char* records, uint32_t count, uint32_t recordSize,
+                      uint32_t firstId) {
+  const Statement head = inserts.head(DialectOf(kind), table);
+  std::vector<DbConnection::Parameter> values(inserts.parametersPerRow);
+  for (uint32_t i = 0; i < count; ++i) {
+    const unsigned char* record = records + size_t{i} * recordSize;
+    inserts.fill(record, firstId + i, values.data());
+    // Only a row that might not fit is built.
+    if (head.complete && head.text.size() + LongestShownRow(values) < inserts.bufferSize) continue;
+    if (!inserts.single(kind, table, firstId + i, record).complete) return i;
+  }
+  return count;
 }
 
 }  // namespace scadastore

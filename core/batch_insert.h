@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "core/connection.h"
 #include "core/sql_text.h"
@@ -39,11 +40,42 @@ uint32_t RowsPerStatement(size_t parametersPerRow);
 
 // Rows as a multi-row insert with bound values: sqlOf(n) is the insert of n
 // rows of `parametersPerRow` `?`s each; fill(i, values) writes row i's values.
+// Without `multiRow` each statement carries one row.
 struct BoundRows {
   size_t parametersPerRow;
   std::function<std::string(uint32_t rows)> sqlOf;
   std::function<void(uint32_t row, DbConnection::Parameter* values)> fill;
+  bool multiRow = true;
 };
+
+// How a family of fixed-size records (alarms, log entries) inserts them:
+// `single` is the insert of one record as it is shown and run alone, cut like
+// a buffer of `bufferSize` bytes; `head` its "insert into ... values";
+// fill(record, id, values) writes the `parametersPerRow` values of the same
+// insert, bound, in the order of its columns.
+struct FixedRecordInserts {
+  uint32_t bufferSize;
+  size_t parametersPerRow;
+  Statement (*head)(SqlDialect dialect, const char* table);
+  Statement (*single)(DbKind kind, const char* table, uint32_t id, const void* record);
+  void (*fill)(const void* record, uint32_t id, DbConnection::Parameter* values);
+};
+
+// `records` (recordSize bytes each) under the ids from `firstId` as bound
+// rows; several to a statement where the kind has multi-row values.
+BoundRows FixedRecordRows(const FixedRecordInserts& inserts, DbKind kind, const char* table,
+                          const unsigned char* records, uint32_t recordSize, uint32_t firstId);
+
+// How many of `count` records, from the first, have a single insert that is
+// whole. One that would be cut is never run, alone or in a batch.
+uint32_t WholeInserts(const FixedRecordInserts& inserts, DbKind kind, const char* table,
+                      const unsigned char* records, uint32_t count, uint32_t recordSize,
+                      uint32_t firstId);
+
+// Setters of a bound value, its type with it.
+void SetInteger(DbConnection::Parameter& value, int64_t number);
+void SetDouble(DbConnection::Parameter& value, double number);
+void SetText(DbConnection::Parameter& value, std::string_view text);
 
 // Runs the slices of rows inside the caller's transaction, which decides what
 // stays. False at the first failure: `failedFrom` is the first row of its slice.
@@ -55,10 +87,5 @@ bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint3
 // driver's text is in db.ErrorText().
 bool InsertAllOrNone(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom);
 
-// Runs statementOf(0) to statementOf(count - 1) in one transaction. False
-// when nothing was stored: statement `failedAt` failed (the last one when the
-// commit did), with the driver's text in db.ErrorText().
-bool ExecuteAllOrNone(DbConnection& db, uint32_t count,
-                      const std::function<Statement(uint32_t)>& statementOf, uint32_t& failedAt);
 
 }  // namespace scadastore

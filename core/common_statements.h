@@ -2,7 +2,6 @@
 // Each is cut like the bounded buffer of `bufferSize` bytes its caller names.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -30,19 +29,6 @@ Statement DropTableStatement(DbKind kind, const std::string& table);
 // dialect, which `kind` translates. Every ` integer` column of a fixed
 // record is unsigned 32-bit: UnsignedType(kind) declares it.
 Statement CreateFixedTableStatement(DbKind kind, const char* table, const char* backtickColumns);
-
-// A multi-row insert: `head` ("insert into ... values") and row(i), "(...)",
-// for each of `count` rows, comma-separated. A row is cut, and the whole
-// incomplete, where `head` and that row alone would not fit `bufferSize`.
-template <class Row>
-Statement MultiRowInsert(Statement head, uint32_t bufferSize, uint32_t count, Row&& row) {
-  const size_t rowBuffer = bufferSize - std::min<size_t>(head.text.size(), bufferSize - 1);
-  for (uint32_t i = 0; i < count; ++i) {
-    if (i > 0) head += {","};
-    head += row(i).Bound(rowBuffer);
-  }
-  return head;
-}
 
 // What the kind writes after the closing parenthesis of a create statement:
 // under kind 2 its texts compare byte for byte, also in case, accents and

@@ -55,7 +55,7 @@ uint32_t CallerStatementExport(const ExportCode& code, CallerToken token, const 
 
 uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const char* table,
                             const void* records, uint32_t size, uint32_t recordSize,
-                            uint32_t largestIdBuffer, InsertBuilder insert, BatchBuilder batch) {
+                            uint32_t largestIdBuffer, const FixedRecordInserts& inserts) {
   return RunExport(code, [&](ExportCall& call) -> uint32_t {
     if (!token || !table || !records || size < recordSize) return call.InvalidParameter();
     const auto* bytes = static_cast<const unsigned char*>(records);
@@ -81,26 +81,27 @@ uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const cha
           call.InvalidParameter();
           return false;
         }
-        // Several records go in one transaction first. When that fails
-        // otherwise than for want of the server, they are written one by one,
-        // so that those before a refused one stay stored as they always did.
-        if (count - k > 1) {
+        // Several records go in one transaction first, unless one of them
+        // would be cut alone. When that fails otherwise than for want of the
+        // server, they are written one by one, so that those before a refused
+        // one stay stored as they always did.
+        const DbKind kind = call.kind();
+        const unsigned char* rest = bytes + size_t{k} * recordSize;
+        if (count - k > 1 &&
+            WholeInserts(inserts, kind, table, rest, count - k, recordSize, id + 1) == count - k) {
           progress = {k, count - k, id + 1};
-          const uint32_t rows = HasMultiRowValues(call.kind())
-                                    ? RowsPerStatement(insert(call.kind(), table, 1, bytes).texts.size())
-                                    : 1;
-          const auto sliceOf = [&](uint32_t slice) {
-            const uint32_t first = k + slice * rows;
-            return batch(call.kind(), table, id + 1 + slice * rows,
-                         bytes + size_t{first} * recordSize, std::min(rows, count - first));
-          };
-          uint32_t failedAt = 0;
-          if (ExecuteAllOrNone(call.db(), (count - k + rows - 1) / rows, sliceOf, failedAt)) k = count;
-          else if (call.db().Unreachable()) return call.FailExecution(sliceOf(failedAt));
+          uint32_t failedFrom = 0;
+          if (InsertAllOrNone(call.db(),
+                              FixedRecordRows(inserts, kind, table, rest, recordSize, id + 1),
+                              count - k, failedFrom))
+            k = count;
+          else if (call.db().Unreachable())
+            return call.FailExecution(inserts.single(kind, table, id + 1 + failedFrom,
+                                                     rest + size_t{failedFrom} * recordSize));
         }
         for (; k < count; ++k, ++id) {
           progress = {k, 1, id + 1};
-          if (!call.Execute(insert(call.kind(), table, id + 1, bytes + size_t{k} * recordSize)))
+          if (!call.Execute(inserts.single(kind, table, id + 1, bytes + size_t{k} * recordSize)))
             return false;
         }
         progress = {count, 0, 0};

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/batch_insert.h"
 #include "core/common_statements.h"
 #include "core/export_call.h"
 #include "core/row_reader.h"
@@ -26,20 +27,14 @@ uint32_t CountExport(const ExportCode& code, CallerToken token, const char* tabl
 uint32_t CallerStatementExport(const ExportCode& code, CallerToken token, const char* table,
                                const char* sql);
 
-using InsertBuilder = Statement (*)(DbKind kind, const char* table, uint32_t id,
-                                    const void* record);
-// `count` records of `records` under the ids from `firstId`, one statement.
-using BatchBuilder = Statement (*)(DbKind kind, const char* table, uint32_t firstId,
-                                   const void* records, uint32_t count);
-
 // Stores size / recordSize records under the ids after the table's largest:
-// in one transaction, as multi-row inserts where the kind has them, else one
-// insert each; when that fails for the data, one insert each in the
-// session's commit mode, so that those before a refused one stay. Without a
-// known largest id nothing is written, and that is no failure.
+// several in one transaction with their values bound, as multi-row inserts
+// where the kind has them; when that fails for the data, one insert each in
+// the session's commit mode, so that those before a refused one stay. Without
+// a known largest id nothing is written, and that is no failure.
 uint32_t WriteRecordsExport(const ExportCode& code, CallerToken token, const char* table,
                             const void* records, uint32_t size, uint32_t recordSize,
-                            uint32_t largestIdBuffer, InsertBuilder insert, BatchBuilder batch);
+                            uint32_t largestIdBuffer, const FixedRecordInserts& inserts);
 
 // Fills the caller's buffer with the rows of lowest id, readRow(db, record)
 // each; the buffer is cleared only once the select ran, so a failed call

@@ -64,36 +64,40 @@ class Target {
            size_t{k} * write_.recordSize;
   }
   Statement Insert(DbKind kind, uint32_t id, const void* record) const {
-    switch (write_.family) {
-      case WriteFamily::kAlarm: return alarm::InsertStatement(kind, write_.table.c_str(), id, record);
-      case WriteFamily::kLog: return log::InsertStatement(kind, write_.table.c_str(), id, record);
-      default: return record::InsertStatement(kind, layout_, record, write_.recordSize, id);
-    }
+    if (IsRecord()) return record::InsertStatement(kind, layout_, record, write_.recordSize, id);
+    return Inserts().single(kind, write_.table.c_str(), id, record);
   }
   // Stores the records from `first` on under the ids from `firstId`, inside
-  // the caller's transaction: samples as the library's batch writes them,
-  // alarms and log entries as multi-row inserts where the kind has them.
+  // the caller's transaction, as the exports' batches write them: bound
+  // values, several rows to a statement where the kind has them.
   bool Store(DbConnection& db, uint32_t first, uint32_t firstId, std::string& reason) const {
     const uint32_t count = write_.RecordCount();
     if (first >= count) return true;
-    if (IsRecord() && record::AllowsBatches(db.kind())) {
+    const DbKind kind = db.kind();
+    uint32_t failedFrom = 0;
+    if (!IsRecord()) {
+      const char* table = write_.table.c_str();
+      const uint32_t whole =
+          WholeInserts(Inserts(), kind, table, Record(first), count - first, write_.recordSize, firstId);
+      if (whole < count - first) {
+        reason = "not run, cut: " + Insert(kind, firstId + whole, Record(first + whole)).text;
+        return false;
+      }
+      return InsertSlices(
+          db, FixedRecordRows(Inserts(), kind, table, Record(first), write_.recordSize, firstId),
+          count - first, failedFrom);
+    }
+    if (record::AllowsBatches(kind)) {
       const BoundRows rows{
           record::BatchParameters(layout_),
-          [&](uint32_t n) { return record::BatchInsertSql(db.kind(), layout_, n); },
+          [&](uint32_t n) { return record::BatchInsertSql(kind, layout_, n); },
           [&](uint32_t i, DbConnection::Parameter* values) {
             record::BatchRow(layout_, Record(first + i), firstId + i, values);
           }};
-      uint32_t failedFrom = 0;
       return InsertSlices(db, rows, count - first, failedFrom);
     }
-    const bool multiRow = !IsRecord() && record::AllowsBatches(db.kind()) && db.kind() != 4;
-    const size_t texts = Insert(db.kind(), firstId, Record(first)).texts.size();
-    const uint32_t rowsEach = multiRow ? RowsPerStatement(std::max<size_t>(texts, 1)) : 1;
-    for (uint32_t k = first; k < count; k += rowsEach) {
-      const uint32_t rows = std::min(rowsEach, count - k);
-      const uint32_t id = firstId + (k - first);
-      const Statement insert =
-          rows == 1 ? Insert(db.kind(), id, Record(k)) : Batch(db.kind(), id, k, rows);
+    for (uint32_t k = first; k < count; ++k) {
+      const Statement insert = Insert(kind, firstId + (k - first), Record(k));
       if (!insert.complete) reason = "not run, cut: " + insert.text;
       if (!insert.complete || !db.Execute(insert.Sent().c_str(), insert.texts)) return false;
     }
@@ -118,11 +122,8 @@ class Target {
   }
 
  private:
-  // `count` alarms or log entries from record `k` on, under the ids from `firstId`.
-  Statement Batch(DbKind kind, uint32_t firstId, uint32_t k, uint32_t count) const {
-    return write_.family == WriteFamily::kAlarm
-               ? alarm::BatchInsertStatement(kind, write_.table.c_str(), firstId, Record(k), count)
-               : log::BatchInsertStatement(kind, write_.table.c_str(), firstId, Record(k), count);
+  const FixedRecordInserts& Inserts() const {
+    return write_.family == WriteFamily::kAlarm ? alarm::kInserts : log::kInserts;
   }
 
   const KeptWrite& write_;

@@ -16,8 +16,7 @@ uint32_t logSetLog(CallerToken token, const char* table, const LogRecord* record
   if (records && !EveryRecord(records, size, kLogRecordSize, Writable))
     return RefuseInvalidParameter(Export::kLogSetLog);
   return WriteRecordsExport(Export::kLogSetLog, token, table, records, size, kLogRecordSize,
-                            kLongBufferSize, InsertStatement,
-                            BatchInsertStatement);
+                            kLongBufferSize, kInserts);
 }
 
 uint32_t logGetAllLog(CallerToken token, const char* table, LogRecord* buffer, uint32_t size) {

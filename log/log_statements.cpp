@@ -1,8 +1,8 @@
 #include "log/log_statements.h"
 
+#include <array>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
 #include <string_view>
 
 #include "core/common_statements.h"
@@ -37,24 +37,46 @@ Statement InsertHead(SqlDialect dialect, const char* table) {
       table);
 }
 
+// The texts of an entry in the order of its columns; the ip stands between
+// the fifth and the sixth.
+std::array<std::string_view, 7> Texts(const LogRecord& entry) {
+  return {FieldText(entry.source, sizeof entry.source),
+          FieldText(entry.loginfo, sizeof entry.loginfo),
+          FieldText(entry.operator_, sizeof entry.operator_),
+          FieldText(entry.monitor, sizeof entry.monitor),
+          FieldText(entry.logverify, sizeof entry.logverify),
+          FieldText(entry.ackinfo, sizeof entry.ackinfo),
+          FieldText(entry.batch, sizeof entry.batch)};
+}
+
 // "(id, ...)": the values of one entry.
 Statement InsertRow(SqlDialect dialect, uint32_t id, const void* record) {
   LogRecord entry;
   std::memcpy(&entry, record, sizeof entry);
   Statement row = FormatStatement(dialect, kInsertBufferSize, "(%u, %u, %u, %u, ", id,
                                   entry.logtime, entry.millisecond, entry.logtype);
-  const std::string_view texts[] = {
-      FieldText(entry.source, sizeof entry.source),       FieldText(entry.loginfo, sizeof entry.loginfo),
-      FieldText(entry.operator_, sizeof entry.operator_), FieldText(entry.monitor, sizeof entry.monitor),
-      FieldText(entry.logverify, sizeof entry.logverify), FieldText(entry.ackinfo, sizeof entry.ackinfo),
-      FieldText(entry.batch, sizeof entry.batch)};
-  for (size_t i = 0; i < std::size(texts); ++i) {
-    // The ip stands between logverify and ackinfo.
+  const auto texts = Texts(entry);
+  for (size_t i = 0; i < texts.size(); ++i) {
     if (i == 5) row += FormatStatement(dialect, kInsertBufferSize, "%u, ", entry.ip);
     row.AppendText(texts[i]);
-    row += {i + 1 < std::size(texts) ? ", " : ")"};
+    row += {i + 1 < texts.size() ? ", " : ")"};
   }
   return row;
+}
+
+void FillRow(const void* record, uint32_t id, DbConnection::Parameter* values) {
+  LogRecord entry;
+  std::memcpy(&entry, record, sizeof entry);
+  SetInteger(values[0], id);
+  SetInteger(values[1], entry.logtime);
+  SetInteger(values[2], entry.millisecond);
+  SetInteger(values[3], entry.logtype);
+  DbConnection::Parameter* value = values + 4;
+  const auto texts = Texts(entry);
+  for (size_t i = 0; i < texts.size(); ++i) {
+    if (i == 5) SetInteger(*value++, entry.ip);
+    SetText(*value++, texts[i]);
+  }
 }
 
 }  // namespace
@@ -65,13 +87,6 @@ Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const voi
   return insert.Bound(kInsertBufferSize);
 }
 
-Statement BatchInsertStatement(DbKind kind, const char* table, uint32_t firstId,
-                               const void* records, uint32_t count) {
-  return MultiRowInsert(InsertHead(DialectOf(kind), table), kInsertBufferSize, count,
-                        [&](uint32_t i) {
-                          return InsertRow(DialectOf(kind), firstId + i,
-                                           static_cast<const char*>(records) + i * sizeof(LogRecord));
-                        });
-}
+const FixedRecordInserts kInserts{kInsertBufferSize, 12, InsertHead, InsertStatement, FillRow};
 
 }  // namespace scadastore::log

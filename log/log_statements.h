@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "core/batch_insert.h"
 #include "core/settings.h"
 #include "core/sql_text.h"
 
@@ -23,9 +24,7 @@ Statement TimeRangeStatement(DbKind kind, const char* table, uint32_t startTime,
 // Stores `record` (a LogRecord, possibly unaligned) under `id`; rsvd is left
 // NULL. Incomplete when its shown text does not fit kInsertBufferSize.
 Statement InsertStatement(DbKind kind, const char* table, uint32_t id, const void* record);
-// `count` LogRecords of `records` under the ids from `firstId` on, as one
-// multi-row insert; each row is cut as the single insert would be.
-Statement BatchInsertStatement(DbKind kind, const char* table, uint32_t firstId,
-                               const void* records, uint32_t count);
+// The insert's head and its values bound, for batches of entries.
+extern const FixedRecordInserts kInserts;
 
 }  // namespace scadastore::log
