@@ -37,7 +37,8 @@ bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint3
       values.assign(size_t{slice} * rows.parametersPerRow, {});
     }
     for (uint32_t r = 0; r < slice; ++r) rows.fill(first + r, &values[r * rows.parametersPerRow]);
-    // Numbers stay bound where they are; texts move with each slice.
+    // Numbers stay bound where they are; a text is bound again only when
+    // it outgrows the buffer bound before.
     for (size_t i = 0; i < values.size(); ++i) {
       if ((fresh || values[i].type == DbConnection::Parameter::Type::Text) &&
           !db.Bind(static_cast<uint16_t>(i + 1), values[i]))

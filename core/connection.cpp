@@ -266,6 +266,7 @@ int DbConnection::Prepare(const char* sql) {
 int DbConnection::Bind(uint16_t number, Parameter& value) {
   SQLSMALLINT cType = SQL_C_SBIGINT, sqlType = SQL_BIGINT;
   SQLULEN size = 0;
+  SQLLEN room = 0;
   void* data = &value.integer;
   value.length = 0;
   if (value.type == Parameter::Type::Double) {
@@ -274,14 +275,20 @@ int DbConnection::Bind(uint16_t number, Parameter& value) {
     data = &value.real;
   } else if (value.type == Parameter::Type::Text) {
     if (!ConvertText(value.text, number, value.sent, DiagnosticForm::WithReturnCode)) return 0;
+    value.length = static_cast<SQLLEN>(value.sent.size());
+    if (value.sent.data() == value.boundText && value.sent.size() <= value.boundRoom) return 1;
+    // Room for the texts of later rows, which are mostly no longer.
+    constexpr size_t kTextRoom = 256;
+    value.sent.reserve(std::max(value.sent.size(), kTextRoom));
     cType = SQL_C_CHAR;
     sqlType = SQL_VARCHAR;
-    size = std::max<SQLULEN>(value.sent.size(), 1);
+    size = value.boundRoom = std::max<SQLULEN>(value.sent.capacity(), 1);
+    room = static_cast<SQLLEN>(size);
     data = value.sent.data();
-    value.length = static_cast<SQLLEN>(value.sent.size());
+    value.boundText = value.sent.data();
   }
   return Check(Odbc().BindParameter(prepared_.get(), number, SQL_PARAM_INPUT, cType, sqlType, size,
-                                    0, data, value.length, &value.length),
+                                    0, data, room, &value.length),
                SQL_HANDLE_STMT, prepared_.get(), DiagnosticForm::WithReturnCode);
 }
 

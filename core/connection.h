@@ -73,6 +73,10 @@ class DbConnection {
     std::string text;  // as the caller wrote it
     std::string sent;  // in the driver's character set
     SQLLEN length = 0;
+    // The text buffer the statement holds and its room: a later text that
+    // fits it there needs no new binding.
+    const char* boundText = nullptr;
+    SQLULEN boundRoom = 0;
   };
   // One statement compiled once and run for each set of values bound to it,
   // replacing the previous one. Failures read as Execute's.
