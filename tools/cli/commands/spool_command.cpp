@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
+#include <optional>
 #include <thread>
 
 #include <fmt/format.h>
 
 #include "core/settings.h"
+#include "core/sql_text.h"
 #include "core/spool_journal.h"
 #include "platform/spool_file.h"
 #include "tools/cli/command.h"
@@ -17,14 +20,37 @@
 namespace scadastore::cli {
 namespace {
 
-// The directory of the option spool=DIR after the kind.
-std::string SpoolDirectory(const Session& session) {
+// The settings of --config, which must carry the option spool=DIR.
+ConnectionSettings SpoolSettings(const Session& session) {
   ConnectionSettings settings;
   if (!ParseSettings(session.options.config.c_str(), settings))
     throw UsageError("spool: the settings text of --config was refused (an option with a bad value?)");
   if (settings.spoolDirectory.empty())
     throw UsageError("spool: --config must carry the option spool=DIR after the kind");
-  return settings.spoolDirectory;
+  return settings;
+}
+
+// The spool's sequence number in the database: every write up to it was
+// forwarded, also where a full disk kept the journal from saying so. Empty
+// with the reason when the database does not answer.
+std::optional<uint64_t> ForwardedInDatabase(const ConnectionSettings& settings, std::string& why) {
+  std::ifstream idFile(settings.spoolDirectory + "/id");
+  std::string id;
+  if (!std::getline(idFile, id)) return uint64_t{0};  // a spool that never opened
+  try {
+    OdbcConnection db(settings.dsn, settings.user, settings.password);
+    OdbcStatement select = db.Statement();
+    const SqlDialect dialect = DialectOf(settings.kind);
+    select.Execute("select " + QuoteName(dialect, "forwarded") + " from " +
+                       QuoteName(dialect, "scadastore_spool") + " where " +
+                       QuoteName(dialect, "spool") + " = ?",
+                   {id});
+    const std::optional<std::string> forwarded = select.Fetch() ? select.Text(1) : std::nullopt;
+    return forwarded ? std::stoull(*forwarded) : 0;
+  } catch (const std::exception& error) {
+    why = error.what();
+    return std::nullopt;
+  }
 }
 
 struct TableWaiting {
@@ -38,12 +64,14 @@ struct SpoolState {
   std::vector<AsideEntry> aside;
 };
 
-SpoolState ReadState(const std::string& directory) {
+// What waits after the writes up to `forwarded`.
+SpoolState ReadState(const std::string& directory, uint64_t forwarded) {
   SpoolState state;
   std::string error;
   const bool read = ReadSpoolDirectory(
       directory,
       [&](uint64_t sequence, const KeptWrite& write) {
+        if (sequence <= forwarded) return;
         TableWaiting& table = state.tables[write.TableName()];
         ++table.writes;
         table.records += write.RecordCount();
@@ -58,9 +86,19 @@ SpoolState ReadState(const std::string& directory) {
 
 struct SpoolOptions {};
 
+// What waits, as the journal and the database tell it together; without
+// the database's word, as the journal tells it, which a note says.
+SpoolState WaitingState(const ConnectionSettings& settings) {
+  std::string why;
+  const std::optional<uint64_t> forwarded = ForwardedInDatabase(settings, why);
+  if (!forwarded)
+    std::cerr << "scadastore: spool: the database could not say what it took (" << why
+              << "), so writes it took while the spool's disk was full may be listed\n";
+  return ReadState(settings.spoolDirectory, forwarded.value_or(0));
+}
+
 void RunStatus(Context& context, const SpoolOptions&) {
-  const std::string directory = SpoolDirectory(context.session);
-  const SpoolState state = ReadState(directory);
+  const SpoolState state = WaitingState(SpoolSettings(context.session));
   const OutputOptions options = context.Output();
   ResultTable waiting{{"table", "writes", "records", "bytes", "oldest"}, {}};
   for (const auto& [name, table] : state.tables)
@@ -86,20 +124,23 @@ void RunStatus(Context& context, const SpoolOptions&) {
 // Each call of an export forwards for a slice of time before its own work;
 // the count of the library's own table is the cheapest such call.
 void RunForward(Context& context, const SpoolOptions&) {
-  const std::string directory = SpoolDirectory(context.session);
+  const ConnectionSettings settings = SpoolSettings(context.session);
+  const std::string& directory = settings.spoolDirectory;
   {
     DirectoryLock probe;  // the library takes it itself below
     std::string error;
     if (!probe.Take(directory, error)) throw CommandError("spool forward: " + error);
   }
-  const SpoolState before = ReadState(directory);
+  const SpoolState before = WaitingState(settings);
   Progress progress("forward " + directory, before.sequences.size());
   CallerToken token = context.session.Token();
   context.session.DeferInterrupts(true);
   size_t left = before.sequences.size(), stalled = 0;
   while (left > 0 && stalled < 10 && !Session::Interrupted()) {
     almGetAlarmCount(token, "scadastore_spool");
-    const size_t now = ReadState(directory).sequences.size();
+    std::string why;
+    const uint64_t forwarded = ForwardedInDatabase(settings, why).value_or(0);
+    const size_t now = ReadState(directory, forwarded).sequences.size();
     stalled = now < left ? 0 : stalled + 1;
     if (now >= left) std::this_thread::sleep_for(std::chrono::milliseconds(300));
     left = now;
@@ -129,7 +170,9 @@ void AddSpoolCommand(CLI::App& app, Context& context) {
   AddCommand<SpoolOptions>(
       *spool, context,
       {"status",
-       "What waits: per table the writes, records, bytes and the oldest; then the set-aside "
+       "What waits: per table the writes, records, bytes and the oldest, leaving out what the "
+       "database says it took (which a full disk may keep the journal from saying); then the "
+       "set-aside "
        "entries with their reasons (under --format json one object of the two lists, "
        "\"waiting\" and \"set_aside\"). Prints 'empty' and exits 0 when nothing waits, exits 1 "
        "otherwise",
