@@ -2,7 +2,6 @@
 // real SQLite connection delivered to them, and a channel that misbehaves in
 // every way the host cannot see.
 #include <gtest/gtest.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -10,7 +9,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -19,7 +17,6 @@
 #include <functional>
 #include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "core/connection.h"
@@ -152,35 +149,6 @@ TEST_F(MonitorTest, UnresponsiveReceiversDelayAtMostFiveSeconds) {
   for (int client : queued) close(client);
   ASSERT_TRUE(bounded) << "the announcement blocked on a listener that never accepts";
   EXPECT_LT(announced.get(), 5.5);
-}
-
-// The id is read from a block that another process shrinks and grows all the
-// while: the host must never see SIGBUS.
-TEST_F(MonitorTest, ShrinkingBlockNeverFaults) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        // A block of this user with no receiver behind the id it publishes.
-        shm_unlink(kMonitorBlockName);
-        const int block = shm_open(kMonitorBlockName, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        const uint64_t id = 999999;
-        auto shrinkAndRepublish = [&] {
-          return ftruncate(block, 0) == 0 && ftruncate(block, kMonitorBlockSize) == 0 &&
-                 pwrite(block, &id, sizeof id, 0) == 8;
-        };
-        if (block < 0 || !shrinkAndRepublish()) _exit(2);
-        std::atomic<bool> done = false;
-        std::thread resizer([&] {
-          while (!done)
-            if (!shrinkAndRepublish()) _exit(3);
-        });
-        auto start = Clock::now();
-        while (SecondsSince(start) < 2.0) NotifyMonitorWindow("shrinking");
-        done = true;
-        resizer.join();
-        _exit(0);
-      },
-      ::testing::ExitedWithCode(0), "");
 }
 
 // Whatever call of the channel fails or misleads, the statement's own result
