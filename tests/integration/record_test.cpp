@@ -2,6 +2,7 @@
 // single records and batches, reading, modifying and deleting by position.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstring>
 #include <string>
 
@@ -85,6 +86,13 @@ TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
   EXPECT_STREQ(errorText, "untouched");
   EXPECT_EQ(sgOperateRecord(Token(), empty.info(), dropTimeIndex.c_str()), 1u);
   EXPECT_EQ(sgEnsureTableExist(nullptr, table(), nullptr, 0), 1u);
+  // Names of other tables, or of this one in other letters, are not found.
+  std::string upper = table()->name;
+  for (char& c : upper) c = static_cast<char>(std::toupper(c));
+  for (const std::string& other : {upper, std::string("db"), std::string("servers"),
+                                   std::string("event"), std::string("pg_class"),
+                                   std::string("sqlite_master")})
+    EXPECT_EQ(dbIsTableExist(Token(), other.c_str()), 0) << other;
   // Removal reports the statement's error.
   EXPECT_EQ(dbRemoveTable(Token(), empty.info()->name, nullptr, 0), 0u);
   EXPECT_EQ(dbIsTableExist(Token(), empty.info()->name), 0);
