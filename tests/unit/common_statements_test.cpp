@@ -42,6 +42,11 @@ TEST(CommonStatements, TextsCutAtTheirBufferAreIncomplete) {
   const Statement cut = LargestIdStatement(2, name);
   EXPECT_FALSE(cut.complete);
   EXPECT_EQ(cut.text.size(), 255u);
+  // Past its 2048-byte buffer an alarm insert is shown cut and incomplete.
+  AlarmRecord alarm{};
+  const Statement insert = alarm::InsertStatement(1, std::string(2000, 'n').c_str(), 1, &alarm);
+  EXPECT_FALSE(insert.complete);
+  EXPECT_EQ(insert.text.size(), 2047u);
 }
 
 // Every builder that takes a caller's text sends `?` in its place and the text
