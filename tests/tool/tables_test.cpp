@@ -12,7 +12,7 @@ namespace {
 
 class Tables : public ToolTest {};
 
-TEST_F(Tables, EnsureDescribeAndDrop) {
+TEST_F(Tables, EnsureDescribeDropAndReadOnlyDirectory) {
   EXPECT_EQ(Ok({"ensure", "alarm", "alarms"}), "created alarm table alarms\n");
   EXPECT_EQ(Ok({"ensure", "alarm", "alarms"}), "alarm table alarms already exists\n");
   Ok({"ensure", "log", "logs"});
@@ -49,6 +49,15 @@ TEST_F(Tables, EnsureDescribeAndDrop) {
   EXPECT_TRUE(Contains(drop.err, "no table nothing_here in SQLite database"));
   ToolRun describe = Run({"describe", "nothing_here"});
   EXPECT_TRUE(Contains(describe.err, "no table nothing_here"));
+
+  // A database in a read-only directory is still read.
+  std::filesystem::create_directory(Path("ro"));
+  std::string database = Path("ro/plant.db");
+  EXPECT_EQ(RunBare({"--sqlite", database, "ensure", "alarm", "events"}).status, 0);
+  chmod(Path("ro").c_str(), 0500);
+  ToolRun exists = RunBare({"--sqlite", database, "exists", "events"});
+  chmod(Path("ro").c_str(), 0700);
+  EXPECT_EQ(exists.out, "yes\n") << exists.err;
 }
 
 TEST_F(Tables, IndexAddsTheMissingTimeIndexes) {
@@ -81,17 +90,6 @@ TEST_F(Tables, IndexAddsTheMissingTimeIndexes) {
   EXPECT_TRUE(Contains(named.out, "[3/3] samples: has "));
   EXPECT_TRUE(Contains(named.err, "tables index: 2 of 3 tables failed"));
   EXPECT_TRUE(Contains(RunBare({"tables", "index", "--help"}).out, "Example:\n  scadastore"));
-}
-
-// A database in a read-only directory is still read.
-TEST_F(Tables, ReadOnlyDirectoryIsRead) {
-  std::filesystem::create_directory(Path("ro"));
-  std::string database = Path("ro/plant.db");
-  EXPECT_EQ(RunBare({"--sqlite", database, "ensure", "alarm", "events"}).status, 0);
-  chmod(Path("ro").c_str(), 0500);
-  ToolRun exists = RunBare({"--sqlite", database, "exists", "events"});
-  chmod(Path("ro").c_str(), 0700);
-  EXPECT_EQ(exists.out, "yes\n") << exists.err;
 }
 
 // Usage errors exit 2, failures of a command 1; each names its reason.
