@@ -70,7 +70,7 @@ class RecordTest : public DatabaseTest {
   RecordBuffer one_{kRecordSize, 1};
 };
 
-TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
+TEST_P(RecordTest, CreatesTablesOnceThenWritesUnderNewIdsAndReads) {
   DataTable empty(DropAtEnd(UniqueTableName("rcd_bare")), {});
   char errorText[64] = "untouched";
   EXPECT_EQ(sgEnsureTableExist(Token(), empty.info(), errorText, sizeof errorText), 0u);
@@ -117,9 +117,8 @@ TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
   EXPECT_EQ(sgGetRecordCount(Token(), table()), 0u);
   EXPECT_TRUE(Refused(sgGetRecordByTime(Token(), table(), 0, one_.record(0), kRecordSize), 1,
                      "[rcd405] no record"));
-}
 
-TEST_P(RecordTest, WritesRecordsUnderNewIdsAndReadsThemBack) {
+  // Records are written under new ids and read back.
   RecordBuffer refused = Records(1);
   EXPECT_TRUE(Refused(sgSetRecord(Token(), table(), refused.record(0), 16), 1,
                      "[rcd101] invalid parameter"));
