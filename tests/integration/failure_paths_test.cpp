@@ -1,7 +1,6 @@
-// The failure paths a database rarely takes, forced through the ODBC call
-// table and the system-call table: a column read that fails gives the
-// export's "failed to get field %d" with that column, a refused allocation
-// its "failed to alloc memory", and either way the connection is closed.
+// Failure paths a database rarely takes, forced through the ODBC and system-call
+// tables: a failed column read gives "failed to get field %d", a refused
+// allocation "failed to alloc memory", and either way the connection closes.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,7 +1,5 @@
-// The alarm and log exports against every database. Both families run the
-// same fixed-record bodies (creating, writing, reading, counting, coded
-// failures): one suite runs those over family x database; each family's own
-// exports follow.
+// The alarm and log exports on every database: the bodies both families share
+// run over family x database, then each family's own exports.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,6 +1,5 @@
-// Eight threads of mixed calls, and of failing calls, on one database.
-// Run under AddressSanitizer and ThreadSanitizer by scripts/test: the
-// sanitizers, not only the counts, are the check.
+// Eight threads of mixed and failing calls on one database. Run under the
+// sanitizers by scripts/test: they, not only the counts, are the check.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -17,8 +16,7 @@ namespace {
 class ThreadTest : public DatabaseTest {};
 
 // Each thread writes a table of its own (ids are max(id) + 1, so writers of
-// one table collide by design) and fails on a missing table, writing the
-// process-wide last error beside the others.
+// one table collide by design) and fails, writing the shared last error.
 TEST_P(ThreadTest, EightThreadsOfMixedAndFailingCalls) {
   std::vector<DataTable> tables;
   for (int t = 0; t < 8; ++t) {

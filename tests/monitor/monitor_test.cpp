@@ -1,6 +1,5 @@
-// The monitor channel end to end: receivers in this process, failures of a
-// real SQLite connection delivered to them, and a channel that misbehaves in
-// every way the host cannot see.
+// The monitor channel end to end: a receiver in this process gets a real SQLite
+// connection's failures, over a channel that misbehaves in every way.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
