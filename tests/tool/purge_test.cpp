@@ -129,11 +129,7 @@ TEST_P(Purge, RemovesOldRowsAndKeepsOpenAlarms) {
 
 
 TEST_P(Purge, InterruptedRunLeavesTheRestIntactAndARerunFinishes) {
-#ifdef SCADASTORE_SANITIZED
-  const long rows = 2000;
-#else
-  const long rows = 20000;
-#endif
+  const long rows = SCADASTORE_SANITIZED ? 2000 : 20000;
   Samples(rows);
   pid_t tool = StartTool({"purge", "--before", Cut(), "--batch", "10", "samples"}, "purge");
   std::string err;
