@@ -17,7 +17,6 @@ namespace {
 using Ids = std::vector<uint32_t>;
 constexpr uint32_t kAfter2038 = 2147483748u, kLast = 4294967295u;
 
-// The integer ip column is signed on the servers, hence an ip below 2^31.
 AlarmRecord Alarm(const char* station, const char* tag, uint32_t arisetime,
                   uint32_t alarmtype = 1, uint32_t level = 1, uint32_t tagtype = 0) {
   AlarmRecord record{0, {}, {}, tagtype, 25.5, alarmtype, 0, arisetime, 0x0A000001, 0,
