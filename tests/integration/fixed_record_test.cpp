@@ -371,6 +371,16 @@ TEST_P(LogTest, FieldsRoundTripAndByTimeIncludesBothEnds) {
     EXPECT_EQ(Read<LogRecord>(table, 2)[1].ackinfo, std::string(255, 'a'));
   }
 
+  // An entry whose own insert, its quotes doubled, would be cut is not run,
+  // in a batch either: the entry before it is stored one by one.
+  LogRecord pair[2] = {Entry(1), Entry(2)};
+  std::memset(pair[1].loginfo, '\'', sizeof pair[1].loginfo - 1);
+  std::memset(pair[1].ackinfo, '\'', sizeof pair[1].ackinfo - 1);
+  const uint32_t before = logGetLogCount(Token(), table.c_str());
+  EXPECT_TRUE(Refused(logSetLog(Token(), table.c_str(), pair, sizeof pair), 1,
+                      "[log104] exec error: not run, cut at "));
+  EXPECT_EQ(logGetLogCount(Token(), table.c_str()), before + 1);
+
   // logGetLogByTime includes both ends and hands out a malloc block, or null for no entry.
   const std::string timed = NewTable();
   const LogRecord entries[] = {Entry(30), Entry(10), Entry(20), Entry(2), Entry(kAfter2038)};
