@@ -40,7 +40,7 @@ uint32_t Write(char family, const std::string& prefix, const SampleTable& sample
   const std::string table = prefix + "_" + family;
   if (family == 'a') {
     AlarmRecord alarm{};
-    std::strcpy(alarm.station, "plant");
+    std::strcpy(alarm.station, "plant's");  // a quote, bound as written
     std::snprintf(alarm.tag, sizeof alarm.tag, "tag%u", n % 7);
     alarm.value = n;
     alarm.arisetime = static_cast<uint32_t>(time(nullptr));
@@ -50,7 +50,7 @@ uint32_t Write(char family, const std::string& prefix, const SampleTable& sample
     LogRecord entry{};
     entry.logtime = static_cast<uint32_t>(time(nullptr));
     std::snprintf(entry.source, sizeof entry.source, "%u", n);
-    std::strcpy(entry.loginfo, "spool test");
+    std::strcpy(entry.loginfo, "spool's test");
     return logSetLog(&token, table.c_str(), &entry, sizeof entry);
   }
   unsigned char record[24] = {};
