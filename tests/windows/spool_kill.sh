@@ -29,11 +29,12 @@ for _ in $(seq 300); do
 done
 [ "$(wc -l <"$work/notes")" -ge 20 ] || fail "the host kept no writes"
 
+# One write, of an alarm (9000 % 3 == 0).
 host write "$away;$spool" "$prefix" 9000 0 1 "$notes" >/dev/null 2>"$work/second.err"
-grep -q "failed to open DSN: scadastore_blackhole; spool: .* is in use by another process" \
+grep -q "\[alm102\] failed to open DSN: scadastore_blackhole; spool: .* is in use by another process" \
   "$work/second.err" || fail "a second live host was not refused the spool"
 
-kill -9 "$writer"
+kill -9 "$writer" || fail "the host ended before it was killed"
 wait "$writer" 2>/dev/null
 writer=
 host write "$here;$spool" "$prefix" 10000 0 1 "$notes" >/dev/null 2>"$work/taker.err" \
