@@ -108,7 +108,7 @@ DirectoryLock::~DirectoryLock() {
 bool DirectoryLock::Take(const std::string& directory, std::string& error) {
   if (!CreateDirectoryA(directory.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
     return Failed(error, directory);
-  const std::string path = directory + "\\lock";
+  const std::string path = directory + "/lock";
   const HANDLE file = OpenShared(path);
   if (file == INVALID_HANDLE_VALUE) return Failed(error, path);
   OVERLAPPED at{};
