@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <cstring>
 #include <string_view>
 
 namespace scadastore {
@@ -16,9 +17,7 @@ bool Failed(std::string& error, std::string_view what) {
   char text[256] = "";
   DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
                                 nullptr, code, 0, text, sizeof text, nullptr);
-  while (length > 0 && (text[length - 1] == '\n' || text[length - 1] == '\r' ||
-                        text[length - 1] == '.' || text[length - 1] == ' '))
-    --length;
+  while (length > 0 && std::strchr("\r\n. ", text[length - 1])) --length;
   error.assign(what);
   error += ": " + (length > 0 ? std::string(text, length) : "system error") + " (" +
            std::to_string(code) + ")";
