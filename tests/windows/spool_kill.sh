@@ -43,8 +43,9 @@ host collect "$here" "$prefix" >"$work/stored" 2>"$work/collect.err" \
   || fail "the stored rows could not be read"
 
 # Every acknowledged alarm once, in call order; the killed host may have
-# kept one write it did not live to note.
-awk 'NR == FNR { if ($1 == "a") { acked++; missing[$2] = 1 }; next }
+# kept one write it did not live to note. Windows ends its text lines in CR LF.
+awk '{ sub(/\r$/, "") }
+  NR == FNR { if ($1 == "a") { acked++; missing[$2] = 1 }; next }
   { stored++; if (seen[$2]++) duplicated++; if ($2 + 0 < last) disordered++
     last = $2 + 0; delete missing[$2] }
   END { for (n in missing) lost++
