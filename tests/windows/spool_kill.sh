@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # A Windows host killed (kill -9 of its Wine process) while it keeps writes
 # for a database that is away: another live host is refused the spool with
-# the coded text, and a host started after the kill takes the spool back at
-# once and forwards every acknowledged write, each once and in call order.
+# the coded text; a host started after the kill takes the spool back at once
+# and is killed in turn at a random moment of its start or forwarding; the
+# next forwards every acknowledged write, each once and in call order.
 #
 #   spool_kill.sh BIN   (spool_host.exe and scadastore.dll), with the data
 #                       sources of build/test-env.sh
@@ -20,24 +21,30 @@ fail() { echo "FAILED: $*"; cat "$work"/*.err; exit 1; }
 
 host write "$here;$spool" "$prefix" 1 0 1 "$notes" >/dev/null 2>"$work/tables.err" \
   || fail "the host could not make its tables"
-wine "$bin/spool_host.exe" write "$away;$spool" "$prefix" 1000 60 20 "$notes" \
-  </dev/null >/dev/null 2>"$work/writer.err" &
-writer=$!
+start() {  # a host in the background, as $writer
+  wine "$bin/spool_host.exe" write "$@" </dev/null >/dev/null 2>>"$work/writer.err" &
+  writer=$!
+}
+start "$away;$spool" "$prefix" 1000 60 1000 "$notes"
 for _ in $(seq 300); do
-  [ "$(wc -l <"$work/notes")" -ge 20 ] && break
+  [ "$(wc -l <"$work/notes")" -ge 1000 ] && break
   sleep 0.1
 done
-[ "$(wc -l <"$work/notes")" -ge 20 ] || fail "the host kept no writes"
+[ "$(wc -l <"$work/notes")" -ge 1000 ] || fail "the host kept too few writes"
 
-# One write, of an alarm (9000 % 3 == 0).
-host write "$away;$spool" "$prefix" 9000 0 1 "$notes" >/dev/null 2>"$work/second.err"
+# One write, of an alarm (90000 % 3 == 0).
+host write "$away;$spool" "$prefix" 90000 0 1 "$notes" >/dev/null 2>"$work/second.err"
 grep -q "\[alm102\] failed to open DSN: scadastore_blackhole; spool: .* is in use by another process" \
   "$work/second.err" || fail "a second live host was not refused the spool"
 
 kill -9 "$writer" || fail "the host ended before it was killed"
 wait "$writer" 2>/dev/null
+start "$here;$spool" "$prefix" 100000 0 1 "$notes"
+sleep 0.$((RANDOM % 9 + 2))
+kill -9 "$writer"
+wait "$writer" 2>/dev/null
 writer=
-host write "$here;$spool" "$prefix" 10000 0 1 "$notes" >/dev/null 2>"$work/taker.err" \
+host write "$here;$spool" "$prefix" 200000 0 1 "$notes" >/dev/null 2>"$work/taker.err" \
   || fail "the host started after the kill"
 host collect "$here" "$prefix" >"$work/stored" 2>"$work/collect.err" \
   || fail "the stored rows could not be read"
