@@ -269,6 +269,37 @@ Statement IdsStatement(DbKind kind, const std::string& table) {
                          table.c_str());
 }
 
+Statement PageableStatement(DbKind kind, const std::string& table) {
+  Statement pageable = FormatStatement(
+      DialectOf(kind), kLookupStatementSize,
+      "select count(*)=1 and min(`s`.`column_name`)='id' from information_schema.statistics `s` "
+      "join information_schema.tables `t` using (`table_schema`,`table_name`) where "
+      "`t`.`engine`='InnoDB' and `s`.`index_name`='PRIMARY' and `s`.`table_schema`=database() "
+      "and `s`.`table_name`=");
+  return pageable.AppendText(table);
+}
+
+Statement PageStatement(DbKind kind, const std::string& table, const Statement& shown,
+                        std::optional<uint32_t> afterId, uint32_t rows) {
+  Statement page = shown;
+  const std::string limit = " limit " + std::to_string(rows);
+  if (!afterId) {
+    page.sql = shown.text + limit;
+    return page;
+  }
+  // `shown` goes on after its table name with " where" or " order by".
+  const std::string from = "select * from " + QuoteName(DialectOf(kind), table);
+  const std::string rest = shown.text.substr(from.size());
+  std::string after = " where ";
+  AppendQuoted(after, DialectOf(kind), "id");
+  after += '>' + std::to_string(*afterId);
+  const std::string where = " where ";
+  page.sql = from + after +
+             (rest.compare(0, where.size(), where) == 0 ? " and " + rest.substr(where.size()) : rest) +
+             limit;
+  return page;
+}
+
 std::string ExactFloatsSelect(const TableLayout& table, const std::string& select) {
   auto quoted = [](std::string_view name) {
     std::string out = "\"";
