@@ -270,13 +270,20 @@ Statement IdsStatement(DbKind kind, const std::string& table) {
 }
 
 Statement PageableStatement(DbKind kind, const std::string& table) {
+  // Two lookups of the one table: a join of the two views would scan every database.
+  const SqlDialect dialect = DialectOf(kind);
   Statement pageable = FormatStatement(
-      DialectOf(kind), kLookupStatementSize,
-      "select count(*)=1 and min(`s`.`column_name`)='id' from information_schema.statistics `s` "
-      "join information_schema.tables `t` using (`table_schema`,`table_name`) where "
-      "`t`.`engine`='InnoDB' and `s`.`index_name`='PRIMARY' and `s`.`table_schema`=database() "
-      "and `s`.`table_name`=");
-  return pageable.AppendText(table);
+      dialect, kLookupStatementSize,
+      "select (select `engine` from information_schema.tables where `table_schema`=database() "
+      "and `table_name`=");
+  pageable.AppendText(table);
+  pageable += FormatStatement(
+      dialect, kLookupStatementSize,
+      ")='InnoDB' and (select count(*)=1 and min(`column_name`)='id' from "
+      "information_schema.statistics where `index_name`='PRIMARY' and `table_schema`=database() "
+      "and `table_name`=");
+  pageable.AppendText(table);
+  return pageable += {")"};
 }
 
 Statement PageStatement(DbKind kind, const std::string& table, const Statement& shown,
