@@ -80,14 +80,14 @@ enum class Pages { NotPaged, Read, OpenFailed, NotTheTable };
 template <class ReadRow>
 Pages ReadPages(DbConnection& db, const TableLayout& layout, const Statement& select,
                 RowBlock& result, ReadRow& readRow) {
-  if (!ReadsInPages(db.kind())) return Pages::NotPaged;
+  if (!ReadsInPages(db.kind()) || !select.complete) return Pages::NotPaged;
+  Transaction snapshot(db);
+  // The check is the transaction's first read: it sees the rows the pages see.
   const Statement pageable = PageableStatement(db.kind(), layout.name);
   uint32_t isPageable = 0;
-  if (!db.TryOpenQuery(pageable.Sent().c_str(), pageable.texts) ||
+  if (!snapshot.open() || !db.Execute("set transaction isolation level repeatable read") ||
+      !db.TryOpenQuery(pageable.Sent().c_str(), pageable.texts) ||
       !ReadSingleInteger(db, isPageable) || isPageable != 1)
-    return Pages::NotPaged;
-  Transaction snapshot(db);
-  if (!snapshot.open() || !db.Execute("set transaction isolation level repeatable read"))
     return Pages::NotPaged;
   std::optional<uint32_t> afterId;
   for (uint32_t pageRows = kFirstPageRows;; pageRows = std::max(kFirstPageRows, result.rows / 4)) {

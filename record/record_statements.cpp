@@ -283,7 +283,9 @@ Statement PageableStatement(DbKind kind, const std::string& table) {
       "information_schema.statistics where `index_name`='PRIMARY' and `table_schema`=database() "
       "and `table_name`=");
   pageable.AppendText(table);
-  return pageable += {")"};
+  return pageable += FormatStatement(
+             dialect, kLookupStatementSize,
+             ") and not exists (select 1 from `%s` where `id`>4294967295)", table.c_str());
 }
 
 Statement PageStatement(DbKind kind, const std::string& table, const Statement& shown,

@@ -81,9 +81,10 @@ Statement PositionStatement(DbKind kind, bool onSqlite, const std::string& table
 // block, in few statements.
 constexpr uint32_t kFirstPageRows = 10000;
 
-// One of the table's rows when the table can be read in pages (ReadsInPages):
-// 1 when it is an InnoDB table whose primary key is `id` alone, so that every
-// page sees one snapshot and ids never repeat; 0 otherwise.
+// A select of 1 when `table` can be read in pages (ReadsInPages), 0 otherwise:
+// an InnoDB table, so that every page sees one snapshot, whose primary key is
+// `id` alone, so that ids never repeat, and whose ids all fit the record's 32
+// bits, so that the last id read marks where the next page starts.
 Statement PageableStatement(DbKind kind, const std::string& table);
 // A page of `shown` (SelectAllStatement or IntervalStatement of `table`): at
 // most `rows` of its rows, those after id `afterId` when given. Only the
