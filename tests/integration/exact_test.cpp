@@ -1,25 +1,19 @@
-// What a host writes is what it reads and finds, on every database: every bit
-// of a double, unsigned 32-bit fields up to 4294967295, the data source's own
-// tables only, and the writers' argument checks.
+// What a host writes is what it reads, on every database: every bit of a
+// double, and ids up to 4294967295.
 #include <gtest/gtest.h>
 
-#include <cctype>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
 
-#include "core/settings.h"
-#include "support/alarm_query.h"
 #include "support/data_tables.h"
 #include "support/databases.h"
 
 namespace scadastore::testing {
 namespace {
 
-constexpr uint32_t kIp = 3232235786u;         // 192.168.1.10
 constexpr uint32_t kAfter2038 = 2147483748u;  // 2038-01-19 03:15:48 UTC
 constexpr uint32_t kLast = 4294967295u;
 
@@ -88,53 +82,6 @@ TEST_P(ExactTest, DoublesComeBackBitForBit) {
   ASSERT_EQ(sgGetRecordStatValueOfInterval(Token(), table.info(), SCADASTORE_STAT_MAX, 50, 150, one.record(0), 24), 0u)
       << dbGetLastError();
   EXPECT_EQ(one.Get<double>(0, 16), 0.30000000000000004);
-}
-
-TEST_P(ExactTest, UnsignedFieldsAfter2038AreStoredReadAndFound) {
-  const std::string alarms = DropAtEnd(UniqueTableName("exact_alm"));
-  const std::string logs = DropAtEnd(UniqueTableName("exact_log"));
-  ASSERT_EQ(almEnsureTableExist(Token(), alarms.c_str()), 0u);
-  ASSERT_EQ(logEnsureTableExist(Token(), logs.c_str()), 0u);
-  AlarmRecord alarm{};
-  std::strcpy(alarm.station, "s");
-  alarm.arisetime = kAfter2038;
-  alarm.recovertime = kLast;
-  alarm.ip = kIp;
-  alarm.alarmtype = kLast;
-  alarm.alarmlevel = kLast;
-  ASSERT_EQ(almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm), 0u) << dbGetLastError();
-  const std::string query = AlarmQueryBytes(kAfter2038, kLast, SCADASTORE_FILTER_ALARM_TYPES, {.types = {-1}});
-  AlarmRecord* found = nullptr;
-  uint32_t size = 0;
-  ASSERT_EQ(almGetAlarmByQuery(Token(), alarms.c_str(), reinterpret_cast<const AlarmQuery*>(query.data()),
-                               &found, &size), 0u) << dbGetLastError();
-  ASSERT_EQ(size, sizeof alarm);
-  alarm.id = 1;
-  EXPECT_EQ(std::memcmp(found, &alarm, sizeof alarm), 0);
-  std::free(found);
-
-  LogRecord entry{};
-  entry.logtime = kAfter2038;
-  entry.ip = kIp;
-  entry.logtype = kLast;
-  ASSERT_EQ(logSetLog(Token(), logs.c_str(), &entry, sizeof entry), 0u) << dbGetLastError();
-  LogRecord* entries = nullptr;
-  ASSERT_EQ(logGetLogByTime(Token(), logs.c_str(), kAfter2038 - 1, kLast, &entries, &size), 0u);
-  ASSERT_EQ(size, sizeof entry);
-  entry.id = 1;
-  EXPECT_EQ(std::memcmp(entries, &entry, sizeof entry), 0);
-  std::free(entries);
-
-  alarm.value = NAN;
-  EXPECT_TRUE(Refused(almSetAlarm(Token(), alarms.c_str(), &alarm, sizeof alarm), 1, "[alm101] invalid parameter"));
-
-  // Names of other tables, or of this one in other letters, are not found.
-  std::string upper = alarms;
-  for (char& c : upper) c = static_cast<char>(std::toupper(c));
-  for (const std::string& other : {upper, std::string("db"), std::string("servers"),
-                                   std::string("event"), std::string("pg_class"),
-                                   std::string("sqlite_master")})
-    EXPECT_EQ(dbIsTableExist(Token(), other.c_str()), 0) << other;
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, ExactTest, ::testing::ValuesIn(Databases({3})), DatabaseName);

@@ -1,7 +1,6 @@
-// The failure paths a database rarely takes, forced through the ODBC call
-// table and the system-call table: a column read that fails gives the
-// export's "failed to get field %d" with that column, a refused allocation
-// its "failed to alloc memory", and either way the connection is closed.
+// Failure paths a database rarely takes, forced through the ODBC and system-call
+// tables: a failed column read gives "failed to get field %d", a refused
+// allocation "failed to alloc memory", and either way the connection closes.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -21,7 +20,7 @@ namespace {
 
 struct FaultCase {
   const char* name;
-  SQLUSMALLINT failingColumn;  // 0: a result block's allocation fails instead
+  SQLUSMALLINT failingColumn;  // 0: a result block's allocation fails instead; 99: none
   std::function<uint32_t()> call;
   uint32_t result;
   std::string error;
@@ -87,6 +86,8 @@ TEST_P(FailurePathTest, EveryExport) {
     ASSERT_EQ(sgSetRecord(Token(), table, records.record(k), data.recordSize()), 0u)
         << dbGetLastError();
   RecordBuffer one(data.recordSize(), 24);
+  DataTable huge = data;  // two rows of it pass the 32 bits of a block's size
+  huge.info()->recordSize = 0x80000000u;
   void* block = nullptr;
   uint32_t size = 0, rows = 0, fields = 0;
   uint32_t* offsets = nullptr;
@@ -130,6 +131,9 @@ TEST_P(FailurePathTest, EveryExport) {
        [&] { return sgGetRecord_Day(Token(), table, 0, 0, 0, 0, 0, one.data(), one.bytes()); }, 1,
        "[rcd504] failed to get field 1"},
       {"sgGetRecord", 0, [&] { return sgGetRecord(Token(), table, &block, &size, nullptr); }, 1,
+       "[rcd205] failed to alloc memory"},
+      {"sgGetRecord huge", 99,
+       [&] { return sgGetRecord(Token(), huge.info(), &block, &size, nullptr); }, 1,
        "[rcd205] failed to alloc memory"},
       {"sgGetRecordBySQL", 0,
        [&] {

@@ -1,6 +1,6 @@
 // Hostile input: caller texts that quoting by hand would turn into SQL, under
 // server settings that read quotes and backslashes differently; statements
-// too long for their buffers; sizes that would wrap.
+// too long for their buffers.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -232,18 +232,6 @@ TEST_P(LimitTest, StatementsThatDoNotFitDoNotRun) {
                                                        slot.record(0), slot.bytes()),
                         1, "[rcd1405] failed to create sql: "));
   }
-}
-
-// Rows times recordSize beyond 32 bits cannot be handed out with their size.
-TEST_P(LimitTest, BlockSizeThatWouldWrapIsRefused) {
-  DataTable table = ThreeRows(32);
-  table.info()->recordSize = 0x80000000u;
-  void* block = reinterpret_cast<void*>(0x10);
-  uint32_t size = 7;
-  EXPECT_TRUE(Refused(sgGetRecord(Token(), table.info(), &block, &size, nullptr), 1,
-                      "[rcd205] failed to alloc memory"));
-  if (block != reinterpret_cast<void*>(0x10)) std::free(block);
-  EXPECT_EQ(block, reinterpret_cast<void*>(0x10));
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, LimitTest, ::testing::ValuesIn(Databases({3})),

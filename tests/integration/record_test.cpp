@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cctype>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -72,7 +73,7 @@ class RecordTest : public DatabaseTest {
   RecordBuffer one_{kRecordSize, 1};
 };
 
-TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
+TEST_P(RecordTest, CreatesTablesOnceThenWritesUnderNewIdsAndReads) {
   DataTable empty(DropAtEnd(UniqueTableName("rcd_bare")), {});
   char errorText[64] = "untouched";
   EXPECT_EQ(sgEnsureTableExist(Token(), empty.info(), errorText, sizeof errorText), 0u);
@@ -88,6 +89,13 @@ TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
   EXPECT_STREQ(errorText, "untouched");
   EXPECT_EQ(sgOperateRecord(Token(), empty.info(), dropTimeIndex.c_str()), 1u);
   EXPECT_EQ(sgEnsureTableExist(nullptr, table(), nullptr, 0), 1u);
+  // Names of other tables, or of this one in other letters, are not found.
+  std::string upper = table()->name;
+  for (char& c : upper) c = static_cast<char>(std::toupper(c));
+  for (const std::string& other : {upper, std::string("db"), std::string("servers"),
+                                   std::string("event"), std::string("pg_class"),
+                                   std::string("sqlite_master")})
+    EXPECT_EQ(dbIsTableExist(Token(), other.c_str()), 0) << other;
   // Removal reports the statement's error.
   EXPECT_EQ(dbRemoveTable(Token(), empty.info()->name, nullptr, 0), 0u);
   EXPECT_EQ(dbIsTableExist(Token(), empty.info()->name), 0);
@@ -112,9 +120,8 @@ TEST_P(RecordTest, CreatesTablesOnceAndReadsThemEmpty) {
   EXPECT_EQ(sgGetRecordCount(Token(), table()), 0u);
   EXPECT_TRUE(Refused(sgGetRecordByTime(Token(), table(), 0, one_.record(0), kRecordSize), 1,
                      "[rcd405] no record"));
-}
 
-TEST_P(RecordTest, WritesRecordsUnderNewIdsAndReadsThemBack) {
+  // Records are written under new ids and read back.
   RecordBuffer refused = Records(1);
   EXPECT_TRUE(Refused(sgSetRecord(Token(), table(), refused.record(0), 16), 1,
                      "[rcd101] invalid parameter"));

@@ -62,7 +62,7 @@ class StatTest : public DatabaseTest {
   DataTable table_{"", {}};
 };
 
-TEST_P(StatTest, IntervalAppliesTheCallersOrTheTablesStatistic) {
+TEST_P(StatTest, IntervalAppliesAStatisticOrRefusesWithCodedErrors) {
   // The row at the interval's end belongs to the next interval.
   Insert({{kDay, 1, 10}, {kDay + 10, 4, 20}, {kDay + 100, 2.5, 30}, {kDay + 3600, 100, 100}});
   struct { uint32_t statKind, statMode; double a, b; } cases[] = {
@@ -76,9 +76,8 @@ TEST_P(StatTest, IntervalAppliesTheCallersOrTheTablesStatistic) {
     EXPECT_EQ(record.Get<double>(0, kA), c.a);
     EXPECT_EQ(record.Get<double>(0, kB), c.b);
   }
-}
 
-TEST_P(StatTest, RefusesBadArgumentsWithCodedErrors) {
+  // Bad arguments are refused with coded errors.
   const uint32_t size = table_.recordSize();
   RecordBuffer record = CallerBuffer(24);
   EXPECT_TRUE(Refused(

@@ -39,7 +39,7 @@ class Kpi : public EachDatabase {
   void SetUp() override {
     EachDatabase::SetUp();
     if (IsSkipped()) return;
-    FreshTable("alarm", "events");
+    FreshTable("alarm", "kpi_alarms");
     std::string values;
     int id = 0;
     for (const Alarm& a : History())
@@ -47,13 +47,13 @@ class Kpi : public EachDatabase {
                             ++id, a.station, a.tag, a.status, a.recovertime, a.arisetime,
                             a.level);
     Ok({"sql", "--write",
-        "insert into events (id, station, tag, status, recovertime, arisetime, millisecond, "
+        "insert into kpi_alarms (id, station, tag, status, recovertime, arisetime, millisecond, "
         "alarmlevel) values " + values});
   }
 };
 
 TEST_P(Kpi, FiguresOfAKnownHistory) {
-  nlohmann::json kpi = Json({"alarms", "kpi", "events", "--from", std::to_string(kFrom), "--to",
+  nlohmann::json kpi = Json({"alarms", "kpi", "kpi_alarms", "--from", std::to_string(kFrom), "--to",
                              std::to_string(kTo)});
   EXPECT_EQ(kpi["stations"], nlohmann::json::parse(fmt::format(R"json([
     {{"station": "(all)", "alarms": 20, "per_10min": 1.67, "peak_10min": 12,
@@ -79,14 +79,14 @@ TEST_P(Kpi, FiguresOfAKnownHistory) {
                                       {"north", 2, 4, 25.0}, {"south", 3, 4, 100.0}}));
 
   // The table format names each section; a table of another kind is refused.
-  std::string table = Ok({"alarms", "kpi", "events", "--from", std::to_string(kFrom), "--to",
+  std::string table = Ok({"alarms", "kpi", "kpi_alarms", "--from", std::to_string(kFrom), "--to",
                           std::to_string(kTo), "--format", "table"});
   EXPECT_TRUE(Contains(table, "stations\nstation  alarms"));
   EXPECT_TRUE(Contains(table, "\nchattering\n"));
-  Ok({"ensure", "log", "journal"});
-  ToolRun other = Run({"alarms", "kpi", "journal", "--from", "2024-05-01", "--to", "2024-05-02"});
+  Ok({"ensure", "log", "kpi_log"});
+  ToolRun other = Run({"alarms", "kpi", "kpi_log", "--from", "2024-05-01", "--to", "2024-05-02"});
   EXPECT_EQ(other.status, 1);
-  EXPECT_TRUE(Contains(other.err, "journal is a log table, not an alarm table"));
+  EXPECT_TRUE(Contains(other.err, "kpi_log is a log table, not an alarm table"));
 }
 
 INSTANTIATE_ON_EACH_DATABASE(Kpi);

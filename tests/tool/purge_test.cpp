@@ -1,5 +1,5 @@
-// purge: what goes, what an alarm's state keeps, refusal of unknown tables,
-// and an interrupted run that leaves every remaining row intact.
+// purge and retention: what goes, what an alarm's state keeps, refusal of
+// unknown tables, and an interrupted run that leaves every remaining row intact.
 #include <signal.h>
 #include <unistd.h>
 
@@ -81,14 +81,55 @@ TEST_P(Purge, RemovesOldRowsAndKeepsOpenAlarms) {
   EXPECT_EQ(Count("journal"), "n\n1\n");
   EXPECT_EQ(Count("samples", fmt::format("time >= {}", kCutoff)), "n\n5\n");
   EXPECT_EQ(Count("samples"), "n\n5\n");
+
+  // Retention policies apply purge's rules up to a time before now: by the
+  // command line of the systemd service on PostgreSQL, by `retention run` on
+  // the others. The policy table is none that purge takes.
+  const long recent = time(nullptr) - 10 * 86400;
+  Ok({"sql", "--write",
+      fmt::format("insert into events (id, station, tag, status, recovertime, arisetime) values "
+                  "(6, 'n', 'a', 1, {0}, {0})", recent)});
+  Ok({"sql", "--write", fmt::format("insert into journal (id, logtime) values (4, {})", recent)});
+  Ok({"sql", "--write", fmt::format("insert into samples (id, time, ms, modify, v) values "
+                                    "(11, {0}, 0, 0, {0})", recent)});
+  Ok({"retention", "set", "events", "journal", "--keep", "30d"});
+  Ok({"retention", "set", "samples", "--keep", "2m"});
+  EXPECT_EQ(Run({"retention", "set", "events", "--keep", "30"}).status, 2);
+  EXPECT_EQ(Json({"retention"}).size(), 3u);
+
+  ToolRun run;
+  if (database() == Database::Postgres) {
+    std::ifstream unit(SCADASTORE_RETENTION_SERVICE);
+    std::string line, exec;
+    while (std::getline(unit, line))
+      if (line.starts_with("ExecStart=")) exec = line.substr(10);
+    std::vector<std::string> args;
+    for (size_t start = exec.find(' ') + 1; start > 0; start = exec.find(' ', start) + 1)
+      args.push_back(exec.substr(start, exec.find(' ', start) - start));
+    ASSERT_EQ(args[1], "${SCADASTORE_CONFIG}");
+    args[1] = std::string(std::getenv("SCADASTORE_TEST_POSTGRES")) + ";5";
+    run = RunBare(args);
+  } else {
+    run = Run({"retention", "run"});
+  }
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(Ok({"sql", "select id from events order by id", "--format", "csv"}),
+            "id\n2\n3\n4\n6\n");
+  EXPECT_EQ(Ok({"sql", "select id from journal", "--format", "csv"}), "id\n4\n");
+  EXPECT_EQ(Ok({"sql", "select id from samples", "--format", "csv"}), "id\n11\n");
+
+  EXPECT_EQ(Run({"purge", "--before", Cut(), "scadastore_retention"}).status, 2);
+  EXPECT_EQ(Json({"retention"}).size(), 3u);
+  Ok({"drop", "journal"});  // a policy whose table is gone fails the run
+  EXPECT_EQ(Run({"retention", "run"}).status, 1);
+  Ok({"retention", "remove", "journal"});
+  EXPECT_EQ(Run({"retention", "run"}).status, 0);
+  Ok({"drop", "scadastore_retention"});
 }
 
+
 TEST_P(Purge, InterruptedRunLeavesTheRestIntactAndARerunFinishes) {
-#ifdef SCADASTORE_SANITIZED
-  const long rows = 2000;
-#else
-  const long rows = 20000;
-#endif
+  const long rows = SCADASTORE_SANITIZED ? 2000 : 20000;
   Samples(rows);
   pid_t tool = StartTool({"purge", "--before", Cut(), "--batch", "10", "samples"}, "purge");
   std::string err;
@@ -113,56 +154,6 @@ TEST_P(Purge, InterruptedRunLeavesTheRestIntactAndARerunFinishes) {
   nlohmann::json rerun = Json({"purge", "--before", Cut(), "samples"});
   EXPECT_EQ(rerun[0]["removed"], older);
   EXPECT_EQ(Count("samples"), fmt::format("n\n{}\n", rows - rows / 2));
-}
-
-// Retention policies on an alarm, a log and a data table, applied by the
-// command line of the systemd service on PostgreSQL (by `retention run` on
-// the others) with purge's rules; the policy table is none that purge takes.
-TEST_P(Purge, RetentionAppliesEveryPolicyWithPurgesRules) {
-  long old = time(nullptr) - 100 * 86400, recent = time(nullptr) - 10 * 86400;
-  FreshTable("alarm", "events");
-  Ok({"sql", "--write",
-      fmt::format("insert into events (id, station, tag, status, recovertime, arisetime) values "
-                  "(1, 'n', 'a', 1, {0}, {0}), (2, 'n', 'a', 0, {0}, {0}), (3, 'n', 'a', 1, {1}, {1})",
-                  old, recent)});
-  FreshTable("log", "journal");
-  Ok({"sql", "--write",
-      fmt::format("insert into journal (id, logtime) values (1, {}), (2, {})", old, recent)});
-  FreshTable("data", "samples", "v:float");
-  Ok({"sql", "--write", fmt::format("insert into samples (id, time, ms, modify, v) values "
-                                    "(1, {0}, 0, 0, 1), (2, {1}, 0, 0, 2)", old, recent)});
-  Ok({"retention", "set", "events", "journal", "--keep", "30d"});
-  Ok({"retention", "set", "samples", "--keep", "2m"});
-  EXPECT_EQ(Run({"retention", "set", "events", "--keep", "30"}).status, 2);
-  EXPECT_EQ(Json({"retention"}).size(), 3u);
-
-  ToolRun run;
-  if (database() == Database::Postgres) {
-    std::ifstream unit(SCADASTORE_RETENTION_SERVICE);
-    std::string line, exec;
-    while (std::getline(unit, line))
-      if (line.starts_with("ExecStart=")) exec = line.substr(10);
-    std::vector<std::string> args;
-    for (size_t start = exec.find(' ') + 1; start > 0; start = exec.find(' ', start) + 1)
-      args.push_back(exec.substr(start, exec.find(' ', start) - start));
-    ASSERT_EQ(args[1], "${SCADASTORE_CONFIG}");
-    args[1] = std::string(std::getenv("SCADASTORE_TEST_POSTGRES")) + ";5";
-    run = RunBare(args);
-  } else {
-    run = Run({"retention", "run"});
-  }
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(Ok({"sql", "select id from events order by id", "--format", "csv"}), "id\n2\n3\n");
-  EXPECT_EQ(Ok({"sql", "select id from journal", "--format", "csv"}), "id\n2\n");
-  EXPECT_EQ(Ok({"sql", "select id from samples", "--format", "csv"}), "id\n2\n");
-
-  EXPECT_EQ(Run({"purge", "--before", Cut(), "scadastore_retention"}).status, 2);
-  EXPECT_EQ(Json({"retention"}).size(), 3u);
-  Ok({"drop", "journal"});  // a policy whose table is gone fails the run
-  EXPECT_EQ(Run({"retention", "run"}).status, 1);
-  Ok({"retention", "remove", "journal"});
-  EXPECT_EQ(Run({"retention", "run"}).status, 0);
-  Ok({"drop", "scadastore_retention"});
 }
 
 INSTANTIATE_ON_EACH_DATABASE(Purge);

@@ -205,11 +205,7 @@ TEST_P(Records, TrendKeepsTheEdgesAndEachBucketsExtremes) {
 // Ctrl-C half-way: the tool says how many records are stored; a repeat
 // is refused and a resume stores the rest, each row exactly once.
 TEST_P(Records, InterruptedImportResumesWithoutDuplicates) {
-#ifdef SCADASTORE_SANITIZED
-  const int rows = 20000;
-#else
-  const int rows = 200000;
-#endif
+  const int rows = SCADASTORE_SANITIZED ? 20000 : 200000;
   {
     std::ofstream csv(Path("big.csv"));
     csv << "time,temp,pump,mode\n";

@@ -37,8 +37,8 @@ class ReportHtml : public ::testing::Test {
 };
 
 // Hours labelled in local time, the repeated one twice; the line and the
-// band break where two hours have no samples.
-TEST_F(ReportHtml, TrendChartBreaksWhereHoursHaveNoSamples) {
+// band break where two hours have no samples; every text is escaped.
+TEST_F(ReportHtml, ChartsBreakWithoutSamplesAndEveryTextIsEscaped) {
   Trend trend{"temp", "C", {}};
   for (const Slot& hour : LocalHours(ParseDate("2024-10-27", "day"))) {
     uint32_t index = (hour.start - kDayStart) / 3600;
@@ -54,16 +54,13 @@ TEST_F(ReportHtml, TrendChartBreaksWhereHoursHaveNoSamples) {
        at = chart.find("class=\"hour\"", at + 1))
     labels += chart.substr(chart.find('>', at) + 1, 2) + " ";
   EXPECT_EQ(labels, "00 01 02 02 03 04 05 06 07 08 09 10 11 12 13 14 15 16 17 18 19 20 21 22 23 ");
-}
 
-// Every text escaped; an open alarm outlined; rows beyond the limit noted.
-TEST_F(ReportHtml, TimelineAndTablesEscapeEveryText) {
-  std::vector<Slot> hours = LocalHours(ParseDate("2024-10-27", "day"));
+  // Every text escaped; an open alarm outlined; rows beyond the limit noted.
   const std::string timeline = AlarmTimeline(
       {{"north", "t<1>", "<b>\"hot\" & 'x'</b>", 1, kDayStart - 3600, kDayStart + 5400},
        {"south", "valve", "", 3, kDayStart + 72000, 0},
        {"west", "door", "", 2, kDayStart, kDayStart + 60}},
-      hours, 2);
+      LocalHours(ParseDate("2024-10-27", "day")), 2);
   EXPECT_EQ(Occurrences(timeline, "<rect class=\"alarm "), 2u);
   EXPECT_TRUE(Contains(timeline, "<rect class=\"alarm level3 open\""));
   EXPECT_TRUE(Contains(timeline, "north/t&lt;1&gt;</text>"));

@@ -2,7 +2,6 @@
 // in every dialect (tests/integration).
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,14 +14,6 @@ namespace {
 using testing::AlarmLists;
 using testing::Point;
 constexpr DbKind Bracket = 1;
-
-// Past its 2048-byte buffer the insert is shown cut and incomplete.
-TEST(AlarmStatements, InsertPastItsBufferIsIncomplete) {
-  AlarmRecord record{};
-  const Statement cut = InsertStatement(Bracket, std::string(2000, 'n').c_str(), 1, &record);
-  EXPECT_FALSE(cut.complete);
-  EXPECT_EQ(cut.text.size(), 2047u);
-}
 
 // The lists' own conditions run on the databases (fixed_record_test); here
 // the level byte, the unsigned types, and which list decides.

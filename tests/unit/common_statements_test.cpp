@@ -16,8 +16,9 @@
 namespace scadastore {
 namespace {
 
-// The hash is part of every index created so far: it must never change.
-TEST(CommonStatements, TimeIndexNamesStayShortDistinctAndStable) {
+// The hash is part of every index created so far: it must never change. Texts
+// cut at their buffer are incomplete.
+TEST(CommonStatements, IndexNamesAreStableAndCutTextsIncomplete) {
   EXPECT_EQ(CreateTimeIndexStatement(1, "t", "time").text,
             "create index [t_time_f10c3da3] on [t] ([time])");
   EXPECT_EQ(TimeIndexName("alarms"), "alarms_time_77658e0b");
@@ -28,9 +29,7 @@ TEST(CommonStatements, TimeIndexNamesStayShortDistinctAndStable) {
   EXPECT_NE(TimeIndexName(a), TimeIndexName(b));
   // Any name a data table takes still gives a whole statement.
   EXPECT_TRUE(CreateTimeIndexStatement(2, std::string(435, 'n'), "arisetime").complete);
-}
 
-TEST(CommonStatements, TextsCutAtTheirBufferAreIncomplete) {
   // 111 characters is the longest name whose index statement stays whole.
   EXPECT_TRUE(CreateIndexStatement(2, std::string(111, 'n')).complete);
   const Statement index = CreateIndexStatement(2, std::string(112, 'n'));
@@ -42,6 +41,11 @@ TEST(CommonStatements, TextsCutAtTheirBufferAreIncomplete) {
   const Statement cut = LargestIdStatement(2, name);
   EXPECT_FALSE(cut.complete);
   EXPECT_EQ(cut.text.size(), 255u);
+  // Past its 2048-byte buffer an alarm insert is shown cut and incomplete.
+  AlarmRecord alarm{};
+  const Statement insert = alarm::InsertStatement(1, std::string(2000, 'n').c_str(), 1, &alarm);
+  EXPECT_FALSE(insert.complete);
+  EXPECT_EQ(insert.text.size(), 2047u);
 }
 
 // Every builder that takes a caller's text sends `?` in its place and the text

@@ -16,8 +16,9 @@ using scadastore::testing::Columns;
 using scadastore::testing::DataTable;
 using scadastore::testing::RecordBuffer;
 
-// Sizes that do not match the description build nothing.
-TEST(RecordStatements, SizesOtherThanTheRecordsBuildNothing) {
+// Sizes that do not match the description build nothing; statements stop at
+// their limits.
+TEST(RecordStatements, OtherSizesBuildNothingAndStatementsStopAtTheirLimits) {
   DataTable abxc("t", {{"a", 3}, {"b", 4}, {"x", 9}, {"c", 12}});
   const TableLayout t = DescribeTable(*abxc.info());
   RecordBuffer record(t.recordSize, 1);
@@ -30,9 +31,7 @@ TEST(RecordStatements, SizesOtherThanTheRecordsBuildNothing) {
   TableLayout zero = t;
   zero.recordSize = 0;
   EXPECT_EQ(BatchStatement(3, zero, record.data(), 100, 1).text, "");
-}
 
-TEST(RecordStatements, StatementsStopAtTheirLimits) {
   // Texts of 253 characters: 31 of them pass 7680 before an insert's last
   // value, 33 pass 8192 before a batch row ends.
   DataTable texts29("t", Columns(29, {"c", 12})), texts31("t", Columns(31, {"c", 12})),

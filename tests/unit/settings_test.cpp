@@ -19,7 +19,7 @@ ConnectionSettings Parsed(const char* text, bool expectAccepted = true) {
   return settings;
 }
 
-TEST(ParseSettings, AcceptsFourFieldsCutTo63WithAnAtoiKind) {
+TEST(ParseSettings, FourFieldsCutTo63WithAnAtoiKindOrNothing) {
   ConnectionSettings s = Parsed("plant;operator;secret;2");
   EXPECT_STREQ(s.dsn, "plant");
   EXPECT_STREQ(s.user, "operator");
@@ -31,14 +31,12 @@ TEST(ParseSettings, AcceptsFourFieldsCutTo63WithAnAtoiKind) {
   const std::string hundred(100, 'a');
   s = Parsed((hundred + ";" + hundred + ";" + hundred + ";1").c_str());
   for (const char* field : {s.dsn, s.user, s.password}) EXPECT_EQ(field, std::string(63, 'a'));
-}
-
-TEST(ParseSettings, RejectedTextLeavesSettingsUnchanged) {
+  // A rejected text leaves the settings unchanged.
   for (const char* text : {";u;p;1", "d;u;p;", "d;u;p;7", "d;u;p;0", "d;u;p;x", "d;u;p",
                            "d;u", "dsn", ""}) {
-    ConnectionSettings s = Parsed(text, false);
-    EXPECT_STREQ(s.dsn, "before") << text;
-    EXPECT_EQ(s.kind, 3) << text;
+    const ConnectionSettings rejected = Parsed(text, false);
+    EXPECT_STREQ(rejected.dsn, "before") << text;
+    EXPECT_EQ(rejected.kind, 3) << text;
   }
   Parsed(nullptr, false);
 }
@@ -64,22 +62,18 @@ TEST(ParseSettings, OptionsAfterTheKind) {
     EXPECT_STREQ(Parsed(text, false).dsn, "before") << text;
 }
 
-TEST(Dialects, KindsSelectTheirQuoting) {
+TEST(Dialects, QuotingOfNamesAndTextValues) {
   const char* expected[] = {"drop table [t]", "drop table `t`", "drop table [t]",
                             "drop table \"t\"", "drop table \"t\"", "drop table [t]"};
   for (int kind = 1; kind <= 6; ++kind)
     EXPECT_EQ(FormatStatement(DialectOf(kind), 256, "drop table `%s`", "t").text, expected[kind - 1])
         << "kind " << kind;
-}
-
-TEST(Dialects, NamesAreNeverRewritten) {
+  // Names are never rewritten.
   EXPECT_EQ(FormatStatement(SqlDialect::Bracket, 256, "select `a` from `%s`", "x]`y").text,
             "select [a] from [x]`y]");
   EXPECT_EQ(FormatStatement(SqlDialect::DoubleQuote, 16, "select `%s`", "abcdefghijklmnop").text,
             "select \"abcdefg");
-}
-
-TEST(Dialects, TextValuesAreShownQuotedAndSentBound) {
+  // Text values are shown quoted and sent bound.
   Statement statement{"where a = "};
   statement.AppendText("it's a\\b");
   statement += {" or b = "};

@@ -13,7 +13,7 @@ using Names = std::vector<std::string>;
 using K = CellKind;
 using Append = TextTableBuilder::AppendResult;
 
-TEST(TimeColumnList, CutsAtSemicolonsDroppingEmptyAndLongPieces) {
+TEST(TimeColumnList, CutsAtSemicolonsAndClassifiesColumnsByExactName) {
   EXPECT_EQ(CutTimeColumnList(nullptr), Names{});
   EXPECT_EQ(CutTimeColumnList(""), Names{});
   for (const char* list : {"a;;b", ";a;b;"})
@@ -26,9 +26,7 @@ TEST(TimeColumnList, CutsAtSemicolonsDroppingEmptyAndLongPieces) {
   Names kept = CutTimeColumnList(twenty.c_str());
   ASSERT_EQ(kept.size(), 16u);
   EXPECT_EQ(kept.back(), "c16");
-}
 
-TEST(TimeColumnList, ClassifiesColumnsByExactName) {
   EXPECT_EQ(ClassifyColumns({"id", "time", "ms", "modify", "a", "ID", "Time"}, {}),
             (std::vector<K>{K::Skipped, K::DateTime, K::Skipped, K::Skipped, K::Text, K::Text, K::Text}));
   // Each listed name takes the first column of its name that no earlier equal
@@ -39,7 +37,7 @@ TEST(TimeColumnList, ClassifiesColumnsByExactName) {
             (std::vector<K>{K::DateTime, K::DateTime, K::DateTime}));
 }
 
-TEST(TextTableBuilder, DoublesTheTextBlockKeepingEveryByte) {
+TEST(TextTableBuilder, DoublesTheTextBlockKeepingEveryByteUpToItsLimit) {
   TextTableBuilder builder;
   ASSERT_TRUE(builder.AllocateOffsets(1, 4));
   ASSERT_TRUE(builder.AllocateText(1));
@@ -58,16 +56,14 @@ TEST(TextTableBuilder, DoublesTheTextBlockKeepingEveryByte) {
             expected + std::string(2048 - expected.size(), '\0'));
   const uint32_t offsets[] = {0, 3, 6, 9, 12, 268, 524, 780};
   EXPECT_EQ(std::memcmp(builder.offsets(), offsets, sizeof offsets), 0);
-}
 
-TEST(TextTableBuilder, RefusesTextBeyondItsLimit) {
-  TextTableBuilder builder(1500);
-  ASSERT_TRUE(builder.AllocateOffsets(1, 8));
-  ASSERT_TRUE(builder.AllocateText(1));
+  TextTableBuilder limited(1500);
+  ASSERT_TRUE(limited.AllocateOffsets(1, 8));
+  ASSERT_TRUE(limited.AllocateText(1));
   std::string cell(255, 'x');
-  for (int i = 0; i < 5; ++i) ASSERT_EQ(builder.Append(cell), Append::Appended);
-  EXPECT_EQ(builder.Append(cell), Append::TooLarge);
-  EXPECT_EQ(builder.text_length(), 5 * 256u);
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(limited.Append(cell), Append::Appended);
+  EXPECT_EQ(limited.Append(cell), Append::TooLarge);
+  EXPECT_EQ(limited.text_length(), 5 * 256u);
   // 2^30 + 1 offsets of 4 bytes pass a 32-bit size: refused, never a wrapped small block.
   if (sizeof(size_t) == 4) {
     EXPECT_FALSE(TextTableBuilder().AllocateOffsets(0x40000000u, 1));

@@ -69,18 +69,6 @@ class SilentPeer : public ::testing::Test {
   SOCKET client_ = INVALID_SOCKET;
 };
 
-TEST_F(SilentPeer, TheOpenedSocketIsListedUntilClosed) {
-  SocketList opened;
-  for (const auto& entry : OpenSockets())
-    if (std::find(before_.begin(), before_.end(), entry) == before_.end()) opened.push_back(entry);
-  ASSERT_EQ(opened.size(), 1u);
-  EXPECT_EQ(opened.front().second, static_cast<int>(client_));
-
-  closesocket(client_);
-  for (const auto& entry : OpenSockets()) EXPECT_NE(entry.second, static_cast<int>(client_));
-  client_ = INVALID_SOCKET;
-}
-
 TEST_F(SilentPeer, ShutdownCutsARecvWaitingInAnotherThread) {
   const std::optional<int> received = BlockedRecv([this] {
     Sleep(300);
@@ -104,13 +92,22 @@ TEST_F(SilentPeer, AServerWaitLimitCutsTheWaitInTime) {
   EXPECT_LT(seconds, 2.5);
 }
 
-TEST_F(SilentPeer, APeersCloseIsSeenAsInput) {
+// The session's socket is listed until closed; its peer's close reads as input.
+TEST_F(SilentPeer, TheSocketIsListedAndAPeersCloseIsSeenAsInput) {
+  SocketList opened;
+  for (const auto& entry : OpenSockets())
+    if (std::find(before_.begin(), before_.end(), entry) == before_.end()) opened.push_back(entry);
+  ASSERT_EQ(opened.size(), 1u);
+  EXPECT_EQ(opened.front().second, static_cast<int>(client_));
   EXPECT_FALSE(SocketHasInput(static_cast<int>(client_))) << "an idle session has no input";
   closesocket(server_);  // the connection, never accepted, is reset
   server_ = INVALID_SOCKET;
   const auto deadline = Clock::now() + std::chrono::seconds(2);
   while (!SocketHasInput(static_cast<int>(client_)) && Clock::now() < deadline) Sleep(20);
   EXPECT_TRUE(SocketHasInput(static_cast<int>(client_)));
+  closesocket(client_);
+  for (const auto& entry : OpenSockets()) EXPECT_NE(entry.second, static_cast<int>(client_));
+  client_ = INVALID_SOCKET;
 }
 
 // A server connection whose socket is not seen must not pass for a file
