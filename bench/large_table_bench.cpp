@@ -5,7 +5,9 @@
 //     bare "select * ... order by id asc limit 1 offset N-1";
 //   read: sgGetRecord of the whole table beside the best bare ODBC read of
 //     the same rows into a block (forward-only, streamed where the driver
-//     can) and, on SQLite, the C API; peak memory over the block handed out;
+//     can; a realloc'd block, as the library's) and, on SQLite, the bare read
+//     of the exact form the library reads there and the C API; peak memory
+//     over the block handed out;
 //     sgGetRecordBySQL of the same select, peak over the text table;
 //   write: sgBatchSetRecord of 100,000 records in one call beside the SQLite
 //     C API's prepared insert in one transaction, PostgreSQL's COPY and
@@ -20,6 +22,7 @@
 #include <functional>
 
 #include "bench_support.h"
+#include "core/exact_double.h"
 
 namespace {
 
@@ -107,13 +110,22 @@ struct Bare {
   bool Run(const std::string& sql) {
     return ok && SQL_SUCCEEDED(SQLExecDirect(stmt, (SQLCHAR*)sql.c_str(), SQL_NTS));
   }
-  // The current row as a data record: 4 integers and the doubles.
-  void ReadRecord(unsigned char* record) {
+  // The current row as a data record: 4 integers and the doubles, which
+  // `exact` reads in the text of scadastore::ExactSqliteDouble.
+  void ReadRecord(unsigned char* record, bool exact = false) {
     SQLLEN indicator = 0;
     for (SQLUSMALLINT c = 1; c <= 4; ++c)
       SQLGetData(stmt, c, SQL_C_ULONG, record + 4 * (c - 1), 4, &indicator);
-    for (SQLUSMALLINT c = 0; c < kValueColumns; ++c)
-      SQLGetData(stmt, 5 + c, SQL_C_DOUBLE, record + 16 + 8 * c, 8, &indicator);
+    for (SQLUSMALLINT c = 0; c < kValueColumns; ++c) {
+      if (!exact) {
+        SQLGetData(stmt, 5 + c, SQL_C_DOUBLE, record + 16 + 8 * c, 8, &indicator);
+        continue;
+      }
+      char text[64];
+      SQLGetData(stmt, 5 + c, SQL_C_CHAR, text, sizeof text, &indicator);
+      const double value = scadastore::ParseExactDouble(text).value_or(0);
+      std::memcpy(record + 16 + 8 * c, &value, 8);
+    }
   }
 };
 
@@ -131,18 +143,34 @@ bool BarePosition(const Target& target, const std::string& table, uint32_t posit
   return true;
 }
 
+// The select of every row with each double in the exact form the library
+// reads on SQLite, whose driver passes a double through 15-digit text.
+std::string ExactSelectAll(const Target& target, const std::string& table) {
+  std::string select = "select " + Quote(target, "id") + "," + Quote(target, "time") + "," +
+                       Quote(target, "ms") + "," + Quote(target, "modify");
+  for (int c = 1; c <= kValueColumns; ++c)
+    select += "," + scadastore::ExactSqliteDouble(Quote(target, "v" + std::to_string(c)));
+  return select + SelectAll(target, table).substr(std::strlen("select *"));
+}
+
 // Reads every row into a block grown by doubling, as the library does.
-bool BareRead(const Target& target, const std::string& table, uint32_t rows) {
+bool BareRead(const Target& target, const std::string& table, uint32_t rows, bool exact) {
   Bare db(target);
-  if (!db.Run(SelectAll(target, table))) return false;
-  std::vector<unsigned char> block;
-  size_t count = 0;
-  while (SQL_SUCCEEDED(SQLFetch(db.stmt))) {
-    if (block.size() < (count + 1) * kDataRecordSize)
-      block.resize(std::max<size_t>(block.size() * 2, 1024 * kDataRecordSize));
-    db.ReadRecord(block.data() + count++ * kDataRecordSize);
+  if (!db.Run(exact ? ExactSelectAll(target, table) : SelectAll(target, table))) return false;
+  unsigned char* block = nullptr;
+  size_t count = 0, capacity = 0;
+  bool ok = true;
+  while (ok && SQL_SUCCEEDED(SQLFetch(db.stmt))) {
+    if (count == capacity) {
+      capacity = std::max<size_t>(capacity * 2, 1024);
+      auto* grown = static_cast<unsigned char*>(std::realloc(block, capacity * kDataRecordSize));
+      if (!(ok = grown != nullptr)) break;
+      block = grown;
+    }
+    db.ReadRecord(block + count++ * kDataRecordSize, exact);
   }
-  return count == rows;
+  std::free(block);
+  return ok && count == rows;
 }
 
 bool SqliteApiRead(const Target& target, const std::string& table, uint32_t rows) {
@@ -323,8 +351,11 @@ void Run(const Target& target, uint32_t rows, int repeat) {
       std::free(block);
       return ok;
     });
-    Print("read", target, library, InChild([&] { return BareRead(target, table, rows); }),
+    Print("read", target, library, InChild([&] { return BareRead(target, table, rows, false); }),
           "bare ODBC, streamed");
+    if (target.kind != kPostgres.kind && target.kind != kMariadb.kind)
+      Print("read", target, library, InChild([&] { return BareRead(target, table, rows, true); }),
+            "bare ODBC, exact");
     uint32_t textBytes = 0;
     const Measure text = InChild([&] {
       uint32_t rowCount = 0, fields = 0, *offsets = nullptr;

@@ -63,6 +63,11 @@ class DbConnection {
   int TryOpenQuery(const char* sql, const std::vector<std::string>& texts = {},
                    Cursor cursor = Cursor::Static);
   int Execute(const char* sql, const std::vector<std::string>& texts = {});
+  // Releases the current result, which a driver may hold whole, before the next.
+  void CloseQuery() {
+    statement_.Free();
+    result_columns_ = -1;
+  }
 
   // A value bound to a `?` of the prepared statement; it stays in place until
   // the statement's last run.

@@ -10,7 +10,10 @@ std::string ExactSqliteDouble(const std::string& column) {
   // One less than the exponent may come out of log2 just below a power of
   // two: m then has 54 bits, which a 64-bit integer still holds exactly.
   const std::string k = "(53 - cast(floor(log2(abs(" + column + "))) as integer))";
-  return "case when " + column + " is null then null when " + column + " = 0 then cast(" + column +
+  // From 1e-290 up, k stays below 1024 and one power of two is finite; below,
+  // k reaches 1127 and is taken in two halves.
+  return "case when abs(" + column + ") >= 1e-290 then " + k + " || ' ' || cast(" + column +
+         " * power(2.0, " + k + ") as integer) when " + column + " = 0 then cast(" + column +
          " as text) else " + k + " || ' ' || cast(" + column + " * power(2.0, " + k +
          " / 2) * power(2.0, " + k + " - " + k + " / 2) as integer) end";
 }

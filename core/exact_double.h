@@ -10,7 +10,8 @@ namespace scadastore {
 
 // The SQLite expression of the quoted column `column` as "k m" for m * 2^-k
 // (0 as itself, NULL as NULL). m keeps the 53 bits of the double; k is at
-// most 1127 (the smallest subnormal), so each of its two powers of two stays finite.
+// most 1127 (the smallest subnormal), taken as two powers of two that stay finite
+// where one would not.
 std::string ExactSqliteDouble(const std::string& column);
 
 // `select` of `columns` doubles under an outer select that hands each over

@@ -41,47 +41,60 @@ struct RowBlock {
   Status status = Status::Empty;
   ResultBlock block;
   uint32_t rows = 0;
+  uint64_t capacity = 0;  // rows the block has room for
 };
 
-// Reads every row of the open forward-only result with readRow(record, i),
-// each record zeroed first, into a block that doubles as rows arrive and is
-// cut to their number at the end: the rows are read once, as the driver
-// streams them, and the block is the only copy held. An empty result
-// allocates nothing.
+// Appends every row of the open forward-only result with readRow(record, i),
+// each record zeroed first, to a block that doubles as rows arrive: the rows
+// are read once, as the driver streams them, and the block is the only copy
+// held. False when a row could not be read or stored (the status says which).
 template <class ReadRow>
-RowBlock ReadRowBlock(DbConnection& db, size_t recordSize, ReadRow&& readRow) {
+bool AppendRows(DbConnection& db, RowBlock& result, size_t recordSize, ReadRow&& readRow) {
   constexpr uint64_t kFirstRows = 1024;
-  RowBlock result;
-  uint64_t capacity = 0;
   while (db.MoveNext()) {
-    if (result.rows == capacity) {
+    if (result.rows == result.capacity) {
       // The block's size goes out as 32 bits: a larger block cannot be handed out.
       const uint64_t mostRows = UINT32_MAX / std::max<uint64_t>(recordSize, 1);
-      capacity = std::min(std::max(capacity * 2, kFirstRows), mostRows);
+      const uint64_t capacity = std::min(std::max(result.capacity * 2, kFirstRows), mostRows);
       const bool grown =
           result.rows < mostRows &&
           (result.block ? ResizeResultBlock(result.block, static_cast<size_t>(capacity * recordSize))
                         : !!(result.block = AllocateResultBlock(static_cast<size_t>(capacity * recordSize))));
       if (!grown) {
         result.status = RowBlock::Status::NoMemory;
-        return result;
+        return false;
       }
+      result.capacity = capacity;
     }
     unsigned char* record = result.block.get() + size_t{result.rows} * recordSize;
     std::memset(record, 0, recordSize);
     if (!readRow(record, result.rows)) {
       result.status = RowBlock::Status::ReadFailed;
-      return result;
+      return false;
     }
     ++result.rows;
   }
+  return true;
+}
+
+// Ends a read whose rows all arrived: an empty result holds no block, and a
+// block is cut to its rows (or handed out as it is, its tail unused, when it
+// cannot shrink).
+inline void FinishRowBlock(RowBlock& result, size_t recordSize) {
   if (result.rows == 0) {
     result.block.reset();
-    return result;
+    return;
   }
-  // A block that cannot shrink is handed out as it is, its tail unused.
-  if (result.rows < capacity) ResizeResultBlock(result.block, size_t{result.rows} * recordSize);
+  if (result.rows < result.capacity) ResizeResultBlock(result.block, size_t{result.rows} * recordSize);
   result.status = RowBlock::Status::Read;
+}
+
+// Every row of the open forward-only result as AppendRows reads them, the
+// block finished; an empty result allocates nothing.
+template <class ReadRow>
+RowBlock ReadRowBlock(DbConnection& db, size_t recordSize, ReadRow&& readRow) {
+  RowBlock result;
+  if (AppendRows(db, result, recordSize, readRow)) FinishRowBlock(result, recordSize);
   return result;
 }
 

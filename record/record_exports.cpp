@@ -71,20 +71,64 @@ bool QueryRecords(ExportCall& call, const TableLayout& table, const Statement& s
          call.Query(select, cursor);
 }
 
+enum class Pages { NotPaged, Read, OpenFailed, NotTheTable };
+
+// Reads the rows of `select` (the table's own whole or interval select) in
+// pages by id inside one repeatable-read transaction: every page sees the
+// table as the first did, and the driver holds one page at a time. NotPaged,
+// having read nothing, where the kind or the table cannot be read so.
+template <class ReadRow>
+Pages ReadPages(DbConnection& db, const TableLayout& layout, const Statement& select,
+                RowBlock& result, ReadRow& readRow) {
+  if (!ReadsInPages(db.kind()) || !select.complete) return Pages::NotPaged;
+  Transaction snapshot(db);
+  // The check is the transaction's first read: it sees the rows the pages see.
+  const Statement pageable = PageableStatement(db.kind(), layout.name);
+  uint32_t isPageable = 0;
+  if (!snapshot.open() || !db.Execute("set transaction isolation level repeatable read") ||
+      !db.TryOpenQuery(pageable.Sent().c_str(), pageable.texts) ||
+      !ReadSingleInteger(db, isPageable) || isPageable != 1)
+    return Pages::NotPaged;
+  std::optional<uint32_t> afterId;
+  for (uint32_t pageRows = kFirstPageRows;; pageRows = std::max(kFirstPageRows, result.rows / 4)) {
+    const Statement page = PageStatement(db.kind(), layout.name, select, afterId, pageRows);
+    if (!db.OpenQuery(page.Sent().c_str(), page.texts, DbConnection::Cursor::ForwardOnly))
+      return Pages::OpenFailed;
+    if (!MatchesTable(db, layout)) return Pages::NotTheTable;
+    const uint32_t before = result.rows;
+    if (!AppendRows(db, result, layout.recordSize, readRow)) return Pages::Read;
+    if (result.rows - before < pageRows) break;
+    afterId = LoadField<uint32_t>(result.block.get() + size_t{result.rows - 1} * layout.recordSize, 0);
+    db.CloseQuery();
+  }
+  FinishRowBlock(result, layout.recordSize);
+  return Pages::Read;
+}
+
 // sgGetRecord after its argument check: the rows of `statement` as one block.
 uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement& statement,
                    bool callersStatement, void** records, uint32_t* size) {
   if (!call.Open()) return call.failure();
   if (callersStatement) call.db().DoNotPool();
   const TableLayout layout = DescribeTable(table);
-  if (!QueryRecords(call, layout, statement, DbConnection::Cursor::ForwardOnly)) return call.failure();
   DbConnection& db = call.db();
-  if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
   std::optional<ReadFailure> failure;
-  RowBlock result = ReadRowBlock(db, layout.recordSize, [&](unsigned char* record, uint32_t) {
+  auto readRow = [&](unsigned char* record, uint32_t) {
     failure = ReadRecord(db, layout.columns, record);
     return !failure;
-  });
+  };
+  RowBlock result;
+  switch (callersStatement ? Pages::NotPaged : ReadPages(db, layout, statement, result, readRow)) {
+    case Pages::NotPaged:
+      if (!QueryRecords(call, layout, statement, DbConnection::Cursor::ForwardOnly))
+        return call.failure();
+      if (!MatchesTable(db, layout)) return call.Fail(Serial::kInvalidTable);
+      if (AppendRows(db, result, layout.recordSize, readRow)) FinishRowBlock(result, layout.recordSize);
+      break;
+    case Pages::OpenFailed: return call.Fail(Serial::kOpenTable, statement);
+    case Pages::NotTheTable: return call.Fail(Serial::kInvalidTable);
+    case Pages::Read: break;
+  }
   switch (result.status) {
     case RowBlock::Status::Empty:
       *records = nullptr;

@@ -269,6 +269,46 @@ Statement IdsStatement(DbKind kind, const std::string& table) {
                          table.c_str());
 }
 
+Statement PageableStatement(DbKind kind, const std::string& table) {
+  // Two lookups of the one table: a join of the two views would scan every database.
+  const SqlDialect dialect = DialectOf(kind);
+  Statement pageable = FormatStatement(
+      dialect, kLookupStatementSize,
+      "select (select `engine` from information_schema.tables where `table_schema`=database() "
+      "and `table_name`=");
+  pageable.AppendText(table);
+  pageable += FormatStatement(
+      dialect, kLookupStatementSize,
+      ")='InnoDB' and (select count(*)=1 and min(`column_name`)='id' from "
+      "information_schema.statistics where `index_name`='PRIMARY' and `table_schema`=database() "
+      "and `table_name`=");
+  pageable.AppendText(table);
+  return pageable += FormatStatement(
+             dialect, kLookupStatementSize,
+             ") and not exists (select 1 from `%s` where `id`>4294967295)", table.c_str());
+}
+
+Statement PageStatement(DbKind kind, const std::string& table, const Statement& shown,
+                        std::optional<uint32_t> afterId, uint32_t rows) {
+  Statement page = shown;
+  const std::string limit = " limit " + std::to_string(rows);
+  if (!afterId) {
+    page.sql = shown.text + limit;
+    return page;
+  }
+  // `shown` goes on after its table name with " where" or " order by".
+  const std::string from = "select * from " + QuoteName(DialectOf(kind), table);
+  const std::string rest = shown.text.substr(from.size());
+  std::string after = " where ";
+  AppendQuoted(after, DialectOf(kind), "id");
+  after += '>' + std::to_string(*afterId);
+  const std::string where = " where ";
+  page.sql = from + after +
+             (rest.compare(0, where.size(), where) == 0 ? " and " + rest.substr(where.size()) : rest) +
+             limit;
+  return page;
+}
+
 std::string ExactFloatsSelect(const TableLayout& table, const std::string& select) {
   auto quoted = [](std::string_view name) {
     std::string out = "\"";

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "core/settings.h"
@@ -74,6 +75,22 @@ Statement IdsStatement(DbKind kind, const std::string& table);
 // stays `shown`, the statement sent selects that row alone (HasLimitOffset).
 Statement PositionStatement(DbKind kind, bool onSqlite, const std::string& table,
                             const Statement& shown, uint32_t position);
+
+// A paged read's first page holds this many rows and each later one a quarter
+// of the rows read so far: the page a driver holds stays a fraction of the
+// block, in few statements.
+constexpr uint32_t kFirstPageRows = 10000;
+
+// A select of 1 when `table` can be read in pages (ReadsInPages), 0 otherwise:
+// an InnoDB table, so that every page sees one snapshot, whose primary key is
+// `id` alone, so that ids never repeat, and whose ids all fit the record's 32
+// bits, so that the last id read marks where the next page starts.
+Statement PageableStatement(DbKind kind, const std::string& table);
+// A page of `shown` (SelectAllStatement or IntervalStatement of `table`): at
+// most `rows` of its rows, those after id `afterId` when given. Only the
+// text sent changes: `shown` still names the statement.
+Statement PageStatement(DbKind kind, const std::string& table, const Statement& shown,
+                        std::optional<uint32_t> afterId, uint32_t rows);
 
 // `select` under an outer SQLite select that hands every float column over
 // exactly (ExactSqliteDouble); its columns must be the table's.

@@ -18,7 +18,8 @@ constexpr uint32_t kAfter2038 = 2147483748u;  // 2038-01-19 03:15:48 UTC
 constexpr uint32_t kLast = 4294967295u;
 
 const std::vector<double> kDoubles = {16777217.0,          123456789.123,     0.1,
-                                      0.30000000000000004, 1525.0164794921875, -1e-300,
+                                      0.30000000000000004, 1525.0164794921875,
+                                      -std::numeric_limits<double>::denorm_min(),
                                       std::numeric_limits<double>::max()};
 
 class ExactTest : public DatabaseTest {

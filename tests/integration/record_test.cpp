@@ -2,11 +2,14 @@
 // single records and batches, reading, modifying and deleting by position.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cctype>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include "core/settings.h"
+#include "record/record_statements.h"
 #include "support/data_tables.h"
 #include "support/databases.h"
 
@@ -249,6 +252,35 @@ TEST_P(RecordTest, ReadsByIntervalAndByMinute) {
   EXPECT_EQ(one_.Get<uint32_t>(0, 0), 2u);  // 160 is past the minute
   ASSERT_EQ(sgGetRecordByTime(Token(), table(), 101, one_.record(0), kRecordSize), 0u);
   EXPECT_EQ(one_.Get<uint32_t>(0, 0), 1u);  // lowest id of 159 and 160
+
+  // Reads by pages: each row once across page ends, all rows as of one moment while
+  // another session changes the first and the last row at once.
+  if (!ReadsInPages(kind())) return;
+  const uint32_t page = record::kFirstPageRows, rows = 2 * page;
+  ASSERT_EQ(sgDeleteRecord(Token(), table(), nullptr), 0u);
+  const std::string fill = Sql("insert into `%s` (`id`,`time`,`ms`,`modify`) select `seq`,`seq`,"
+                               "0,0 from seq_1_to_") + std::to_string(rows);
+  ASSERT_EQ(sgOperateRecord(Token(), table(), fill.c_str()), 0u) << dbGetLastError();
+  ASSERT_EQ(sgGetAllRecordOfInterval(Token(), table(), 2, page + 2, &block, &size), 0u);
+  EXPECT_EQ(size, (page + 1) * kRecordSize);
+  EXPECT_EQ(static_cast<DataRecord*>(block)->id, 2u);
+  FreeResultBlock(block);
+  std::atomic<bool> done = false;
+  std::thread writer([&] {
+    const std::string update =
+        Sql("update `%s` set `modify`=`modify`+1 where `id` in (1,") + std::to_string(rows) + ")";
+    while (!done && sgOperateRecord(Token(), table(), update.c_str()) == 0) {}
+  });
+  for (int read = 0; read < 3; ++read) {
+    RecordBuffer all = ReadAll();
+    bool whole = all.bytes() == rows * kRecordSize;
+    for (uint32_t k = 0; whole && k < rows; ++k) whole = all.Get<uint32_t>(k, 0) == k + 1;
+    EXPECT_TRUE(whole && all.Get<uint32_t>(0, 12) == all.Get<uint32_t>(rows - 1, 12)) << read;
+  }
+  done = true;
+  writer.join();
+  ASSERT_EQ(sgGetRecordByIndex(Token(), table(), 1, one_.record(0), kRecordSize), 0u);
+  EXPECT_GT(one_.Get<uint32_t>(0, 12), 2u) << "the writer changed rows during the reads";
 }
 
 TEST_P(RecordTest, ReadersCheckTheDescriptionAndKeepTheCallersBytesForNulls) {
