@@ -2,13 +2,25 @@
 
 #include <windows.h>
 
+#include <cstring>
+#include <string_view>
+
 namespace scadastore {
 namespace {
 
 HANDLE Handle(intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
 
-bool Failed(std::string& error, const std::string& what) {
-  error = what + ": system error " + std::to_string(GetLastError());
+// "what: the system's text (code)". `what` is a view so that nothing is
+// allocated between the failed call and GetLastError.
+bool Failed(std::string& error, std::string_view what) {
+  const DWORD code = GetLastError();
+  char text[256] = "";
+  DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                nullptr, code, 0, text, sizeof text, nullptr);
+  while (length > 0 && std::strchr("\r\n. ", text[length - 1])) --length;
+  error.assign(what);
+  error += ": " + (length > 0 ? std::string(text, length) : "system error") + " (" +
+           std::to_string(code) + ")";
   return false;
 }
 
@@ -95,8 +107,9 @@ DirectoryLock::~DirectoryLock() {
 bool DirectoryLock::Take(const std::string& directory, std::string& error) {
   if (!CreateDirectoryA(directory.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
     return Failed(error, directory);
-  const HANDLE file = OpenShared(directory + "\\lock");
-  if (file == INVALID_HANDLE_VALUE) return Failed(error, directory + "\\lock");
+  const std::string path = directory + "/lock";
+  const HANDLE file = OpenShared(path);
+  if (file == INVALID_HANDLE_VALUE) return Failed(error, path);
   OVERLAPPED at{};
   if (!LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &at)) {
     CloseHandle(file);

@@ -2,19 +2,20 @@
 // samples at a steady rate, noting each call that returned 0.
 //
 //   spool_host write CONFIG PREFIX FIRST SECONDS RATE NOTES
+//   spool_host collect CONFIG PREFIX
 //
 // Every write carries its number n (from FIRST on): the alarm's value, the
 // log entry's source, the sample's value. NOTES gets "a n", "l n" or "s n"
-// per acknowledged call.
-#include <fcntl.h>
-#include <unistd.h>
-
+// per acknowledged call. "collect" prints "a n" per stored alarm in id order
+// and drops the tables (for hosts without the server's client).
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "scadastore.h"
 
@@ -69,7 +70,8 @@ int RunWriter(const std::string& prefix, uint32_t first, double seconds, double 
   almEnsureTableExist(&token, (prefix + "_a").c_str());
   logEnsureTableExist(&token, (prefix + "_l").c_str());
   sgEnsureTableExist(&token, &samples.info, nullptr, 0);
-  const int out = open(notes, O_WRONLY | O_CREAT | O_APPEND, 0644);
+  std::FILE* out = std::fopen(notes, "a");
+  if (out == nullptr) return 2;
   const auto start = std::chrono::steady_clock::now();
   const auto period = std::chrono::duration<double>(1.0 / rate);
   uint32_t produced = 0, acknowledged = 0;
@@ -81,15 +83,14 @@ int RunWriter(const std::string& prefix, uint32_t first, double seconds, double 
     const char family = "als"[n % 3];
     ++produced;
     if (Write(family, prefix, samples, n) == 0) {
-      char line[32];
-      const int length = std::snprintf(line, sizeof line, "%c %u\n", family, n);
-      if (write(out, line, static_cast<size_t>(length)) != length) return 2;
+      // Flushed to the system at once: a killed host's notes stay whole.
+      if (std::fprintf(out, "%c %u\n", family, n) < 0 || std::fflush(out) != 0) return 2;
       ++acknowledged;
     } else {
       std::fprintf(stderr, "write %u failed: %s\n", n, dbGetLastError());
     }
   }
-  close(out);
+  std::fclose(out);
   // A host keeps calling: reads forward what is left.
   for (int i = 0; i < 40; ++i) {
     almGetAlarmCount(&token, (prefix + "_a").c_str());
@@ -99,14 +100,29 @@ int RunWriter(const std::string& prefix, uint32_t first, double seconds, double 
   return 0;
 }
 
+int Collect(const std::string& prefix) {
+  const std::string alarms = prefix + "_a";
+  std::vector<AlarmRecord> rows(almGetAlarmCount(&token, alarms.c_str()) + 1);
+  if (almGetAllAlarm(&token, alarms.c_str(), rows.data(), rows.size() * sizeof rows[0]) != 0)
+    return 1;
+  for (size_t i = 0; i + 1 < rows.size(); ++i) std::printf("a %.0f\n", double{rows[i].value});
+  for (const char* family : {"_a", "_l", "_s"})
+    dbRemoveTable(&token, (prefix + family).c_str(), nullptr, 0);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 8 || std::string(argv[1]) != "write") {
-    std::fprintf(stderr, "usage: spool_host write CONFIG PREFIX FIRST SECONDS RATE NOTES\n");
+  const std::string mode = argc > 1 ? argv[1] : "";
+  if (!(mode == "write" && argc == 8) && !(mode == "collect" && argc == 4)) {
+    std::fprintf(stderr,
+                 "usage: spool_host write CONFIG PREFIX FIRST SECONDS RATE NOTES\n"
+                 "       spool_host collect CONFIG PREFIX\n");
     return 2;
   }
   if (dbInitialize(argv[2]) != 0) std::fprintf(stderr, "dbInitialize: 1 (%s)\n", dbGetLastError());
+  if (mode == "collect") return Collect(argv[3]);
   return RunWriter(argv[3], std::strtoul(argv[4], nullptr, 10), std::atof(argv[5]),
                    std::atof(argv[6]), argv[7]);
 }
