@@ -331,6 +331,19 @@ void Print(const char* what, const Target& target, const Measure& library, const
   std::fflush(stdout);
 }
 
+// Runs `read(&block, &size)`, an export that hands out a block, in a child;
+// the block must be `bytes` long.
+template <class Record, class Read>
+Measure HandedOutBlock(uint64_t bytes, Read read) {
+  return InChild([&] {
+    Record* block = nullptr;
+    uint32_t size = 0;
+    const bool ok = read(&block, &size) == 0 && size == bytes;
+    std::free(block);
+    return ok;
+  });
+}
+
 double LoadAverage() {
   double load = 0;
   std::ifstream("/proc/loadavg") >> load;
@@ -356,27 +369,19 @@ void ReadAlarmsAndLogs(const Target& target, uint32_t rows, int repeat) {
               rows * double{sizeof(LogRecord)} / (1 << 20), LoadAverage());
   for (int r = 0; r < repeat; ++r) {
     const AlarmQuery query{kStart, last, 0, 0, 0, 0, 0, 0};
-    const Measure alarm = InChild([&] {
-      AlarmRecord* block = nullptr;
-      uint32_t size = 0;
-      const bool ok = almGetAlarmByQuery(Token(), alarms.c_str(), &query, &block, &size) == 0 &&
-                      size == rows * sizeof(AlarmRecord);
-      std::free(block);
-      return ok;
-    });
+    const Measure alarm = HandedOutBlock<AlarmRecord>(
+        uint64_t{rows} * sizeof(AlarmRecord), [&](AlarmRecord** block, uint32_t* size) {
+          return almGetAlarmByQuery(Token(), alarms.c_str(), &query, block, size);
+        });
     Print("alarms", target, alarm, InChild([&] {
             return BareRead(target, RangeSelect(target, alarms, "arisetime", kStart, last),
                             kAlarmColumns, sizeof(AlarmRecord), rows);
           }),
           "bare ODBC, streamed");
-    const Measure log = InChild([&] {
-      LogRecord* block = nullptr;
-      uint32_t size = 0;
-      const bool ok = logGetLogByTime(Token(), logs.c_str(), kStart, last, &block, &size) == 0 &&
-                      size == rows * sizeof(LogRecord);
-      std::free(block);
-      return ok;
-    });
+    const Measure log = HandedOutBlock<LogRecord>(
+        uint64_t{rows} * sizeof(LogRecord), [&](LogRecord** block, uint32_t* size) {
+          return logGetLogByTime(Token(), logs.c_str(), kStart, last, block, size);
+        });
     Print("logs", target, log, InChild([&] {
             return BareRead(target, RangeSelect(target, logs, "logtime", kStart, last),
                             kLogColumns, sizeof(LogRecord), rows);
@@ -411,14 +416,10 @@ void Run(const Target& target, uint32_t rows, int repeat) {
     Print("id", target, id, bare, "limit/offset");
   }
   for (int r = 0; r < repeat; ++r) {
-    const Measure library = InChild([&] {
-      void* block = nullptr;
-      uint32_t size = 0;
-      const bool ok = sgGetRecord(Token(), data, &block, &size, nullptr) == 0 &&
-                      size == rows * kDataRecordSize;
-      std::free(block);
-      return ok;
-    });
+    const Measure library = HandedOutBlock<void>(
+        uint64_t{rows} * kDataRecordSize, [&](void** block, uint32_t* size) {
+          return sgGetRecord(Token(), data, block, size, nullptr);
+        });
     Print("read", target, library, InChild([&] {
             return BareRead(target, SelectAll(target, table), kDataColumns, kDataRecordSize, rows);
           }),
