@@ -11,9 +11,12 @@
 //     sgGetRecordBySQL of the same select, peak over the text table;
 //   write: sgBatchSetRecord of 100,000 records in one call beside the SQLite
 //     C API's prepared insert in one transaction, PostgreSQL's COPY and
-//     MariaDB's LOAD DATA LOCAL INFILE, each through its own client.
+//     MariaDB's LOAD DATA LOCAL INFILE, each through its own client;
+//   alarms, logs: almGetAlarmByQuery and logGetLogByTime of as many alarms
+//     and log entries, beside the bare read of the same select; peak memory
+//     over the block handed out (these alone with --alarms-logs).
 // Every call connects unpooled, as does its baseline. Usage:
-//   large_table_bench [--rows N] [--repeat R] [sqlite|postgres|mariadb ...]
+//   large_table_bench [--rows N] [--repeat R] [--alarms-logs] [sqlite|postgres|mariadb ...]
 #include <sqlite3.h>
 #include <sys/wait.h>
 
@@ -31,6 +34,17 @@ using namespace bench;
 constexpr uint32_t kWriteRows = 100000;
 // psqlODBC's UseDeclareFetch and Fetch options, as the library sets them.
 constexpr SQLINTEGER kPsqlUseDeclareFetch = 65539, kPsqlFetchRows = 65541;
+
+// The columns a bare read takes, in the order of the table's: an integer, a
+// double, or text of the given size; the bytes follow each other in a record.
+constexpr int kInteger = 0, kDouble = -1;
+const std::vector<int> kDataColumns = {kInteger, kInteger, kInteger, kInteger, kDouble, kDouble,
+                                       kDouble,  kDouble,  kDouble,  kDouble,  kDouble,  kDouble};
+const std::vector<int> kAlarmColumns = {kInteger, 32,       32,       kInteger, kInteger,
+                                        kDouble,  kInteger, kInteger, kInteger, kInteger,
+                                        128,      kInteger, 64,       kInteger};
+const std::vector<int> kLogColumns = {kInteger, kInteger, kInteger, kInteger, 64,  250, 32,
+                                      32,       64,       kInteger, 256,      64,  128};
 
 // Kind 3 on SQLite: the bracket dialect of kind 1, with batches.
 constexpr Target kSqliteBatches{"SCADASTORE_TEST_SQLITE", 3, '[', ']'};
@@ -110,21 +124,27 @@ struct Bare {
   bool Run(const std::string& sql) {
     return ok && SQL_SUCCEEDED(SQLExecDirect(stmt, (SQLCHAR*)sql.c_str(), SQL_NTS));
   }
-  // The current row as a data record: 4 integers and the doubles, which
-  // `exact` reads in the text of scadastore::ExactSqliteDouble.
-  void ReadRecord(unsigned char* record, bool exact = false) {
+  // The current row as a record: each column in turn into the next bytes,
+  // its width from `widths` (kInteger, kDouble or a text's size); `exact`
+  // reads doubles in the text of scadastore::ExactSqliteDouble.
+  void ReadRecord(unsigned char* record, const std::vector<int>& widths, bool exact = false) {
     SQLLEN indicator = 0;
-    for (SQLUSMALLINT c = 1; c <= 4; ++c)
-      SQLGetData(stmt, c, SQL_C_ULONG, record + 4 * (c - 1), 4, &indicator);
-    for (SQLUSMALLINT c = 0; c < kValueColumns; ++c) {
-      if (!exact) {
-        SQLGetData(stmt, 5 + c, SQL_C_DOUBLE, record + 16 + 8 * c, 8, &indicator);
-        continue;
+    SQLUSMALLINT column = 1;
+    for (const int width : widths) {
+      if (width == kInteger) {
+        SQLGetData(stmt, column, SQL_C_ULONG, record, 4, &indicator);
+      } else if (width == kDouble && !exact) {
+        SQLGetData(stmt, column, SQL_C_DOUBLE, record, 8, &indicator);
+      } else if (width == kDouble) {
+        char text[64];
+        SQLGetData(stmt, column, SQL_C_CHAR, text, sizeof text, &indicator);
+        const double value = scadastore::ParseExactDouble(text).value_or(0);
+        std::memcpy(record, &value, 8);
+      } else {
+        SQLGetData(stmt, column, SQL_C_CHAR, record, width, &indicator);
       }
-      char text[64];
-      SQLGetData(stmt, 5 + c, SQL_C_CHAR, text, sizeof text, &indicator);
-      const double value = scadastore::ParseExactDouble(text).value_or(0);
-      std::memcpy(record + 16 + 8 * c, &value, 8);
+      record += width == kInteger ? 4 : width == kDouble ? 8 : width;
+      ++column;
     }
   }
 };
@@ -139,7 +159,7 @@ bool BarePosition(const Target& target, const std::string& table, uint32_t posit
   if (!db.Run(SelectAll(target, table) + " limit 1 offset " + std::to_string(position - 1)) ||
       !SQL_SUCCEEDED(SQLFetch(db.stmt)))
     return false;
-  db.ReadRecord(record);
+  db.ReadRecord(record, kDataColumns);
   return true;
 }
 
@@ -153,21 +173,23 @@ std::string ExactSelectAll(const Target& target, const std::string& table) {
   return select + SelectAll(target, table).substr(std::strlen("select *"));
 }
 
-// Reads every row into a block grown by doubling, as the library does.
-bool BareRead(const Target& target, const std::string& table, uint32_t rows, bool exact) {
+// Reads every row of `select` into a block of `recordSize` records grown by
+// doubling, as the library does.
+bool BareRead(const Target& target, const std::string& select, const std::vector<int>& columns,
+              size_t recordSize, uint32_t rows, bool exact = false) {
   Bare db(target);
-  if (!db.Run(exact ? ExactSelectAll(target, table) : SelectAll(target, table))) return false;
+  if (!db.Run(select)) return false;
   unsigned char* block = nullptr;
   size_t count = 0, capacity = 0;
   bool ok = true;
   while (ok && SQL_SUCCEEDED(SQLFetch(db.stmt))) {
     if (count == capacity) {
       capacity = std::max<size_t>(capacity * 2, 1024);
-      auto* grown = static_cast<unsigned char*>(std::realloc(block, capacity * kDataRecordSize));
+      auto* grown = static_cast<unsigned char*>(std::realloc(block, capacity * recordSize));
       if (!(ok = grown != nullptr)) break;
       block = grown;
     }
-    db.ReadRecord(block + count++ * kDataRecordSize, exact);
+    db.ReadRecord(block + count++ * recordSize, columns, exact);
   }
   std::free(block);
   return ok && count == rows;
@@ -309,11 +331,66 @@ void Print(const char* what, const Target& target, const Measure& library, const
   std::fflush(stdout);
 }
 
-void Run(const Target& target, uint32_t rows, int repeat) {
-  if (!Use(target)) {
-    std::printf("%s is not set or unreachable\n", target.envVar);
+// Runs `read(&block, &size)`, an export that hands out a block, in a child;
+// the block must be `bytes` long.
+template <class Record, class Read>
+Measure HandedOutBlock(uint64_t bytes, Read read) {
+  return InChild([&] {
+    Record* block = nullptr;
+    uint32_t size = 0;
+    const bool ok = read(&block, &size) == 0 && size == bytes;
+    std::free(block);
+    return ok;
+  });
+}
+
+double LoadAverage() {
+  double load = 0;
+  std::ifstream("/proc/loadavg") >> load;
+  return load;
+}
+
+// almGetAlarmByQuery and logGetLogByTime of a table of `rows` alarms and log
+// entries, a second apart, each read whole beside the bare read of its select.
+void ReadAlarmsAndLogs(const Target& target, uint32_t rows, int repeat) {
+  const std::string alarms = TableName("alarms", std::to_string(rows).c_str());
+  const std::string logs = TableName("logs", std::to_string(rows).c_str());
+  BareConnection db(target);
+  if (!ToCreate(target, alarms) || almEnsureTableExist(Token(), alarms.c_str()) != 0 ||
+      !db.Execute(FillStatement(target, Family::Alarm, alarms, rows)) ||
+      !ToCreate(target, logs) || logEnsureTableExist(Token(), logs.c_str()) != 0 ||
+      !db.Execute(FillStatement(target, Family::Log, logs, rows))) {
+    std::printf("filling %s and %s failed\n", alarms.c_str(), logs.c_str());
     return;
   }
+  const uint32_t last = kStart + rows - 1;
+  std::printf("%u alarms, block %.1f MB; %u log entries, block %.1f MB; load average %.1f\n",
+              rows, rows * double{sizeof(AlarmRecord)} / (1 << 20), rows,
+              rows * double{sizeof(LogRecord)} / (1 << 20), LoadAverage());
+  for (int r = 0; r < repeat; ++r) {
+    const AlarmQuery query{kStart, last, 0, 0, 0, 0, 0, 0};
+    const Measure alarm = HandedOutBlock<AlarmRecord>(
+        uint64_t{rows} * sizeof(AlarmRecord), [&](AlarmRecord** block, uint32_t* size) {
+          return almGetAlarmByQuery(Token(), alarms.c_str(), &query, block, size);
+        });
+    Print("alarms", target, alarm, InChild([&] {
+            return BareRead(target, RangeSelect(target, alarms, "arisetime", kStart, last),
+                            kAlarmColumns, sizeof(AlarmRecord), rows);
+          }),
+          "bare ODBC, streamed");
+    const Measure log = HandedOutBlock<LogRecord>(
+        uint64_t{rows} * sizeof(LogRecord), [&](LogRecord** block, uint32_t* size) {
+          return logGetLogByTime(Token(), logs.c_str(), kStart, last, block, size);
+        });
+    Print("logs", target, log, InChild([&] {
+            return BareRead(target, RangeSelect(target, logs, "logtime", kStart, last),
+                            kLogColumns, sizeof(LogRecord), rows);
+          }),
+          "bare ODBC, streamed");
+  }
+}
+
+void Run(const Target& target, uint32_t rows, int repeat) {
   const std::string table = TableName("large", std::to_string(rows).c_str());
   std::vector<unsigned char> info = DataTableBytes(table);
   auto* data = reinterpret_cast<DataTableInfo*>(info.data());
@@ -326,11 +403,7 @@ void Run(const Target& target, uint32_t rows, int repeat) {
     }
   }
   std::printf("%u rows, block %.1f MB, load average %.1f\n", rows,
-              rows * double{kDataRecordSize} / (1 << 20), [] {
-                double load = 0;
-                std::ifstream("/proc/loadavg") >> load;
-                return load;
-              }());
+              rows * double{kDataRecordSize} / (1 << 20), LoadAverage());
   for (int r = 0; r < repeat; ++r) {
     const Measure bare = InChild([&] { return BarePosition(target, table, rows); });
     const Measure record = InChild([&] {
@@ -343,18 +416,19 @@ void Run(const Target& target, uint32_t rows, int repeat) {
     Print("id", target, id, bare, "limit/offset");
   }
   for (int r = 0; r < repeat; ++r) {
-    const Measure library = InChild([&] {
-      void* block = nullptr;
-      uint32_t size = 0;
-      const bool ok = sgGetRecord(Token(), data, &block, &size, nullptr) == 0 &&
-                      size == rows * kDataRecordSize;
-      std::free(block);
-      return ok;
-    });
-    Print("read", target, library, InChild([&] { return BareRead(target, table, rows, false); }),
+    const Measure library = HandedOutBlock<void>(
+        uint64_t{rows} * kDataRecordSize, [&](void** block, uint32_t* size) {
+          return sgGetRecord(Token(), data, block, size, nullptr);
+        });
+    Print("read", target, library, InChild([&] {
+            return BareRead(target, SelectAll(target, table), kDataColumns, kDataRecordSize, rows);
+          }),
           "bare ODBC, streamed");
     if (target.kind != kPostgres.kind && target.kind != kMariadb.kind)
-      Print("read", target, library, InChild([&] { return BareRead(target, table, rows, true); }),
+      Print("read", target, library, InChild([&] {
+              return BareRead(target, ExactSelectAll(target, table), kDataColumns,
+                              kDataRecordSize, rows, true);
+            }),
             "bare ODBC, exact");
     uint32_t textBytes = 0;
     const Measure text = InChild([&] {
@@ -409,21 +483,32 @@ void Run(const Target& target, uint32_t rows, int repeat) {
 int main(int argc, char** argv) {
   uint32_t rows = 1000000;
   int repeat = 3;
+  bool dataTables = true;
   std::vector<const Target*> targets;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--rows" && i + 1 < argc) rows = static_cast<uint32_t>(std::atol(argv[++i]));
     else if (arg == "--repeat" && i + 1 < argc) repeat = std::atoi(argv[++i]);
+    else if (arg == "--alarms-logs") dataTables = false;
     else if (arg == "sqlite") targets.push_back(&kSqlite);
     else if (arg == "postgres") targets.push_back(&kPostgres);
     else if (arg == "mariadb") targets.push_back(&kMariadb);
     else {
-      std::printf("usage: large_table_bench [--rows N] [--repeat R] [sqlite|postgres|mariadb ...]\n");
+      std::printf(
+          "usage: large_table_bench [--rows N] [--repeat R] [--alarms-logs]"
+          " [sqlite|postgres|mariadb ...]\n");
       return arg == "--help" ? 0 : 2;
     }
   }
   if (targets.empty()) targets = {&kSqlite, &kPostgres, &kMariadb};
-  for (const Target* target : targets) Run(*target, rows, repeat);
+  for (const Target* target : targets) {
+    if (!Use(*target)) {
+      std::printf("%s is not set or unreachable\n", target->envVar);
+      continue;
+    }
+    if (dataTables) Run(*target, rows, repeat);
+    if (Use(*target)) ReadAlarmsAndLogs(*target, rows, repeat);  // the writes use kind 3 on SQLite
+  }
   for (const CreatedTable& table : created_tables)
     if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);
   return 0;
