@@ -9,6 +9,7 @@
 #include "core/batch_insert.h"
 #include "core/common_statements.h"
 #include "core/row_reader.h"
+#include "core/spool_statements.h"
 #include "log/log_record.h"
 #include "log/log_statements.h"
 #include "record/data_layout.h"
@@ -16,8 +17,6 @@
 
 namespace scadastore {
 namespace {
-
-constexpr const char* kSequenceTable = "scadastore_spool";
 
 bool IsRecord(WriteFamily family) {
   return family == WriteFamily::kRecord || family == WriteFamily::kBatch;
@@ -144,30 +143,21 @@ ForwardOutcome Failed(DbConnection& db, std::string& reason) {
 }  // namespace
 
 bool ReadForwardedSequence(DbConnection& db, const std::string& spoolId, uint64_t& sequence) {
-  const SqlDialect dialect = db.dialect();
-  const Statement select = FormatStatement(
-      dialect, kStatementSize, "select `forwarded` from `%s` where `spool` = '%s'",
-      kSequenceTable, spoolId.c_str());
+  const Statement select = ForwardedSequenceSelect(db.dialect(), spoolId);
   for (int attempt = 0; attempt < 2; ++attempt) {
-    if (db.OpenQuery(select.text.c_str())) {
+    if (db.OpenQuery(select.Sent().c_str(), select.texts)) {
       double forwarded = 0;
       if (db.MoveToFirstRow() && db.GetDouble(1, &forwarded, sizeof forwarded)) {
         sequence = static_cast<uint64_t>(forwarded);
         return true;
       }
-      const Statement insert = FormatStatement(
-          dialect, kStatementSize, "insert into `%s` (`spool`, `forwarded`) values ('%s', 0)",
-          kSequenceTable, spoolId.c_str());
+      const Statement insert = ForwardedSequenceInsert(db.dialect(), spoolId);
       sequence = 0;
-      return db.Execute(insert.text.c_str());
+      return db.Execute(insert.Sent().c_str(), insert.texts);
     }
     if (db.Unreachable()) return false;
     // Another process may have made it meanwhile: the select decides.
-    db.Execute(FormatStatement(dialect, kStatementSize,
-                               "create table `%s` (`spool` varchar(32) not null primary key, "
-                               "`forwarded` bigint not null)",
-                               kSequenceTable)
-                   .text.c_str());
+    db.Execute(SequenceTableCreate(db.dialect()).text.c_str());
   }
   return false;
 }
@@ -210,10 +200,9 @@ ForwardOutcome ForwardWrites(DbConnection& db, const std::string& spoolId, uint6
     if (!target.Store(db, first, next->second, reason)) return Failed(db, reason);
     next->second += write->RecordCount() - first;
   }
-  const Statement update = FormatStatement(
-      db.dialect(), kStatementSize, "update `%s` set `forwarded` = %llu where `spool` = '%s'",
-      kSequenceTable, static_cast<unsigned long long>(sequence), spoolId.c_str());
-  if (!db.Execute(update.text.c_str()) || !db.EndTransaction(true)) return Failed(db, reason);
+  const Statement update = ForwardedSequenceUpdate(db.dialect(), spoolId, sequence);
+  if (!db.Execute(update.Sent().c_str(), update.texts) || !db.EndTransaction(true))
+    return Failed(db, reason);
   db.SetAutocommit(true);
   return ForwardOutcome::kCommitted;
 }

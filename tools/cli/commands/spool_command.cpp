@@ -11,8 +11,8 @@
 #include <fmt/format.h>
 
 #include "core/settings.h"
-#include "core/sql_text.h"
 #include "core/spool_journal.h"
+#include "core/spool_statements.h"
 #include "platform/spool_file.h"
 #include "tools/cli/command.h"
 #include "tools/cli/output/progress.h"
@@ -31,27 +31,37 @@ ConnectionSettings SpoolSettings(const Session& session) {
 }
 
 // The spool's sequence number in the database: every write up to it was
-// forwarded, also where a full disk kept the journal from saying so. Empty
-// with the reason when the database does not answer.
-std::optional<uint64_t> ForwardedInDatabase(const ConnectionSettings& settings, std::string& why) {
-  std::ifstream idFile(settings.spoolDirectory + "/id");
-  std::string id;
-  if (!std::getline(idFile, id)) return uint64_t{0};  // a spool that never opened
-  try {
-    OdbcConnection db(settings.dsn, settings.user, settings.password);
-    OdbcStatement select = db.Statement();
-    const SqlDialect dialect = DialectOf(settings.kind);
-    select.Execute("select " + QuoteName(dialect, "forwarded") + " from " +
-                       QuoteName(dialect, "scadastore_spool") + " where " +
-                       QuoteName(dialect, "spool") + " = ?",
-                   {id});
-    const std::optional<std::string> forwarded = select.Fetch() ? select.Text(1) : std::nullopt;
-    return forwarded ? std::stoull(*forwarded) : 0;
-  } catch (const std::exception& error) {
-    why = error.what();
-    return std::nullopt;
+// forwarded, also where a full disk kept the journal from saying so. One
+// connection serves every question, opened again after a failure.
+class ForwardedInDatabase {
+ public:
+  explicit ForwardedInDatabase(const ConnectionSettings& settings) : settings_(settings) {
+    std::ifstream idFile(settings.spoolDirectory + "/id");
+    std::getline(idFile, spoolId_);
   }
-}
+
+  // Empty with the reason when the database does not answer.
+  std::optional<uint64_t> Read(std::string& why) {
+    if (spoolId_.empty()) return uint64_t{0};  // a spool that never opened
+    try {
+      if (!db_) db_.emplace(settings_.dsn, settings_.user, settings_.password);
+      const Statement select = ForwardedSequenceSelect(DialectOf(settings_.kind), spoolId_);
+      OdbcStatement query = db_->Statement();
+      query.Execute(select.Sent(), select.texts);
+      const std::optional<std::string> forwarded = query.Fetch() ? query.Text(1) : std::nullopt;
+      return forwarded ? std::stoull(*forwarded) : 0;
+    } catch (const std::exception& error) {
+      db_.reset();
+      why = error.what();
+      return std::nullopt;
+    }
+  }
+
+ private:
+  const ConnectionSettings& settings_;
+  std::string spoolId_;
+  std::optional<OdbcConnection> db_;
+};
 
 struct TableWaiting {
   uint64_t writes = 0, records = 0, bytes = 0;
@@ -88,9 +98,9 @@ struct SpoolOptions {};
 
 // What waits, as the journal and the database tell it together; without
 // the database's word, as the journal tells it, which a note says.
-SpoolState WaitingState(const ConnectionSettings& settings) {
+SpoolState WaitingState(const ConnectionSettings& settings, ForwardedInDatabase& database) {
   std::string why;
-  const std::optional<uint64_t> forwarded = ForwardedInDatabase(settings, why);
+  const std::optional<uint64_t> forwarded = database.Read(why);
   if (!forwarded)
     std::cerr << "scadastore: spool: the database could not say what it took (" << why
               << "), so writes it took while the spool's disk was full may be listed\n";
@@ -98,7 +108,9 @@ SpoolState WaitingState(const ConnectionSettings& settings) {
 }
 
 void RunStatus(Context& context, const SpoolOptions&) {
-  const SpoolState state = WaitingState(SpoolSettings(context.session));
+  const ConnectionSettings settings = SpoolSettings(context.session);
+  ForwardedInDatabase database(settings);
+  const SpoolState state = WaitingState(settings, database);
   const OutputOptions options = context.Output();
   ResultTable waiting{{"table", "writes", "records", "bytes", "oldest"}, {}};
   for (const auto& [name, table] : state.tables)
@@ -131,7 +143,8 @@ void RunForward(Context& context, const SpoolOptions&) {
     std::string error;
     if (!probe.Take(directory, error)) throw CommandError("spool forward: " + error);
   }
-  const SpoolState before = WaitingState(settings);
+  ForwardedInDatabase database(settings);
+  const SpoolState before = WaitingState(settings, database);
   Progress progress("forward " + directory, before.sequences.size());
   CallerToken token = context.session.Token();
   context.session.DeferInterrupts(true);
@@ -139,7 +152,7 @@ void RunForward(Context& context, const SpoolOptions&) {
   while (left > 0 && stalled < 10 && !Session::Interrupted()) {
     almGetAlarmCount(token, "scadastore_spool");
     std::string why;
-    const uint64_t forwarded = ForwardedInDatabase(settings, why).value_or(0);
+    const uint64_t forwarded = database.Read(why).value_or(0);
     const size_t now = ReadState(directory, forwarded).sequences.size();
     stalled = now < left ? 0 : stalled + 1;
     if (now >= left) std::this_thread::sleep_for(std::chrono::milliseconds(300));
