@@ -1,6 +1,7 @@
 // almSetAlarm of 1,000 records and almGetAlarmByQuery of a one-hour range
 // over 100,000 alarms, each beside bare ODBC making the same statements,
-// fetches and column reads.
+// fetches and column reads; and almSetAlarm of 100,000 records on SQLite
+// beside the SQLite C API.
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 namespace {
 
 constexpr uint32_t kWriteRecords = 1000;
+constexpr uint32_t kBatchRecords = 100000;
 constexpr uint32_t kReadRows = 100000;
 constexpr uint32_t kRecordSize = sizeof(AlarmRecord);
 constexpr uint32_t kFirstTime = 1700000000;  // one alarm per second from here
@@ -73,13 +75,14 @@ std::string InsertHead(const Target& target, const std::string& table) {
          ") ";
 }
 
-void LibrarySetAlarm(benchmark::State& state, const Target& target) {
+void LibrarySetAlarm(benchmark::State& state, const Target& target,
+                     uint32_t count = kWriteRecords) {
   const std::string table = TableName("write_lib");
   if (!Prepare(state, target, table)) return;
   Empty(target, table);
-  const std::vector<AlarmRecord> records = Records(kWriteRecords);
+  const std::vector<AlarmRecord> records = Records(count);
   for (auto _ : state) {
-    if (almSetAlarm(Token(), table.c_str(), records.data(), kWriteRecords * kRecordSize) != 0) {
+    if (almSetAlarm(Token(), table.c_str(), records.data(), count * kRecordSize) != 0) {
       state.SkipWithError(dbGetLastError());
       return;
     }
@@ -87,7 +90,44 @@ void LibrarySetAlarm(benchmark::State& state, const Target& target) {
     Empty(target, table);
     state.ResumeTiming();
   }
-  state.SetItemsProcessed(state.iterations() * kWriteRecords);
+  state.SetItemsProcessed(state.iterations() * count);
+}
+
+// The same records through the SQLite C API's prepared insert, values bound.
+void SqliteApiSetAlarm(benchmark::State& state, const Target& target, uint32_t count) {
+  const std::string table = TableName("write_c");
+  if (!Prepare(state, target, table)) return;
+  Empty(target, table);
+  const std::vector<AlarmRecord> records = Records(count);
+  const std::string insert = InsertHead(target, table) + "values (?,?,?,?,?,?,?,?,?,?,?,?,?,?)";
+  for (auto _ : state) {
+    const bool ok = SqliteApiInsert(
+        target, table, insert, count, [&](sqlite3_stmt* statement, uint32_t i, int64_t id) {
+          const AlarmRecord& r = records[i];
+          sqlite3_bind_int64(statement, 1, id);
+          sqlite3_bind_text(statement, 2, r.station, -1, SQLITE_STATIC);
+          sqlite3_bind_text(statement, 3, r.tag, -1, SQLITE_STATIC);
+          sqlite3_bind_int64(statement, 4, r.tagtype);
+          sqlite3_bind_int64(statement, 5, r.alarmtype);
+          sqlite3_bind_double(statement, 6, r.value);
+          sqlite3_bind_int64(statement, 7, r.status);
+          sqlite3_bind_int64(statement, 8, r.recovertime);
+          sqlite3_bind_int64(statement, 9, r.arisetime);
+          sqlite3_bind_int64(statement, 10, r.ip);
+          sqlite3_bind_text(statement, 11, r.description, -1, SQLITE_STATIC);
+          sqlite3_bind_int64(statement, 12, r.millisecond);
+          sqlite3_bind_text(statement, 13, r.batch, -1, SQLITE_STATIC);
+          sqlite3_bind_int64(statement, 14, r.alarmlevel);
+        });
+    if (!ok) {
+      state.SkipWithError("SQLite C API insert failed");
+      return;
+    }
+    state.PauseTiming();
+    Empty(target, table);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * count);
 }
 
 void BareOdbcSetAlarm(benchmark::State& state, const Target& target) {
@@ -193,6 +233,8 @@ WALL_CLOCK_BENCH(LibrarySetAlarm, sqlite, kSqlite);
 WALL_CLOCK_BENCH(BareOdbcSetAlarm, sqlite, kSqlite);
 WALL_CLOCK_BENCH(LibrarySetAlarm, postgres, kPostgres);
 WALL_CLOCK_BENCH(BareOdbcSetAlarm, postgres, kPostgres);
+WALL_CLOCK_BENCH(LibrarySetAlarm, sqlite_kind3_100k, kSqliteBatch, kBatchRecords);
+WALL_CLOCK_BENCH(SqliteApiSetAlarm, sqlite_100k, kSqlite, kBatchRecords);
 WALL_CLOCK_BENCH(LibraryQueryHour, sqlite, kSqlite);
 WALL_CLOCK_BENCH(BareOdbcQueryHour, sqlite, kSqlite);
 WALL_CLOCK_BENCH(LibraryQueryHour, postgres, kPostgres);

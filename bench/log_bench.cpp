@@ -1,5 +1,6 @@
 // logSetLog of 1,000 records and logGetLogByTime over 100,000 entries, each
-// beside bare ODBC making the same statements, fetches and column reads.
+// beside bare ODBC making the same statements, fetches and column reads; and
+// logSetLog of 100,000 records on SQLite beside the SQLite C API.
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 namespace {
 
 constexpr uint32_t kWriteRecords = 1000;
+constexpr uint32_t kBatchRecords = 100000;
 constexpr uint32_t kReadEntries = 100000;
 constexpr uint32_t kRecordSize = sizeof(LogRecord);
 
@@ -46,13 +48,13 @@ std::vector<LogRecord> Records(uint32_t count) {
   return records;
 }
 
-void LibrarySetLog(benchmark::State& state, const Target& target) {
+void LibrarySetLog(benchmark::State& state, const Target& target, uint32_t count = kWriteRecords) {
   const std::string table = TableName("write_lib");
   if (!Prepare(state, target, table)) return;
   Empty(table);
-  const std::vector<LogRecord> records = Records(kWriteRecords);
+  const std::vector<LogRecord> records = Records(count);
   for (auto _ : state) {
-    if (logSetLog(Token(), table.c_str(), records.data(), kWriteRecords * kRecordSize) != 0) {
+    if (logSetLog(Token(), table.c_str(), records.data(), count * kRecordSize) != 0) {
       state.SkipWithError(dbGetLastError());
       return;
     }
@@ -60,7 +62,46 @@ void LibrarySetLog(benchmark::State& state, const Target& target) {
     Empty(table);
     state.ResumeTiming();
   }
-  state.SetItemsProcessed(state.iterations() * kWriteRecords);
+  state.SetItemsProcessed(state.iterations() * count);
+}
+
+// The same records through the SQLite C API's prepared insert, values bound.
+void SqliteApiSetLog(benchmark::State& state, const Target& target, uint32_t count) {
+  const std::string table = TableName("write_c");
+  if (!Prepare(state, target, table)) return;
+  Empty(table);
+  const std::vector<LogRecord> records = Records(count);
+  const std::string insert =
+      "insert into " + Quote(target, table) + " (" +
+      ColumnList(target, {"id", "logtime", "millisecond", "logtype", "source", "loginfo",
+                          "operator", "monitor", "logverify", "ip", "ackinfo", "batch"}) +
+      ") values (?,?,?,?,?,?,?,?,?,?,?,?)";
+  for (auto _ : state) {
+    const bool ok = SqliteApiInsert(
+        target, table, insert, count, [&](sqlite3_stmt* statement, uint32_t i, int64_t id) {
+          const LogRecord& r = records[i];
+          sqlite3_bind_int64(statement, 1, id);
+          sqlite3_bind_int64(statement, 2, r.logtime);
+          sqlite3_bind_int64(statement, 3, r.millisecond);
+          sqlite3_bind_int64(statement, 4, r.logtype);
+          sqlite3_bind_text(statement, 5, r.source, -1, SQLITE_STATIC);
+          sqlite3_bind_text(statement, 6, r.loginfo, -1, SQLITE_STATIC);
+          sqlite3_bind_text(statement, 7, r.operator_, -1, SQLITE_STATIC);
+          sqlite3_bind_text(statement, 8, r.monitor, -1, SQLITE_STATIC);
+          sqlite3_bind_text(statement, 9, r.logverify, -1, SQLITE_STATIC);
+          sqlite3_bind_int64(statement, 10, r.ip);
+          sqlite3_bind_text(statement, 11, r.ackinfo, -1, SQLITE_STATIC);
+          sqlite3_bind_text(statement, 12, r.batch, -1, SQLITE_STATIC);
+        });
+    if (!ok) {
+      state.SkipWithError("SQLite C API insert failed");
+      return;
+    }
+    state.PauseTiming();
+    Empty(table);
+    state.ResumeTiming();
+  }
+  state.SetItemsProcessed(state.iterations() * count);
 }
 
 void BareOdbcSetLog(benchmark::State& state, const Target& target) {
@@ -182,6 +223,8 @@ WALL_CLOCK_BENCH(LibrarySetLog, sqlite, kSqlite);
 WALL_CLOCK_BENCH(BareOdbcSetLog, sqlite, kSqlite);
 WALL_CLOCK_BENCH(LibrarySetLog, postgres, kPostgres);
 WALL_CLOCK_BENCH(BareOdbcSetLog, postgres, kPostgres);
+WALL_CLOCK_BENCH(LibrarySetLog, sqlite_kind3_100k, kSqliteBatch, kBatchRecords);
+WALL_CLOCK_BENCH(SqliteApiSetLog, sqlite_100k, kSqlite, kBatchRecords);
 WALL_CLOCK_BENCH(LibraryGetLogByTime, sqlite, kSqlite)->Iterations(5);
 WALL_CLOCK_BENCH(BareOdbcGetLogByTime, sqlite, kSqlite)->Iterations(5);
 WALL_CLOCK_BENCH(LibraryGetLogByTime, postgres, kPostgres)->Iterations(5);

@@ -194,40 +194,22 @@ void SqliteApiBatch(benchmark::State& state, const Target& target) {
   std::string insert = "insert into " + Quote(target, table.name()) + " values (?,?,?,0";
   for (int c = 0; c < kValueColumns; ++c) insert += ",?";
   insert += ")";
-  const std::string maxId = "select max(id) from " + Quote(target, table.name());
-  const std::string file = SqliteFile(target);
   for (auto _ : state) {
     state.PauseTiming();
     Empty(table);
     state.ResumeTiming();
-    sqlite3* db = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    bool ok = sqlite3_open(file.c_str(), &db) == SQLITE_OK;
-    sqlite3_busy_timeout(db, 5000);
-    // The data source's SyncPragma=NORMAL, so both commit alike.
-    ok = ok && sqlite3_exec(db, "pragma synchronous=normal", nullptr, nullptr, nullptr) == SQLITE_OK;
-    ok = ok && sqlite3_prepare_v2(db, maxId.c_str(), -1, &statement, nullptr) == SQLITE_OK;
-    ok = ok && sqlite3_step(statement) == SQLITE_ROW;
-    const int64_t firstId = ok ? sqlite3_column_int64(statement, 0) + 1 : 0;
-    sqlite3_finalize(statement);
-    ok = ok && sqlite3_exec(db, "begin", nullptr, nullptr, nullptr) == SQLITE_OK;
-    ok = ok && sqlite3_prepare_v2(db, insert.c_str(), -1, &statement, nullptr) == SQLITE_OK;
-    for (uint32_t i = 0; ok && i < count; ++i) {
-      const unsigned char* record = records.data() + size_t{i} * kDataRecordSize;
-      uint32_t time, ms;
-      std::memcpy(&time, record + 4, 4);
-      std::memcpy(&ms, record + 8, 4);
-      sqlite3_bind_int64(statement, 1, firstId + i);
-      sqlite3_bind_int64(statement, 2, time);
-      sqlite3_bind_int64(statement, 3, ms);
-      for (int c = 0; c < kValueColumns; ++c)
-        sqlite3_bind_double(statement, 4 + c, ValueAt(record, c));
-      ok = sqlite3_step(statement) == SQLITE_DONE;
-      sqlite3_reset(statement);
-    }
-    sqlite3_finalize(statement);
-    ok = ok && sqlite3_exec(db, "commit", nullptr, nullptr, nullptr) == SQLITE_OK;
-    sqlite3_close(db);
+    const bool ok = SqliteApiInsert(
+        target, table.name(), insert, count, [&](sqlite3_stmt* statement, uint32_t i, int64_t id) {
+          const unsigned char* record = records.data() + size_t{i} * kDataRecordSize;
+          uint32_t time, ms;
+          std::memcpy(&time, record + 4, 4);
+          std::memcpy(&ms, record + 8, 4);
+          sqlite3_bind_int64(statement, 1, id);
+          sqlite3_bind_int64(statement, 2, time);
+          sqlite3_bind_int64(statement, 3, ms);
+          for (int c = 0; c < kValueColumns; ++c)
+            sqlite3_bind_double(statement, 4 + c, ValueAt(record, c));
+        });
     if (!ok) {
       state.SkipWithError("SQLite C API batch failed");
       return;
