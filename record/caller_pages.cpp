@@ -1,0 +1,91 @@
+#include "record/caller_pages.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/settings.h"
+#include "record/record_statements.h"
+
+namespace scadastore::record {
+
+namespace {
+
+// Names no caller's table or column is expected to have: a select with a
+// column of that name is read as given.
+constexpr const char* kTable = "`#scadastore caller rows`";
+constexpr const char* kNumber = "`#scadastore row`";
+
+std::string Quoted(const char* name) {
+  std::string quoted = "`";
+  for (const char* c = name; *c; ++c) quoted += *c == '`' ? std::string("``") : std::string(1, *c);
+  return quoted + '`';
+}
+
+}  // namespace
+
+CallerPages::~CallerPages() {
+  if (!kept_) return;
+  db_.CloseQuery();
+  db_.TryOpenQuery((std::string("drop temporary table if exists ") + kTable).c_str());
+}
+
+CallerPages::Kept CallerPages::Keep(const char* sql) {
+  // Several statements are run once, as given, never inside another.
+  if (!ReadsInPages(db_.kind()) || std::strchr(sql, ';')) return Kept::No;
+  // Rows are numbered in the order the select hands them over, its own
+  // "order by" included. A text that is no select, or whose columns no table
+  // can hold (two of one name, a name too long), fails here before it runs.
+  const std::string create = std::string("create temporary table ") + kTable + " (" + kNumber +
+                             " bigint unsigned auto_increment primary key) " + sql;
+  if (!db_.TryOpenQuery(create.c_str(), {}, DbConnection::Cursor::ForwardOnly)) return Kept::No;
+  kept_ = true;
+  // Numbers come without gaps unless the server steps them (a cluster's
+  // auto_increment_increment): then the rows are read in one page.
+  const std::string check = std::string("select coalesce(max(") + kNumber +
+                            "),0)=row_count() from " + kTable;
+  const std::string described = std::string("select * from ") + kTable + " limit 0";
+  uint32_t numbered = 0;
+  if (!db_.OpenQuery(check.c_str()) || !db_.MoveNext() ||
+      !db_.GetInteger(1, &numbered, sizeof numbered) || !db_.OpenQuery(described.c_str()))
+    return Kept::Failed;
+  numbered_ = numbered == 1;
+  const int columns = db_.ColumnCount();
+  for (int c = 2; c <= columns; ++c) {
+    char name[1024] = {};
+    int32_t type = 0, length = sizeof name;
+    if (!db_.DescribeColumn(static_cast<uint16_t>(c), name, &type, &length)) return Kept::Failed;
+    columns_ += (c > 2 ? "," : "") + Quoted(name);
+  }
+  return OpenPage() ? Kept::Yes : Kept::Failed;
+}
+
+bool CallerPages::OpenPage() {
+  std::string page = "select " + columns_ + " from " + kTable;
+  if (numbered_) {
+    page_rows_ = std::max(kFirstPageRows, page_start_ / 4);
+    page += std::string(" where ") + kNumber + ">" + std::to_string(page_start_) + " order by " +
+            kNumber + " limit " + std::to_string(page_rows_);
+  } else {
+    page_rows_ = UINT32_MAX;
+    page += std::string(" order by ") + kNumber;
+  }
+  failed_ = !db_.OpenQuery(page.c_str(), {}, DbConnection::Cursor::ForwardOnly);
+  return !failed_;
+}
+
+bool CallerPages::NextPage(uint32_t rowsRead) {
+  if (!kept_ || rowsRead - page_start_ < page_rows_) return false;
+  db_.CloseQuery();
+  page_start_ = rowsRead;
+  return OpenPage();
+}
+
+bool CallerPages::MoveNext() {
+  if (db_.MoveNext() || (NextPage(rows_read_) && db_.MoveNext())) {
+    ++rows_read_;
+    return true;
+  }
+  return false;
+}
+
+}  // namespace scadastore::record
