@@ -23,15 +23,10 @@ std::string Quoted(const char* name) {
 
 }  // namespace
 
-CallerPages::~CallerPages() {
-  if (!kept_) return;
-  db_.CloseQuery();
-  db_.TryOpenQuery((std::string("drop temporary table if exists ") + kTable).c_str());
-}
-
 CallerPages::Kept CallerPages::Keep(const char* sql) {
   // Several statements are run once, as given, never inside another.
   if (!ReadsInPages(db_.kind()) || std::strchr(sql, ';')) return Kept::No;
+  db_.DoNotPool();
   // Rows are numbered in the order the select hands them over, its own
   // "order by" included. A text that is no select, or whose columns no table
   // can hold (two of one name, a name too long), fails here before it runs.

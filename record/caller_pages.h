@@ -1,7 +1,8 @@
 // A caller's own select read in pages where the driver would hold its whole
 // result (ReadsInPages): the server keeps the rows in a temporary table of the
 // session, numbered in the order the select gives them, and the pages read
-// that table by number, so the driver holds one page at a time.
+// that table by number, so the driver holds one page at a time. The table
+// ends with the session, which is never pooled after a caller's text.
 #pragma once
 
 #include <cstdint>
@@ -14,10 +15,6 @@ namespace scadastore::record {
 class CallerPages {
  public:
   explicit CallerPages(DbConnection& db) : db_(db) {}
-  // Drops the kept rows: the session may go back to a pool.
-  ~CallerPages();
-  CallerPages(const CallerPages&) = delete;
-  CallerPages& operator=(const CallerPages&) = delete;
 
   enum class Kept {
     // Not kept, with nothing run and no error reported: the statement is read

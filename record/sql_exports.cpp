@@ -51,7 +51,6 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
     // Read once, forward-only: the blocks grow with the rows, as the driver
     // streams them or hands over its pages.
     DbConnection& db = call.db();
-    db.DoNotPool();
     CallerPages pages(db);
     switch (pages.Keep(sql)) {
       case CallerPages::Kept::No:

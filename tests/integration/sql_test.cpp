@@ -130,6 +130,13 @@ TEST_P(SqlTest, CallersSelectKeepsItsOrderAcrossPagesAndItsColumns) {
   ASSERT_EQ(twice.Query(Select("`a`, `a`", " where `id` = 1")), 0u) << dbGetLastError();
   EXPECT_EQ(twice.Row(0), (Cells{"a", "a"}));
   EXPECT_EQ(twice.Row(1), (Cells{"0.5", "0.5"}));
+
+  // Kept rows never reach the next call of a pooled session.
+  ASSERT_EQ(dbInitialize((GetParam().Config() + ";pool").c_str()), 0u);
+  ASSERT_EQ(TextTable().Query(Select("`a`")), 0u) << dbGetLastError();
+  const std::string kept = DialectTemplate(DialectOf(kind()), "select * from `#scadastore caller rows`");
+  EXPECT_TRUE(Refused(TextTable().Query(kept), 1, "[rcd1503] failed to open table"));
+  ASSERT_EQ(dbInitialize(GetParam().Config().c_str()), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Databases, SqlTest, ::testing::ValuesIn(Databases({1, 4, 5})), DatabaseName);
