@@ -28,8 +28,9 @@ CallerPages::Kept CallerPages::Keep(const char* sql) {
   if (!ReadsInPages(db_.kind()) || std::strchr(sql, ';')) return Kept::No;
   db_.DoNotPool();
   // Rows are numbered in the order the select hands them over, its own
-  // "order by" included. A text that is no select, or whose columns no table
-  // can hold (two of one name, a name too long), fails here before it runs.
+  // "order by" included. A text that is no select, a select whose columns no
+  // table can hold (two of one name, a name too long) and a user who may not
+  // create temporary tables fail here before the select runs.
   const std::string create = std::string("create temporary table ") + kTable + " (" + kNumber +
                              " bigint unsigned auto_increment primary key) " + sql;
   if (!db_.TryOpenQuery(create.c_str(), {}, DbConnection::Cursor::ForwardOnly)) return Kept::No;

@@ -52,16 +52,17 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
     // streams them or hands over its pages.
     DbConnection& db = call.db();
     CallerPages pages(db);
+    auto openFailed = [&] { return call.Fail(Serial::kOpenTable, Statement{sql}); };
     switch (pages.Keep(sql)) {
       case CallerPages::Kept::No:
         if (!call.QueryCallerText(sql, DbConnection::Cursor::ForwardOnly)) return call.failure();
         break;
-      case CallerPages::Kept::Failed: return call.Fail(Serial::kOpenTable, Statement{sql});
+      case CallerPages::Kept::Failed: return openFailed();
       case CallerPages::Kept::Yes: break;
     }
     int columns = db.ColumnCount();
     if (columns == 0 || !pages.MoveNext()) {
-      if (pages.failed()) return call.Fail(Serial::kOpenTable, Statement{sql});
+      if (pages.failed()) return openFailed();
       *text = nullptr;
       *textLength = 0;
       return 0;
@@ -106,7 +107,7 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
         if (!appended(cell, 4)) return call.failure();
       }
     } while (pages.MoveNext());
-    if (pages.failed()) return call.Fail(Serial::kOpenTable, Statement{sql});
+    if (pages.failed()) return openFailed();
 
     builder.Fit(rows);
     *rowCount = rows;
