@@ -36,7 +36,7 @@ CallerPages::Kept CallerPages::Keep(const char* sql) {
   if (!db_.TryOpenQuery(create.c_str(), {}, DbConnection::Cursor::ForwardOnly)) return Kept::No;
   kept_ = true;
   // Numbers come without gaps unless the server steps them (a cluster's
-  // auto_increment_increment): then the rows are read in one page.
+  // auto_increment_increment): then a page skips the rows read.
   const std::string check = std::string("select coalesce(max(") + kNumber +
                             "),0)=row_count() from " + kTable;
   const std::string described = std::string("select * from ") + kTable + " limit 0";
@@ -56,15 +56,12 @@ CallerPages::Kept CallerPages::Keep(const char* sql) {
 }
 
 bool CallerPages::OpenPage() {
+  page_rows_ = std::max(kFirstPageRows, page_start_ / 4);
+  const std::string start = std::to_string(page_start_);
   std::string page = "select " + columns_ + " from " + kTable;
-  if (numbered_) {
-    page_rows_ = std::max(kFirstPageRows, page_start_ / 4);
-    page += std::string(" where ") + kNumber + ">" + std::to_string(page_start_) + " order by " +
-            kNumber + " limit " + std::to_string(page_rows_);
-  } else {
-    page_rows_ = UINT32_MAX;
-    page += std::string(" order by ") + kNumber;
-  }
+  if (numbered_) page += std::string(" where ") + kNumber + ">" + start;
+  page += std::string(" order by ") + kNumber + " limit " + std::to_string(page_rows_);
+  if (!numbered_) page += " offset " + start;
   failed_ = !db_.OpenQuery(page.c_str(), {}, DbConnection::Cursor::ForwardOnly);
   return !failed_;
 }

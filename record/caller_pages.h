@@ -42,7 +42,8 @@ class CallerPages {
   DbConnection& db_;
   bool kept_ = false;
   bool failed_ = false;
-  // Numbered 1, 2, ... without gaps, so that a page starts after the rows read.
+  // Numbered 1, 2, ... without gaps, so that a page starts after the number
+  // of the rows read, not by skipping them.
   bool numbered_ = false;
   std::string columns_;  // the select's columns, quoted, in its order
   uint32_t page_start_ = 0;
