@@ -18,7 +18,8 @@
 //     and log entries, beside the bare read of the same select; peak memory
 //     over the block handed out (these alone with --alarms-logs).
 // Every call connects unpooled, as does its baseline. Usage:
-//   large_table_bench [--rows N] [--repeat R] [--alarms-logs | --caller] [sqlite|postgres|mariadb ...]
+//   large_table_bench [--rows N] [--repeat R] [--alarms-logs | --caller]
+//                     [sqlite|postgres|mariadb ...]
 #include <sqlite3.h>
 #include <sys/wait.h>
 
@@ -52,9 +53,9 @@ const std::vector<int> kLogColumns = {kInteger, kInteger, kInteger, kInteger, 64
 constexpr Target kSqliteBatches{"SCADASTORE_TEST_SQLITE", 3, '[', ']'};
 
 struct Measure {
-  double seconds = -1;  // -1: failed
-  double peakMb = 0;    // resident memory reached above the start
-  double handedOutMb = 0;  // what the work says it was handed, where it says so
+  double seconds = -1;     // -1: failed
+  double peakMb = 0;       // resident memory reached above the start
+  double handedOutMb = 0;  // what the work was handed, where it says so
 };
 
 // Set by a child's work to the size of what it was handed.
@@ -524,7 +525,8 @@ int main(int argc, char** argv) {
       continue;
     }
     if (dataTables) Run(*target, rows, repeat, callerOnly);
-    if (Use(*target) && !callerOnly) ReadAlarmsAndLogs(*target, rows, repeat);  // the writes use kind 3 on SQLite
+    // The writes use kind 3 on SQLite.
+    if (Use(*target) && !callerOnly) ReadAlarmsAndLogs(*target, rows, repeat);
   }
   for (const CreatedTable& table : created_tables)
     if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);

@@ -115,7 +115,8 @@ TEST_P(SqlTest, CallersSelectKeepsItsOrderAcrossPagesAndItsColumns) {
   void* block = nullptr;
   uint32_t size = 0;
   const std::string all = Select("*", " order by `id` desc");
-  ASSERT_EQ(sgGetRecord(Token(), table_.info(), &block, &size, all.c_str()), 0u) << dbGetLastError();
+  ASSERT_EQ(sgGetRecord(Token(), table_.info(), &block, &size, all.c_str()), 0u)
+      << dbGetLastError();
   ASSERT_EQ(size, kRows * table_.recordSize());
   for (uint32_t k = 0, id = kRows; k < kRows; ++k, --id) {
     ASSERT_EQ(out.Row(k + 1), (Cells{std::to_string(id), std::to_string(id - 1) + ".5"}));
@@ -134,7 +135,8 @@ TEST_P(SqlTest, CallersSelectKeepsItsOrderAcrossPagesAndItsColumns) {
   // Kept rows never reach the next call of a pooled session.
   ASSERT_EQ(dbInitialize((GetParam().Config() + ";pool").c_str()), 0u);
   ASSERT_EQ(TextTable().Query(Select("`a`")), 0u) << dbGetLastError();
-  const std::string kept = DialectTemplate(DialectOf(kind()), "select * from `#scadastore caller rows`");
+  const std::string kept =
+      DialectTemplate(DialectOf(kind()), "select * from `#scadastore caller rows`");
   EXPECT_TRUE(Refused(TextTable().Query(kept), 1, "[rcd1503] failed to open table"));
   ASSERT_EQ(dbInitialize(GetParam().Config().c_str()), 0u);
 }
