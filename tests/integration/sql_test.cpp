@@ -131,6 +131,14 @@ TEST_P(SqlTest, CallersSelectKeepsItsOrderAcrossPagesAndItsColumns) {
   ASSERT_EQ(twice.Query(Select("`a`, `a`", " where `id` = 1")), 0u) << dbGetLastError();
   EXPECT_EQ(twice.Row(0), (Cells{"a", "a"}));
   EXPECT_EQ(twice.Row(1), (Cells{"0.5", "0.5"}));
+  // A text that is no select runs once.
+  const std::string update =
+      "update `" + std::string(table_.info()->name) + "` set `a` = `a` + 1 where `id` = 1";
+  ASSERT_EQ(TextTable().Query(DialectTemplate(DialectOf(kind()), update.c_str())), 0u)
+      << dbGetLastError();
+  TextTable updated;
+  ASSERT_EQ(updated.Query(Select("`a`", " where `id` = 1")), 0u) << dbGetLastError();
+  EXPECT_EQ(updated.Row(1), (Cells{"1.5"}));
 
   // Kept rows never reach the next call of a pooled session.
   ASSERT_EQ(dbInitialize((GetParam().Config() + ";pool").c_str()), 0u);
