@@ -99,7 +99,7 @@ TEST_P(SqlTest, TimesOutsideTheDateWindowAndListedTimeColumns) {
 }
 
 TEST_P(SqlTest, CallersSelectKeepsItsOrderAcrossPagesAndItsColumns) {
-  if (kind() != 2 && kind() != 5) GTEST_SKIP() << "kind 4 batches are not SQLite's";
+  if (kind() != 2 && kind() != 5) GTEST_SKIP() << "no batches on SQLite under kinds 1 and 4";
   // More rows than a first page, in the caller's own order.
   constexpr uint32_t kRows = 10050;
   constexpr uint32_t kBatch = kRows / 5;  // as many texts as a batch binds
