@@ -1,6 +1,7 @@
 #include "record/caller_pages.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 
 #include "core/settings.h"
@@ -15,6 +16,19 @@ namespace {
 constexpr const char* kTable = "`#scadastore caller rows`";
 constexpr const char* kNumber = "`#scadastore row`";
 
+// A text that starts as a query ("select" or "with", also in parentheses):
+// only such a text may run again.
+bool StartsAsQuery(const char* sql) {
+  while (*sql == '(' || std::isspace(static_cast<unsigned char>(*sql))) ++sql;
+  auto startsWith = [sql](const char* word) {
+    size_t i = 0;
+    for (; word[i]; ++i)
+      if (std::tolower(static_cast<unsigned char>(sql[i])) != word[i]) return false;
+    return !std::isalnum(static_cast<unsigned char>(sql[i])) && sql[i] != '_';
+  };
+  return startsWith("select") || startsWith("with");
+}
+
 std::string Quoted(const char* name) {
   std::string quoted = "`";
   for (const char* c = name; *c; ++c) quoted += *c == '`' ? std::string("``") : std::string(1, *c);
@@ -25,12 +39,25 @@ std::string Quoted(const char* name) {
 
 CallerPages::Kept CallerPages::Keep(const char* sql) {
   // Several statements are run once, as given, never inside another.
-  if (!ReadsInPages(db_.kind()) || std::strchr(sql, ';')) return Kept::No;
+  if (!ReadsInPages(db_.kind()) || std::strchr(sql, ';') || !StartsAsQuery(sql)) return Kept::No;
   db_.DoNotPool();
+  // Most selects fit in a page: they run once, and the driver holds at most
+  // one row more. An explicit "limit" of the select outranks this one.
+  const std::string limit = "set sql_select_limit=" + std::to_string(kFirstPageRows + 1);
+  if (!db_.Execute(limit.c_str())) return Kept::No;
+  if (!db_.TryOpenQuery(sql, {}, DbConnection::Cursor::ForwardOnly)) {
+    db_.Execute("set sql_select_limit=default");
+    return Kept::No;
+  }
+  const int64_t rows = db_.ResultRows();
+  if (db_.ColumnCount() == 0 || (rows >= 0 && rows <= kFirstPageRows)) return Kept::Whole;
+  db_.CloseQuery();
+  // A select that cannot be kept runs again as given, not limited.
+  if (!db_.Execute("set sql_select_limit=default")) return Kept::Failed;
   // Rows are numbered in the order the select hands them over, its own
-  // "order by" included. A text that is no select, a select whose columns no
-  // table can hold (two of one name, a name too long) and a user who may not
-  // create temporary tables fail here before the select runs.
+  // "order by" included. A select whose columns no table can hold (two of one
+  // name, a name too long) and a user who may not create temporary tables
+  // fail here before the select runs.
   const std::string create = std::string("create temporary table ") + kTable + " (" + kNumber +
                              " bigint unsigned auto_increment primary key) " + sql;
   if (!db_.TryOpenQuery(create.c_str(), {}, DbConnection::Cursor::ForwardOnly)) return Kept::No;

@@ -1,8 +1,9 @@
 // A caller's own select read in pages where the driver would hold its whole
-// result (ReadsInPages): the server keeps the rows in a temporary table of the
-// session, numbered in the order the select gives them, and the pages read
-// that table by number, so the driver holds one page at a time. The table
-// ends with the session, which is never pooled after a caller's text.
+// result (ReadsInPages). The select first runs limited to one row more than a
+// page; when it gives more, the server keeps its rows in a temporary table of
+// the session, numbered in the order the select gives them, and the pages read
+// that table by number, so the driver holds one page at a time. The table and
+// the limit end with the session, which is never pooled after a caller's text.
 #pragma once
 
 #include <cstdint>
@@ -17,10 +18,12 @@ class CallerPages {
   explicit CallerPages(DbConnection& db) : db_(db) {}
 
   enum class Kept {
-    // Not kept, with nothing run and no error reported: the statement is read
-    // as given (another kind, several statements, not a select, or a select
-    // whose columns no table can hold).
+    // Not kept, with no result open and no error reported: the statement is
+    // read as given (another kind, several statements, not a select, a select
+    // that failed, or one whose columns no table can hold).
     No,
+    // Not kept: the select ran once as given, its whole result is open.
+    Whole,
     // Kept; the first page is open, forward-only.
     Yes,
     // Kept, but the table could not be read; the connection's error text says why.

@@ -107,7 +107,8 @@ Pages ReadPages(DbConnection& db, const TableLayout& layout, const Statement& se
 }
 
 // Reads the rows of the caller's `select` in the pages of `pages` where it
-// keeps them; NotPaged, having run nothing, where it does not.
+// keeps them, or whole where it ran once; NotPaged, with no result open,
+// where it is to run as given.
 template <class ReadRow>
 Pages ReadCallersPages(CallerPages& pages, const TableLayout& layout, const Statement& select,
                        RowBlock& result, ReadRow& readRow) {
@@ -115,6 +116,7 @@ Pages ReadCallersPages(CallerPages& pages, const TableLayout& layout, const Stat
   switch (pages.Keep(select.text.c_str())) {
     case CallerPages::Kept::No: return Pages::NotPaged;
     case CallerPages::Kept::Failed: return Pages::OpenFailed;
+    case CallerPages::Kept::Whole:
     case CallerPages::Kept::Yes: break;
   }
   if (!MatchesTable(db, layout)) return Pages::NotTheTable;

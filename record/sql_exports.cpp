@@ -58,6 +58,7 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
         if (!call.QueryCallerText(sql, DbConnection::Cursor::ForwardOnly)) return call.failure();
         break;
       case CallerPages::Kept::Failed: return openFailed();
+      case CallerPages::Kept::Whole:
       case CallerPages::Kept::Yes: break;
     }
     int columns = db.ColumnCount();
