@@ -8,7 +8,9 @@
 //     can; a realloc'd block, as the library's) and, on SQLite, the bare read
 //     of the exact form the library reads there and the C API; peak memory
 //     over the block handed out;
-//     sgGetRecordBySQL of the same select, peak over the text table;
+//     sgGetRecord and sgGetRecordBySQL of the same select as the caller's
+//     own statement beside the same bare read; peak over the block and over
+//     the text table (these alone with --caller);
 //   write: sgBatchSetRecord of 100,000 records in one call beside the SQLite
 //     C API's prepared insert in one transaction, PostgreSQL's COPY and
 //     MariaDB's LOAD DATA LOCAL INFILE, each through its own client;
@@ -16,7 +18,8 @@
 //     and log entries, beside the bare read of the same select; peak memory
 //     over the block handed out (these alone with --alarms-logs).
 // Every call connects unpooled, as does its baseline. Usage:
-//   large_table_bench [--rows N] [--repeat R] [--alarms-logs] [sqlite|postgres|mariadb ...]
+//   large_table_bench [--rows N] [--repeat R] [--alarms-logs | --caller]
+//                     [sqlite|postgres|mariadb ...]
 #include <sqlite3.h>
 #include <sys/wait.h>
 
@@ -50,9 +53,13 @@ const std::vector<int> kLogColumns = {kInteger, kInteger, kInteger, kInteger, 64
 constexpr Target kSqliteBatches{"SCADASTORE_TEST_SQLITE", 3, '[', ']'};
 
 struct Measure {
-  double seconds = -1;  // -1: failed
-  double peakMb = 0;    // resident memory reached above the start
+  double seconds = -1;     // -1: failed
+  double peakMb = 0;       // resident memory reached above the start
+  double handedOutMb = 0;  // what the work was handed, where it says so
 };
+
+// Set by a child's work to the size of what it was handed.
+double handed_out_mb = 0;
 
 long StatusKb(const char* field) {
   std::ifstream status("/proc/self/status");
@@ -76,6 +83,7 @@ Measure InChild(const std::function<bool()>& work) {
       measure.seconds =
           std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
       measure.peakMb = (StatusKb("VmHWM:") - startKb) / 1024.0;
+      measure.handedOutMb = handed_out_mb;
     }
     (void)!write(channel[1], &measure, sizeof measure);
     _exit(0);
@@ -390,7 +398,7 @@ void ReadAlarmsAndLogs(const Target& target, uint32_t rows, int repeat) {
   }
 }
 
-void Run(const Target& target, uint32_t rows, int repeat) {
+void Run(const Target& target, uint32_t rows, int repeat, bool callerOnly) {
   const std::string table = TableName("large", std::to_string(rows).c_str());
   std::vector<unsigned char> info = DataTableBytes(table);
   auto* data = reinterpret_cast<DataTableInfo*>(info.data());
@@ -404,7 +412,7 @@ void Run(const Target& target, uint32_t rows, int repeat) {
   }
   std::printf("%u rows, block %.1f MB, load average %.1f\n", rows,
               rows * double{kDataRecordSize} / (1 << 20), LoadAverage());
-  for (int r = 0; r < repeat; ++r) {
+  for (int r = 0; r < repeat && !callerOnly; ++r) {
     const Measure bare = InChild([&] { return BarePosition(target, table, rows); });
     const Measure record = InChild([&] {
       std::vector<unsigned char> one(kDataRecordSize);
@@ -415,38 +423,47 @@ void Run(const Target& target, uint32_t rows, int repeat) {
     Print("position", target, record, bare, "limit/offset");
     Print("id", target, id, bare, "limit/offset");
   }
+  const double blockMb = uint64_t{rows} * kDataRecordSize / double(1 << 20);
   for (int r = 0; r < repeat; ++r) {
-    const Measure library = HandedOutBlock<void>(
+    const Measure library =
+        callerOnly ? Measure{}
+                   : HandedOutBlock<void>(uint64_t{rows} * kDataRecordSize,
+                                          [&](void** block, uint32_t* size) {
+                                            return sgGetRecord(Token(), data, block, size, nullptr);
+                                          });
+    const Measure bare = InChild([&] {
+      return BareRead(target, SelectAll(target, table), kDataColumns, kDataRecordSize, rows);
+    });
+    if (!callerOnly) Print("read", target, library, bare, "bare ODBC, streamed");
+    const Measure caller = HandedOutBlock<void>(
         uint64_t{rows} * kDataRecordSize, [&](void** block, uint32_t* size) {
-          return sgGetRecord(Token(), data, block, size, nullptr);
+          return sgGetRecord(Token(), data, block, size, SelectAll(target, table).c_str());
         });
-    Print("read", target, library, InChild([&] {
-            return BareRead(target, SelectAll(target, table), kDataColumns, kDataRecordSize, rows);
-          }),
-          "bare ODBC, streamed");
-    if (target.kind != kPostgres.kind && target.kind != kMariadb.kind)
+    Print("read-own", target, caller, bare, "bare ODBC, streamed");
+    std::printf("read-own   kind %d  block %.1f MB, peak / block %.2f\n", target.kind, blockMb,
+                caller.peakMb / blockMb);
+    if (target.kind != kPostgres.kind && target.kind != kMariadb.kind && !callerOnly)
       Print("read", target, library, InChild([&] {
               return BareRead(target, ExactSelectAll(target, table), kDataColumns,
                               kDataRecordSize, rows, true);
             }),
             "bare ODBC, exact");
-    uint32_t textBytes = 0;
     const Measure text = InChild([&] {
-      uint32_t rowCount = 0, fields = 0, *offsets = nullptr;
+      uint32_t rowCount = 0, fields = 0, textBytes = 0, *offsets = nullptr;
       char* cells = nullptr;
       const bool ok = sgGetRecordBySQL(Token(), data, SelectAll(target, table).c_str(), nullptr,
                                        &rowCount, &fields, &offsets, &cells, &textBytes) == 0 &&
                       rowCount == rows;
-      std::printf("read-sql   kind %d  text and offsets %.1f MB\n", target.kind,
-                  (textBytes + (rows + 1.0) * 12 * 4) / (1 << 20));
-      std::fflush(stdout);
+      // The offsets hold a place for every column of the result, skipped ones too.
+      handed_out_mb = (textBytes + (rows + 1.0) * 12 * 4) / (1 << 20);
       std::free(offsets);
       std::free(cells);
       return ok;
     });
-    std::printf("read-sql   kind %d  library %8.3f s %8.1f MB\n", target.kind, text.seconds,
-                text.peakMb);
-    if (target.kind != kPostgres.kind && target.kind != kMariadb.kind)
+    Print("read-sql", target, text, bare, "bare ODBC, streamed");
+    std::printf("read-sql   kind %d  text and offsets %.1f MB, peak / those %.2f\n", target.kind,
+                text.handedOutMb, text.peakMb / text.handedOutMb);
+    if (target.kind != kPostgres.kind && target.kind != kMariadb.kind && !callerOnly)
       Print("read", target, library,
             InChild([&] { return SqliteApiRead(target, table, rows); }), "SQLite C API");
   }
@@ -455,7 +472,7 @@ void Run(const Target& target, uint32_t rows, int repeat) {
   std::vector<unsigned char> emptyInfo = DataTableBytes(empty);
   auto* written = reinterpret_cast<DataTableInfo*>(emptyInfo.data());
   const Target& writer = target.kind == kSqlite.kind ? kSqliteBatches : target;
-  if (!Use(writer) || !ToCreate(writer, empty) ||
+  if (callerOnly || !Use(writer) || !ToCreate(writer, empty) ||
       sgEnsureTableExist(Token(), written, nullptr, 0) != 0)
     return;
   const std::vector<unsigned char> records = Records(kWriteRows);
@@ -483,19 +500,20 @@ void Run(const Target& target, uint32_t rows, int repeat) {
 int main(int argc, char** argv) {
   uint32_t rows = 1000000;
   int repeat = 3;
-  bool dataTables = true;
+  bool dataTables = true, callerOnly = false;
   std::vector<const Target*> targets;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--rows" && i + 1 < argc) rows = static_cast<uint32_t>(std::atol(argv[++i]));
     else if (arg == "--repeat" && i + 1 < argc) repeat = std::atoi(argv[++i]);
     else if (arg == "--alarms-logs") dataTables = false;
+    else if (arg == "--caller") callerOnly = true;
     else if (arg == "sqlite") targets.push_back(&kSqlite);
     else if (arg == "postgres") targets.push_back(&kPostgres);
     else if (arg == "mariadb") targets.push_back(&kMariadb);
     else {
       std::printf(
-          "usage: large_table_bench [--rows N] [--repeat R] [--alarms-logs]"
+          "usage: large_table_bench [--rows N] [--repeat R] [--alarms-logs | --caller]"
           " [sqlite|postgres|mariadb ...]\n");
       return arg == "--help" ? 0 : 2;
     }
@@ -506,8 +524,9 @@ int main(int argc, char** argv) {
       std::printf("%s is not set or unreachable\n", target->envVar);
       continue;
     }
-    if (dataTables) Run(*target, rows, repeat);
-    if (Use(*target)) ReadAlarmsAndLogs(*target, rows, repeat);  // the writes use kind 3 on SQLite
+    if (dataTables) Run(*target, rows, repeat, callerOnly);
+    // The writes use kind 3 on SQLite.
+    if (Use(*target) && !callerOnly) ReadAlarmsAndLogs(*target, rows, repeat);
   }
   for (const CreatedTable& table : created_tables)
     if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);

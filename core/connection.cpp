@@ -330,6 +330,12 @@ int DbConnection::ColumnCount() {
   return count;
 }
 
+int64_t DbConnection::ResultRows() {
+  SQLLEN rows = -1;
+  if (!SQL_SUCCEEDED(Odbc().RowCount(statement_.get(), &rows))) rows = -1;
+  return rows;
+}
+
 bool DbConnection::ColumnExists(uint16_t column) {
   // Some drivers crash when asked for a column past the end of the result.
   if (result_columns_ < 0) result_columns_ = ColumnCount();

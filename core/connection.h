@@ -93,6 +93,8 @@ class DbConnection {
   int MoveNext();
   int IsEOF() const { return end_flag_; }
   int ColumnCount();
+  // Rows of the open result as the driver counts them; -1 where it does not.
+  int64_t ResultRows();
   // `length` is the capacity of `name` on the way in and the name's length out.
   int DescribeColumn(uint16_t column, char* name, int32_t* type, int32_t* length);
 

@@ -61,7 +61,8 @@ inline bool CreatesIndex(DbKind kind) { return kind != 4; }
 // Kind 2 (MariaDB/MySQL) divides integers with "div": its "/" gives a decimal.
 inline const char* IntegerDivision(DbKind kind) { return kind == 2 ? "div" : "/"; }
 // Kind 2's driver stores a whole result before its first row is fetched: the
-// library's own block reads go by pages of ids there.
+// library's own block reads go by pages of ids there, and a caller's select by
+// pages of the rows the server keeps for it.
 inline bool ReadsInPages(DbKind kind) { return kind == 2; }
 // Kind 2 cannot limit a subquery of "in", but limits a delete itself.
 inline bool LimitsDeleteItself(DbKind kind) { return kind == 2; }

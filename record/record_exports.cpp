@@ -12,6 +12,7 @@
 #include "core/row_reader.h"
 #include "core/spool_write.h"
 #include "core/table_creation.h"
+#include "record/caller_pages.h"
 #include "record/data_layout.h"
 #include "record/record_statements.h"
 #include "scadastore.h"
@@ -105,6 +106,28 @@ Pages ReadPages(DbConnection& db, const TableLayout& layout, const Statement& se
   return Pages::Read;
 }
 
+// Reads the rows of the caller's `select` in the pages of `pages` where it
+// keeps them, or whole where it ran once; NotPaged, with no result open,
+// where it is to run as given.
+template <class ReadRow>
+Pages ReadCallersPages(CallerPages& pages, const TableLayout& layout, const Statement& select,
+                       RowBlock& result, ReadRow& readRow) {
+  DbConnection& db = pages.db();
+  switch (pages.Keep(select.text.c_str())) {
+    case CallerPages::Kept::No: return Pages::NotPaged;
+    case CallerPages::Kept::Failed: return Pages::OpenFailed;
+    case CallerPages::Kept::Whole:
+    case CallerPages::Kept::Yes: break;
+  }
+  if (!MatchesTable(db, layout)) return Pages::NotTheTable;
+  do {
+    if (!AppendRows(db, result, layout.recordSize, readRow)) return Pages::Read;
+  } while (pages.NextPage(result.rows));
+  if (pages.failed()) return Pages::OpenFailed;
+  FinishRowBlock(result, layout.recordSize);
+  return Pages::Read;
+}
+
 // sgGetRecord after its argument check: the rows of `statement` as one block.
 uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement& statement,
                    bool callersStatement, void** records, uint32_t* size) {
@@ -118,7 +141,9 @@ uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement
     return !failure;
   };
   RowBlock result;
-  switch (callersStatement ? Pages::NotPaged : ReadPages(db, layout, statement, result, readRow)) {
+  CallerPages callerPages(db);
+  switch (callersStatement ? ReadCallersPages(callerPages, layout, statement, result, readRow)
+                           : ReadPages(db, layout, statement, result, readRow)) {
     case Pages::NotPaged:
       if (!QueryRecords(call, layout, statement, DbConnection::Cursor::ForwardOnly))
         return call.failure();

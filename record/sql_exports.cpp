@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "core/export_call.h"
+#include "record/caller_pages.h"
 #include "record/text_table.h"
 #include "scadastore.h"
 
@@ -47,11 +48,22 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
     if (!token || !table || !sql || !rowCount || !fieldCount || !offsets || !text || !textLength)
       return call.InvalidParameter();
     if (!call.Open()) return call.failure();
-    // Read once, forward-only: the blocks grow with the rows, as the driver streams them.
-    if (!call.QueryCallerText(sql, DbConnection::Cursor::ForwardOnly)) return call.failure();
+    // Read once, forward-only: the blocks grow with the rows, as the driver
+    // streams them or hands over its pages.
     DbConnection& db = call.db();
+    CallerPages pages(db);
+    auto openFailed = [&] { return call.Fail(Serial::kOpenTable, Statement{sql}); };
+    switch (pages.Keep(sql)) {
+      case CallerPages::Kept::No:
+        if (!call.QueryCallerText(sql, DbConnection::Cursor::ForwardOnly)) return call.failure();
+        break;
+      case CallerPages::Kept::Failed: return openFailed();
+      case CallerPages::Kept::Whole:
+      case CallerPages::Kept::Yes: break;
+    }
     int columns = db.ColumnCount();
-    if (columns == 0 || !db.MoveNext()) {
+    if (columns == 0 || !pages.MoveNext()) {
+      if (pages.failed()) return openFailed();
       *text = nullptr;
       *textLength = 0;
       return 0;
@@ -83,7 +95,7 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
 
     char cell[kCellBuffer];
     uint32_t rows = 0;
-    for (; !db.IsEOF(); db.MoveNext()) {
+    do {
       if (rows == UINT32_MAX || !builder.GrowOffsets(++rows)) return call.Fail(Serial::kAllocMemory);
       for (int c = 0; c < columns; ++c) {
         if (kinds[c] == CellKind::Skipped) continue;
@@ -95,7 +107,8 @@ uint32_t sgGetRecordBySQL(CallerToken token, const void* table, const char* sql,
           db.GetString(column, cell, kCellBuffer);
         if (!appended(cell, 4)) return call.failure();
       }
-    }
+    } while (pages.MoveNext());
+    if (pages.failed()) return openFailed();
 
     builder.Fit(rows);
     *rowCount = rows;

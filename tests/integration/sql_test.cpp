@@ -98,6 +98,58 @@ TEST_P(SqlTest, TimesOutsideTheDateWindowAndListedTimeColumns) {
   EXPECT_EQ(out.Row(3), (Cells{date, date, "1262275201", date}));
 }
 
+TEST_P(SqlTest, CallersSelectKeepsItsOrderAcrossPagesAndItsColumns) {
+  if (kind() != 2 && kind() != 5) GTEST_SKIP() << "no batches on SQLite under kinds 1 and 4";
+  // More rows than a first page, in the caller's own order.
+  constexpr uint32_t kRows = 10050;
+  constexpr uint32_t kBatch = kRows / 5;  // as many texts as a batch binds
+  RecordBuffer records(table_.recordSize(), kBatch);
+  for (uint32_t first = 0; first < kRows; first += kBatch) {
+    for (uint32_t k = 0; k < kBatch; ++k) records.Put(k, 16, first + k + 0.5);
+    ASSERT_EQ(sgBatchSetRecord(Token(), table_.info(), records.data(), records.bytes()), 0u)
+        << dbGetLastError();
+  }
+  TextTable out;
+  ASSERT_EQ(out.Query(Select("`id` as `n`, `a`", " order by `id` desc")), 0u) << dbGetLastError();
+  ASSERT_EQ(out.rowCount, kRows);
+  void* block = nullptr;
+  uint32_t size = 0;
+  const std::string all = Select("*", " order by `id` desc");
+  ASSERT_EQ(sgGetRecord(Token(), table_.info(), &block, &size, all.c_str()), 0u)
+      << dbGetLastError();
+  ASSERT_EQ(size, kRows * table_.recordSize());
+  for (uint32_t k = 0, id = kRows; k < kRows; ++k, --id) {
+    ASSERT_EQ(out.Row(k + 1), (Cells{std::to_string(id), std::to_string(id - 1) + ".5"}));
+    uint32_t blockId = 0;
+    std::memcpy(&blockId, static_cast<char*>(block) + size_t{k} * table_.recordSize(), 4);
+    ASSERT_EQ(blockId, id);
+  }
+  std::free(block);
+
+  // Columns no table can hold are read whole as the caller's select gives them.
+  TextTable twice;
+  ASSERT_EQ(twice.Query(Select("`a`, `a`", " order by `id`")), 0u) << dbGetLastError();
+  ASSERT_EQ(twice.rowCount, kRows);
+  EXPECT_EQ(twice.Row(0), (Cells{"a", "a"}));
+  EXPECT_EQ(twice.Row(kRows), (Cells{"10049.5", "10049.5"}));
+  // A text that is no select runs once.
+  const std::string update =
+      "update `" + std::string(table_.info()->name) + "` set `a` = `a` + 1 where `id` = 1";
+  ASSERT_EQ(TextTable().Query(DialectTemplate(DialectOf(kind()), update.c_str())), 0u)
+      << dbGetLastError();
+  TextTable updated;
+  ASSERT_EQ(updated.Query(Select("`a`", " where `id` = 1")), 0u) << dbGetLastError();
+  EXPECT_EQ(updated.Row(1), (Cells{"1.5"}));
+
+  // Kept rows never reach the next call of a pooled session.
+  ASSERT_EQ(dbInitialize((GetParam().Config() + ";pool").c_str()), 0u);
+  ASSERT_EQ(TextTable().Query(Select("`a`")), 0u) << dbGetLastError();
+  const std::string kept =
+      DialectTemplate(DialectOf(kind()), "select * from `#scadastore caller rows`");
+  EXPECT_TRUE(Refused(TextTable().Query(kept), 1, "[rcd1503] failed to open table"));
+  ASSERT_EQ(dbInitialize(GetParam().Config().c_str()), 0u);
+}
+
 INSTANTIATE_TEST_SUITE_P(Databases, SqlTest, ::testing::ValuesIn(Databases({1, 4, 5})), DatabaseName);
 
 }  // namespace
