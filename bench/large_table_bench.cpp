@@ -11,12 +11,15 @@
 //     sgGetRecordBySQL of the same select, peak over the text table;
 //   write: sgBatchSetRecord of 100,000 records in one call beside the SQLite
 //     C API's prepared insert in one transaction, PostgreSQL's COPY and
-//     MariaDB's LOAD DATA LOCAL INFILE, each through its own client;
+//     MariaDB's LOAD DATA LOCAL INFILE, each through its own client, in
+//     alternating order, with the medians (these alone with --writes;
+//     --write-repeat W sets their repeats apart);
 //   alarms, logs: almGetAlarmByQuery and logGetLogByTime of as many alarms
 //     and log entries, beside the bare read of the same select; peak memory
 //     over the block handed out (these alone with --alarms-logs).
 // Every call connects unpooled, as does its baseline. Usage:
-//   large_table_bench [--rows N] [--repeat R] [--alarms-logs] [sqlite|postgres|mariadb ...]
+//   large_table_bench [--rows N] [--repeat R] [--write-repeat W] [--alarms-logs | --writes]
+//                     [sqlite|postgres|mariadb ...]
 #include <sqlite3.h>
 #include <sys/wait.h>
 
@@ -450,7 +453,20 @@ void Run(const Target& target, uint32_t rows, int repeat) {
       Print("read", target, library,
             InChild([&] { return SqliteApiRead(target, table, rows); }), "SQLite C API");
   }
-  // Writes into an empty table of the same columns.
+}
+
+// The middle of `values` (the mean of the two middle ones when even).
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const size_t middle = values.size() / 2;
+  return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+// sgBatchSetRecord of 100,000 records into an empty table of the same columns
+// beside the database's own bulk path, `repeat` times. One unmeasured write of
+// each first grows the file and warms the caches; then the two alternate which
+// goes first, so neither always follows the other's delete.
+void Write(const Target& target, uint32_t rows, int repeat) {
   const std::string empty = TableName("write", std::to_string(rows).c_str());
   std::vector<unsigned char> emptyInfo = DataTableBytes(empty);
   auto* written = reinterpret_cast<DataTableInfo*>(emptyInfo.data());
@@ -459,43 +475,67 @@ void Run(const Target& target, uint32_t rows, int repeat) {
       sgEnsureTableExist(Token(), written, nullptr, 0) != 0)
     return;
   const std::vector<unsigned char> records = Records(kWriteRows);
-  for (int r = 0; r < repeat; ++r) {
+  const auto library = [&] {
     sgDeleteRecord(Token(), written, nullptr);
-    const Measure library = InChild([&] {
+    return InChild([&] {
       return sgBatchSetRecord(Token(), written, records.data(),
                               static_cast<uint32_t>(records.size())) == 0;
     });
+  };
+  const char* baseName = writer.kind == kPostgres.kind   ? "COPY (psql)"
+                         : writer.kind == kMariadb.kind ? "LOAD DATA (client)"
+                                                         : "SQLite C API";
+  const auto baseline = [&] {
     sgDeleteRecord(Token(), written, nullptr);
-    if (writer.kind == kPostgres.kind)
-      Print("write", writer, library,
-            InChild([&] { return PostgresCopy(writer, empty, records); }), "COPY (psql)");
-    else if (writer.kind == kMariadb.kind)
-      Print("write", writer, library,
-            InChild([&] { return MariadbLoadData(writer, empty, records); }), "LOAD DATA (client)");
-    else
-      Print("write", writer, library,
-            InChild([&] { return SqliteApiWrite(writer, empty, records); }), "SQLite C API");
+    return InChild([&] {
+      if (writer.kind == kPostgres.kind) return PostgresCopy(writer, empty, records);
+      if (writer.kind == kMariadb.kind) return MariadbLoadData(writer, empty, records);
+      return SqliteApiWrite(writer, empty, records);
+    });
+  };
+  library();
+  baseline();
+  std::vector<double> libraryTimes, baseTimes, ratios;
+  for (int r = 0; r < repeat; ++r) {
+    Measure first = r % 2 ? baseline() : library();
+    Measure second = r % 2 ? library() : baseline();
+    if (r % 2) std::swap(first, second);
+    Print("write", writer, first, second, baseName);
+    if (first.seconds < 0 || second.seconds < 0) continue;
+    libraryTimes.push_back(first.seconds);
+    baseTimes.push_back(second.seconds);
+    ratios.push_back(second.seconds / first.seconds);
   }
+  if (ratios.empty()) return;
+  std::printf("write      kind %d  medians of %zu: library %.3f s, %s %.3f s, speed %.2f of the "
+              "baseline (ratios %.2f to %.2f), load average %.1f\n",
+              writer.kind, ratios.size(), Median(libraryTimes), baseName, Median(baseTimes),
+              Median(ratios), *std::min_element(ratios.begin(), ratios.end()),
+              *std::max_element(ratios.begin(), ratios.end()), LoadAverage());
+  std::fflush(stdout);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   uint32_t rows = 1000000;
-  int repeat = 3;
-  bool dataTables = true;
+  int repeat = 3, writeRepeat = 0;
+  enum { kAll, kAlarmsLogs, kWrites } part = kAll;
   std::vector<const Target*> targets;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--rows" && i + 1 < argc) rows = static_cast<uint32_t>(std::atol(argv[++i]));
     else if (arg == "--repeat" && i + 1 < argc) repeat = std::atoi(argv[++i]);
-    else if (arg == "--alarms-logs") dataTables = false;
+    else if (arg == "--write-repeat" && i + 1 < argc) writeRepeat = std::atoi(argv[++i]);
+    else if (arg == "--alarms-logs") part = kAlarmsLogs;
+    else if (arg == "--writes") part = kWrites;
     else if (arg == "sqlite") targets.push_back(&kSqlite);
     else if (arg == "postgres") targets.push_back(&kPostgres);
     else if (arg == "mariadb") targets.push_back(&kMariadb);
     else {
       std::printf(
-          "usage: large_table_bench [--rows N] [--repeat R] [--alarms-logs]"
+          "usage: large_table_bench [--rows N] [--repeat R] [--write-repeat W]"
+          " [--alarms-logs | --writes]"
           " [sqlite|postgres|mariadb ...]\n");
       return arg == "--help" ? 0 : 2;
     }
@@ -506,8 +546,9 @@ int main(int argc, char** argv) {
       std::printf("%s is not set or unreachable\n", target->envVar);
       continue;
     }
-    if (dataTables) Run(*target, rows, repeat);
-    if (Use(*target)) ReadAlarmsAndLogs(*target, rows, repeat);  // the writes use kind 3 on SQLite
+    if (part == kAll) Run(*target, rows, repeat);
+    if (part != kWrites) ReadAlarmsAndLogs(*target, rows, repeat);
+    if (part != kAlarmsLogs) Write(*target, rows, writeRepeat > 0 ? writeRepeat : repeat);
   }
   for (const CreatedTable& table : created_tables)
     if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);
