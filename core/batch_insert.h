@@ -41,9 +41,9 @@ uint32_t RowsPerStatement(size_t parametersPerRow);
 // Rows as a multi-row insert with bound values: sqlOf(n) is the insert of n
 // rows of `parametersPerRow` `?`s each; fill(i, values) writes row i's values.
 // Without `multiRow` each statement carries one row.
-// Where `addSelect` is set, the SQLite driver adds rows of numbers itself:
-// it selects no rows of the table, its columns taking the values in turn,
-// then any taking 0. `addClaim` changes nothing but runs first, so that the
+// Where `addSelect` is set, the SQLite driver adds short rows of numbers
+// itself: it selects no rows of the table, its columns taking the values in
+// turn, then one taking 0. `addClaim` changes nothing but runs first, so that the
 // transaction waits for the write lock as a writer, where a reader that
 // starts to write would be refused at once.
 struct BoundRows {
