@@ -473,6 +473,13 @@ double Median(std::vector<double> values) {
   return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
+// "median (least to most)" of `values`.
+void PrintSpread(const std::vector<double>& values) {
+  std::printf("%.2f (%.2f to %.2f)", Median(values),
+              *std::min_element(values.begin(), values.end()),
+              *std::max_element(values.begin(), values.end()));
+}
+
 // sgBatchSetRecord of 100,000 records into an empty table of the same columns
 // beside the database's own bulk path, `repeat` times. One unmeasured write of
 // each first grows the file and warms the caches; then the two alternate which
@@ -519,16 +526,15 @@ void Write(const Target& target, uint32_t rows, int repeat) {
     cpuRatios.push_back(second.cpuSeconds / first.cpuSeconds);
   }
   if (ratios.empty()) return;
-  std::printf("write      kind %d  medians of %zu: library %.3f s, %s %.3f s, speed %.2f of the "
-              "baseline (%.2f to %.2f)",
-              writer.kind, ratios.size(), Median(libraryTimes), baseName, Median(baseTimes),
-              Median(ratios), *std::min_element(ratios.begin(), ratios.end()),
-              *std::max_element(ratios.begin(), ratios.end()));
+  std::printf("write      kind %d  medians of %zu: library %.3f s, %s %.3f s, speed of the "
+              "baseline ",
+              writer.kind, ratios.size(), Median(libraryTimes), baseName, Median(baseTimes));
+  PrintSpread(ratios);
   // The C API writes in this process; the clients of COPY and LOAD DATA do not.
-  if (writer.kind != kPostgres.kind && writer.kind != kMariadb.kind)
-    std::printf(", by CPU time %.2f (%.2f to %.2f)", Median(cpuRatios),
-                *std::min_element(cpuRatios.begin(), cpuRatios.end()),
-                *std::max_element(cpuRatios.begin(), cpuRatios.end()));
+  if (writer.kind != kPostgres.kind && writer.kind != kMariadb.kind) {
+    std::printf(", by CPU time ");
+    PrintSpread(cpuRatios);
+  }
   std::printf(", load average %.1f\n", LoadAverage());
   std::fflush(stdout);
 }
