@@ -13,14 +13,18 @@
 //     the text table (these alone with --caller);
 //   write: sgBatchSetRecord of 100,000 records in one call beside the SQLite
 //     C API's prepared insert in one transaction, PostgreSQL's COPY and
-//     MariaDB's LOAD DATA LOCAL INFILE, each through its own client;
+//     MariaDB's LOAD DATA LOCAL INFILE, each through its own client, in
+//     alternating order, with the medians (these alone with --writes;
+//     --write-repeat W sets their repeats apart);
 //   alarms, logs: almGetAlarmByQuery and logGetLogByTime of as many alarms
 //     and log entries, beside the bare read of the same select; peak memory
 //     over the block handed out (these alone with --alarms-logs).
 // Every call connects unpooled, as does its baseline. Usage:
-//   large_table_bench [--rows N] [--repeat R] [--alarms-logs | --caller]
+//   large_table_bench [--rows N] [--repeat R] [--write-repeat W]
+//                     [--alarms-logs | --writes | --caller]
 //                     [sqlite|postgres|mariadb ...]
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -56,10 +60,18 @@ struct Measure {
   double seconds = -1;     // -1: failed
   double peakMb = 0;       // resident memory reached above the start
   double handedOutMb = 0;  // what the work was handed, where it says so
+  double cpuSeconds = 0;
 };
 
 // Set by a child's work to the size of what it was handed.
 double handed_out_mb = 0;
+
+double CpuSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  const auto seconds = [](const timeval& time) { return time.tv_sec + time.tv_usec / 1e6; };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
 
 long StatusKb(const char* field) {
   std::ifstream status("/proc/self/status");
@@ -78,10 +90,12 @@ Measure InChild(const std::function<bool()>& work) {
     std::ofstream("/proc/self/clear_refs") << "5";
     const long startKb = StatusKb("VmRSS:");
     const auto start = std::chrono::steady_clock::now();
+    const double startCpu = CpuSeconds();
     Measure measure;
     if (work()) {
       measure.seconds =
           std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+      measure.cpuSeconds = CpuSeconds() - startCpu;
       measure.peakMb = (StatusKb("VmHWM:") - startKb) / 1024.0;
       measure.handedOutMb = handed_out_mb;
     }
@@ -248,32 +262,21 @@ bool SqliteApiWrite(const Target& target, const std::string& table,
   std::string insert = "insert into " + Quote(target, table) + " values (?,?,?,0";
   for (int c = 0; c < kValueColumns; ++c) insert += ",?";
   insert += ")";
-  sqlite3* db = nullptr;
-  sqlite3_stmt* statement = nullptr;
-  bool ok = sqlite3_open(SqliteFile(target).c_str(), &db) == SQLITE_OK &&
-            sqlite3_exec(db, "pragma synchronous=normal", nullptr, nullptr, nullptr) == SQLITE_OK &&
-            sqlite3_exec(db, "begin", nullptr, nullptr, nullptr) == SQLITE_OK &&
-            sqlite3_prepare_v2(db, insert.c_str(), -1, &statement, nullptr) == SQLITE_OK;
-  const size_t count = records.size() / kDataRecordSize;
-  for (size_t i = 0; ok && i < count; ++i) {
-    const unsigned char* record = records.data() + i * kDataRecordSize;
-    uint32_t head[3];
-    std::memcpy(head, record, sizeof head);
-    sqlite3_bind_int64(statement, 1, static_cast<int64_t>(i + 1));
-    sqlite3_bind_int64(statement, 2, head[1]);
-    sqlite3_bind_int64(statement, 3, head[2]);
-    for (int c = 0; c < kValueColumns; ++c) {
-      double value;
-      std::memcpy(&value, record + 16 + 8 * c, 8);
-      sqlite3_bind_double(statement, 4 + c, value);
-    }
-    ok = sqlite3_step(statement) == SQLITE_DONE;
-    sqlite3_reset(statement);
-  }
-  sqlite3_finalize(statement);
-  ok = ok && sqlite3_exec(db, "commit", nullptr, nullptr, nullptr) == SQLITE_OK;
-  sqlite3_close(db);
-  return ok;
+  const auto count = static_cast<uint32_t>(records.size() / kDataRecordSize);
+  return SqliteApiInsert(target, table, insert, count,
+                         [&](sqlite3_stmt* statement, uint32_t i, int64_t id) {
+                           const unsigned char* record = records.data() + size_t{i} * kDataRecordSize;
+                           uint32_t head[3];
+                           std::memcpy(head, record, sizeof head);
+                           sqlite3_bind_int64(statement, 1, id);
+                           sqlite3_bind_int64(statement, 2, head[1]);
+                           sqlite3_bind_int64(statement, 3, head[2]);
+                           for (int c = 0; c < kValueColumns; ++c) {
+                             double value;
+                             std::memcpy(&value, record + 16 + 8 * c, 8);
+                             sqlite3_bind_double(statement, 4 + c, value);
+                           }
+                         });
 }
 
 // The data source's entry `key` in $ODBCINI.
@@ -467,53 +470,103 @@ void Run(const Target& target, uint32_t rows, int repeat, bool callerOnly) {
       Print("read", target, library,
             InChild([&] { return SqliteApiRead(target, table, rows); }), "SQLite C API");
   }
-  // Writes into an empty table of the same columns.
+}
+
+// The middle of `values` (the mean of the two middle ones when even).
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const size_t middle = values.size() / 2;
+  return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+// "median (least to most)" of `values`.
+void PrintSpread(const std::vector<double>& values) {
+  std::printf("%.2f (%.2f to %.2f)", Median(values),
+              *std::min_element(values.begin(), values.end()),
+              *std::max_element(values.begin(), values.end()));
+}
+
+// sgBatchSetRecord of 100,000 records into an empty table of the same columns
+// beside the database's own bulk path, `repeat` times. One unmeasured write of
+// each first grows the file and warms the caches; then the two alternate which
+// goes first, so neither always follows the other's delete.
+void Write(const Target& target, uint32_t rows, int repeat) {
   const std::string empty = TableName("write", std::to_string(rows).c_str());
   std::vector<unsigned char> emptyInfo = DataTableBytes(empty);
   auto* written = reinterpret_cast<DataTableInfo*>(emptyInfo.data());
   const Target& writer = target.kind == kSqlite.kind ? kSqliteBatches : target;
-  if (callerOnly || !Use(writer) || !ToCreate(writer, empty) ||
+  if (!Use(writer) || !ToCreate(writer, empty) ||
       sgEnsureTableExist(Token(), written, nullptr, 0) != 0)
     return;
   const std::vector<unsigned char> records = Records(kWriteRows);
-  for (int r = 0; r < repeat; ++r) {
+  const auto library = [&] {
     sgDeleteRecord(Token(), written, nullptr);
-    const Measure library = InChild([&] {
+    return InChild([&] {
       return sgBatchSetRecord(Token(), written, records.data(),
                               static_cast<uint32_t>(records.size())) == 0;
     });
+  };
+  const char* baseName = writer.kind == kPostgres.kind   ? "COPY (psql)"
+                         : writer.kind == kMariadb.kind ? "LOAD DATA (client)"
+                                                         : "SQLite C API";
+  const auto baseline = [&] {
     sgDeleteRecord(Token(), written, nullptr);
-    if (writer.kind == kPostgres.kind)
-      Print("write", writer, library,
-            InChild([&] { return PostgresCopy(writer, empty, records); }), "COPY (psql)");
-    else if (writer.kind == kMariadb.kind)
-      Print("write", writer, library,
-            InChild([&] { return MariadbLoadData(writer, empty, records); }), "LOAD DATA (client)");
-    else
-      Print("write", writer, library,
-            InChild([&] { return SqliteApiWrite(writer, empty, records); }), "SQLite C API");
+    return InChild([&] {
+      if (writer.kind == kPostgres.kind) return PostgresCopy(writer, empty, records);
+      if (writer.kind == kMariadb.kind) return MariadbLoadData(writer, empty, records);
+      return SqliteApiWrite(writer, empty, records);
+    });
+  };
+  library();
+  baseline();
+  std::vector<double> libraryTimes, baseTimes, ratios, cpuRatios;
+  for (int r = 0; r < repeat; ++r) {
+    Measure first = r % 2 ? baseline() : library();
+    Measure second = r % 2 ? library() : baseline();
+    if (r % 2) std::swap(first, second);
+    Print("write", writer, first, second, baseName);
+    if (first.seconds < 0 || second.seconds < 0) continue;
+    libraryTimes.push_back(first.seconds);
+    baseTimes.push_back(second.seconds);
+    ratios.push_back(second.seconds / first.seconds);
+    cpuRatios.push_back(second.cpuSeconds / first.cpuSeconds);
   }
+  if (ratios.empty()) return;
+  std::printf("write      kind %d  medians of %zu: library %.3f s, %s %.3f s, speed of the "
+              "baseline ",
+              writer.kind, ratios.size(), Median(libraryTimes), baseName, Median(baseTimes));
+  PrintSpread(ratios);
+  // The C API writes in this process; the clients of COPY and LOAD DATA do not.
+  if (writer.kind != kPostgres.kind && writer.kind != kMariadb.kind) {
+    std::printf(", by CPU time ");
+    PrintSpread(cpuRatios);
+  }
+  std::printf(", load average %.1f\n", LoadAverage());
+  std::fflush(stdout);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   uint32_t rows = 1000000;
-  int repeat = 3;
-  bool dataTables = true, callerOnly = false;
+  int repeat = 3, writeRepeat = 0;
+  enum { kAll, kAlarmsLogs, kWrites, kCaller } part = kAll;
   std::vector<const Target*> targets;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--rows" && i + 1 < argc) rows = static_cast<uint32_t>(std::atol(argv[++i]));
     else if (arg == "--repeat" && i + 1 < argc) repeat = std::atoi(argv[++i]);
-    else if (arg == "--alarms-logs") dataTables = false;
-    else if (arg == "--caller") callerOnly = true;
+    else if (arg == "--write-repeat" && i + 1 < argc) writeRepeat = std::atoi(argv[++i]);
+    else if (arg == "--alarms-logs") part = kAlarmsLogs;
+    else if (arg == "--writes") part = kWrites;
+    else if (arg == "--caller") part = kCaller;
     else if (arg == "sqlite") targets.push_back(&kSqlite);
     else if (arg == "postgres") targets.push_back(&kPostgres);
     else if (arg == "mariadb") targets.push_back(&kMariadb);
     else {
       std::printf(
-          "usage: large_table_bench [--rows N] [--repeat R] [--alarms-logs | --caller]"
+          "usage: large_table_bench [--rows N] [--repeat R] [--write-repeat W]"
+          " [--alarms-logs | --writes | --caller]"
           " [sqlite|postgres|mariadb ...]\n");
       return arg == "--help" ? 0 : 2;
     }
@@ -524,9 +577,9 @@ int main(int argc, char** argv) {
       std::printf("%s is not set or unreachable\n", target->envVar);
       continue;
     }
-    if (dataTables) Run(*target, rows, repeat, callerOnly);
-    // The writes use kind 3 on SQLite.
-    if (Use(*target) && !callerOnly) ReadAlarmsAndLogs(*target, rows, repeat);
+    if (part == kAll || part == kCaller) Run(*target, rows, repeat, part == kCaller);
+    if (part == kAll || part == kAlarmsLogs) ReadAlarmsAndLogs(*target, rows, repeat);
+    if (part == kAll || part == kWrites) Write(*target, rows, writeRepeat > 0 ? writeRepeat : repeat);
   }
   for (const CreatedTable& table : created_tables)
     if (Use(*table.target)) dbRemoveTable(Token(), table.name.c_str(), nullptr, 0);

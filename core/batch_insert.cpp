@@ -23,20 +23,58 @@ uint32_t RowsPerStatement(size_t parametersPerRow) {
       std::clamp<size_t>(kParameters / std::max<size_t>(parametersPerRow, 1), 1, kRows));
 }
 
+namespace {
+
+// The longest insert the SQLite driver may build to add rows. Its text
+// buffer (SQLite3 ODBC 0.9998) starts at 256 bytes and was overrun from about
+// 238 characters on (valgrind, tables of one and eight columns named with 1
+// to 200 characters); its insert, "INSERT INTO "t" ("c",...) VALUES (?,...)",
+// is as long as the select of the same names plus two characters a column and
+// one.
+constexpr size_t kLongestAddedInsert = 200;
+
+// The columns of the rows the driver adds itself, 0 where each slice runs as
+// a statement: texts would need buffers of their own, and only the SQLite
+// driver compiles a statement again at every run.
+uint16_t AddedColumns(DbConnection& db, const BoundRows& rows, uint32_t count) {
+  if (rows.addSelect.empty() || count == 0 || !db.OnSqlite()) return 0;
+  std::vector<DbConnection::Parameter> first(rows.parametersPerRow);
+  rows.fill(0, first.data());
+  for (const DbConnection::Parameter& value : first)
+    if (value.type == DbConnection::Parameter::Type::Text) return 0;
+  // Each quote in a name may be doubled.
+  const size_t quotes = std::count(rows.addSelect.begin(), rows.addSelect.end(), '"');
+  if (rows.addSelect.size() + quotes + 2 * (rows.parametersPerRow + 1) + 1 > kLongestAddedInsert)
+    return 0;
+  const int columns = db.OpenForAdding(rows.addClaim.c_str(), rows.addSelect.c_str());
+  return columns == static_cast<int>(rows.parametersPerRow) + 1 ? static_cast<uint16_t>(columns)
+                                                                 : 0;
+}
+
+}  // namespace
+
 bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom) {
+  failedFrom = 0;
+  const uint16_t added = AddedColumns(db, rows, count);
+  const size_t perRow = added ? added : rows.parametersPerRow;
   std::vector<DbConnection::Parameter> values;
-  uint32_t prepared = 0;  // rows of the prepared statement
+  uint32_t prepared = 0;  // rows of the prepared statement or of the added slice
   for (uint32_t first = 0; first < count; first += prepared) {
     failedFrom = first;
+    // Added rows are sliced as statements are, so a failure shows the same rows.
     const uint32_t most = rows.multiRow ? RowsPerStatement(rows.parametersPerRow) : 1;
     const uint32_t slice = std::min(most, count - first);
     const bool fresh = slice != prepared;
     if (fresh) {
-      if (!db.Prepare(rows.sqlOf(slice).c_str())) return false;
+      if (!added && !db.Prepare(rows.sqlOf(slice).c_str())) return false;
       prepared = slice;
-      values.assign(size_t{slice} * rows.parametersPerRow, {});
+      values.assign(slice * perRow, {});
     }
-    for (uint32_t r = 0; r < slice; ++r) rows.fill(first + r, &values[r * rows.parametersPerRow]);
+    for (uint32_t r = 0; r < slice; ++r) rows.fill(first + r, &values[r * perRow]);
+    if (added) {
+      if (!db.AddRows(values.data(), added, slice)) return false;
+      continue;
+    }
     // Numbers stay bound where they are; a text is bound again only when
     // it outgrows the buffer bound before.
     for (size_t i = 0; i < values.size(); ++i) {
@@ -87,7 +125,7 @@ BoundRows FixedRecordRows(const FixedRecordInserts& inserts, DbKind kind, const 
           [&inserts, records, recordSize, firstId](uint32_t i, DbConnection::Parameter* values) {
             inserts.fill(records + size_t{i} * recordSize, firstId + i, values);
           },
-          HasMultiRowValues(kind)};
+          HasMultiRowValues(kind), {}, {}};
 }
 
 namespace {

@@ -41,11 +41,17 @@ uint32_t RowsPerStatement(size_t parametersPerRow);
 // Rows as a multi-row insert with bound values: sqlOf(n) is the insert of n
 // rows of `parametersPerRow` `?`s each; fill(i, values) writes row i's values.
 // Without `multiRow` each statement carries one row.
+// Where `addSelect` is set, the SQLite driver adds short rows of numbers
+// itself: it selects no rows of the table, its columns taking the values in
+// turn, then one taking 0. `addClaim` changes nothing but runs first, so that the
+// transaction waits for the write lock as a writer, where a reader that
+// starts to write would be refused at once.
 struct BoundRows {
   size_t parametersPerRow;
   std::function<std::string(uint32_t rows)> sqlOf;
   std::function<void(uint32_t row, DbConnection::Parameter* values)> fill;
   bool multiRow = true;
+  std::string addClaim, addSelect;
 };
 
 // How a family of fixed-size records (alarms, log entries) inserts them:
@@ -78,7 +84,8 @@ void SetDouble(DbConnection::Parameter& value, double number);
 void SetText(DbConnection::Parameter& value, std::string_view text);
 
 // Runs the slices of rows inside the caller's transaction, which decides what
-// stays. False at the first failure: `failedFrom` is the first row of its slice.
+// stays, each as one statement or, through `addSelect`, added by the driver.
+// False at the first failure: `failedFrom` is the first row of its slice.
 bool InsertSlices(DbConnection& db, const BoundRows& rows, uint32_t count, uint32_t& failedFrom);
 
 // Inserts rows 0 to count - 1 in one transaction, RowsPerStatement() rows a

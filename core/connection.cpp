@@ -298,6 +298,44 @@ int DbConnection::RunPrepared() {
                prepared_.get(), DiagnosticForm::WithReturnCode);
 }
 
+int DbConnection::OpenForAdding(const char* claim, const char* select) {
+  ClearErrorText();
+  SQLSMALLINT columns = 0;
+  const auto run = [&](const char* sql) {
+    const SQLRETURN returnCode =
+        Bounded([&] { return Odbc().ExecDirect(prepared_.get(), (SQLCHAR*)sql, SQL_NTS); });
+    return SQL_SUCCEEDED(returnCode) || returnCode == SQL_NO_DATA;  // the claim changes no row
+  };
+  // A static cursor: the SQLite driver adds no rows to a result it steps.
+  const bool open =
+      prepared_.Allocate(connection_.get()) &&
+      SQL_SUCCEEDED(Odbc().SetStmtAttr(prepared_.get(), SQL_ATTR_CURSOR_TYPE,
+                                       (SQLPOINTER)SQL_CURSOR_STATIC, 0)) &&
+      run(claim) && run(select) && SQL_SUCCEEDED(Odbc().NumResultCols(prepared_.get(), &columns));
+  return open ? columns : 0;
+}
+
+int DbConnection::AddRows(Parameter* values, uint16_t columns, uint32_t rows) {
+  ClearErrorText();
+  const SQLHSTMT statement = prepared_.get();
+  const auto checked = [&](SQLRETURN returnCode) {
+    return Check(returnCode, SQL_HANDLE_STMT, statement, DiagnosticForm::WithReturnCode);
+  };
+  // Bound by row: value c of row r is values[r * columns + c].
+  const SQLULEN rowBytes = columns * sizeof(Parameter);
+  bool bound =
+      checked(Odbc().SetStmtAttr(statement, SQL_ATTR_ROW_BIND_TYPE, (SQLPOINTER)rowBytes, 0)) &&
+      checked(Odbc().SetStmtAttr(statement, SQL_ATTR_ROW_ARRAY_SIZE, (SQLPOINTER)SQLULEN{rows}, 0));
+  for (uint16_t c = 0; bound && c < columns; ++c) {
+    Parameter& value = values[c];
+    const bool real = value.type == Parameter::Type::Double;
+    bound = checked(Odbc().BindCol(statement, c + 1, real ? SQL_C_DOUBLE : SQL_C_SBIGINT,
+                                   real ? static_cast<void*>(&value.real) : &value.integer, 0,
+                                   &value.length));
+  }
+  return bound && checked(Bounded([&] { return Odbc().BulkOperations(statement, SQL_ADD); }));
+}
+
 int DbConnection::MoveFirst() {
   if (!SQL_SUCCEEDED(Odbc().FetchScroll(statement_.get(), SQL_FETCH_FIRST, 0))) return 0;
   end_flag_ = 0;

@@ -88,6 +88,14 @@ class DbConnection {
   int Prepare(const char* sql);
   int Bind(uint16_t number, Parameter& value);
   int RunPrepared();
+  // Rows the driver inserts itself (SQLBulkOperations) into the table that
+  // `select` reads, its columns taking each row's values in turn: the SQLite
+  // driver compiles that insert once for all the rows, where it compiles a
+  // prepared statement again at every run. OpenForAdding runs `claim`, then
+  // the select, and gives the number of columns, 0 (and no error) when either
+  // fails; AddRows inserts `rows` rows of that many numbers, row after row.
+  int OpenForAdding(const char* claim, const char* select);
+  int AddRows(Parameter* values, uint16_t columns, uint32_t rows);
   uint32_t CountRows();
   int MoveFirst();
   int MoveNext();

@@ -33,6 +33,9 @@ struct OdbcApi {
   decltype(&::SQLColumns) Columns = ::SQLColumns;
   decltype(&::SQLStatistics) Statistics = ::SQLStatistics;
   decltype(&::SQLEndTran) EndTran = ::SQLEndTran;
+  // Rows the driver inserts itself.
+  decltype(&::SQLBindCol) BindCol = ::SQLBindCol;
+  decltype(&::SQLBulkOperations) BulkOperations = ::SQLBulkOperations;
 };
 
 // The table in force.

@@ -87,13 +87,8 @@ class Target {
           count - first, failedFrom);
     }
     if (record::AllowsBatches(kind)) {
-      const BoundRows rows{
-          record::BatchParameters(layout_),
-          [&](uint32_t n) { return record::BatchInsertSql(kind, layout_, n); },
-          [&](uint32_t i, DbConnection::Parameter* values) {
-            record::BatchRow(layout_, Record(first + i), firstId + i, values);
-          }};
-      return InsertSlices(db, rows, count - first, failedFrom);
+      return InsertSlices(db, record::BatchRows(kind, layout_, Record(first), firstId),
+                          count - first, failedFrom);
     }
     for (uint32_t k = first; k < count; ++k) {
       const Statement insert = Insert(kind, firstId + (k - first), Record(k));

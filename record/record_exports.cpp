@@ -173,12 +173,7 @@ uint32_t ReadBlock(ExportCall& call, const DataTableInfo& table, const Statement
 // names the statement of the records that failed as BatchStatement shows it.
 bool InsertBatch(ExportCall& call, const TableLayout& layout, const unsigned char* records,
                  uint32_t count, uint32_t firstId) {
-  const BoundRows rows{
-      BatchParameters(layout),
-      [&](uint32_t n) { return BatchInsertSql(call.kind(), layout, n); },
-      [&](uint32_t i, DbConnection::Parameter* values) {
-        BatchRow(layout, records + size_t{i} * layout.recordSize, firstId + i, values);
-      }};
+  const BoundRows rows = BatchRows(call.kind(), layout, records, firstId);
   uint32_t failedFrom = 0;
   if (InsertAllOrNone(call.db(), rows, count, failedFrom)) return true;
   const uint32_t shown = std::min(RowsPerStatement(rows.parametersPerRow), count - failedFrom);

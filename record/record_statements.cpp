@@ -230,6 +230,34 @@ void BatchRow(const TableLayout& table, const void* record, uint32_t id,
     if (CarriesValue(column)) BindableValue(*value++, column, record);
 }
 
+namespace {
+
+// The rows' columns in the order of BatchRow's values, then `modify`.
+std::string AddedRowsSelect(SqlDialect dialect, const TableLayout& table) {
+  std::string select = DialectTemplate(dialect, "select `id`,`time`,`ms`");
+  AppendColumnNames(select, 0, std::string::npos, dialect, table.columns);
+  return select + DialectTemplate(dialect, ",`modify` from ") + QuoteName(dialect, table.name) +
+         " where 1=0";
+}
+
+}  // namespace
+
+BoundRows BatchRows(DbKind kind, const TableLayout& table, const unsigned char* records,
+                    uint32_t firstId) {
+  BoundRows rows{BatchParameters(table),
+                 [kind, &table](uint32_t n) { return BatchInsertSql(kind, table, n); },
+                 [&table, records, firstId](uint32_t i, DbConnection::Parameter* values) {
+                   BatchRow(table, records + size_t{i} * table.recordSize, firstId + i, values);
+                 },
+                 true, {}, {}};
+  // Under kind 4 the batch is its INSERT ALL statement, whatever the driver.
+  if (kind == 4) return rows;
+  const SqlDialect dialect = DialectOf(kind);
+  rows.addClaim = "delete from " + QuoteName(dialect, table.name) + " where 1=0";
+  rows.addSelect = AddedRowsSelect(dialect, table);
+  return rows;
+}
+
 Statement UpdateStatement(DbKind kind, const TableLayout& table, const void* record, uint32_t id) {
   if (!table.HoldsValues()) return {{}, false};
   const SqlDialect dialect = DialectOf(kind);

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "core/batch_insert.h"
 #include "core/settings.h"
 #include "core/sql_text.h"
 #include "record/data_layout.h"
@@ -59,6 +60,10 @@ std::string BatchInsertSql(DbKind kind, const TableLayout& table, uint32_t rows)
 size_t BatchParameters(const TableLayout& table);
 void BatchRow(const TableLayout& table, const void* record, uint32_t id,
               DbConnection::Parameter* values);
+// The records from `records` under ids from `firstId` as InsertSlices takes
+// them; `table` must outlive the rows.
+BoundRows BatchRows(DbKind kind, const TableLayout& table, const unsigned char* records,
+                    uint32_t firstId);
 
 // Rewrites every value of the record with `id` and sets modify to 1.
 // Incomplete when recordSize cannot hold the values (then empty) or the text

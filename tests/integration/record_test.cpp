@@ -200,6 +200,34 @@ TEST_P(RecordTest, BatchesWriteEveryRecordOrNone) {
   ASSERT_EQ(sgSetRecord(Token(), table(), many.record(limit), kRecordSize), 0u) << dbGetLastError();
   ASSERT_EQ(dbInitialize(config.c_str()), 0u);
   EXPECT_EQ(sgGetRecordCount(Token(), table()), limit + 4);
+
+  // Numbers alone (on SQLite added by the driver itself): a refused record in the second
+  // statement stores nothing and is shown from that statement's first record on.
+  DataTable numbers(DropAtEnd(UniqueTableName("rcd_num")), {{"a", 3}, {"b", 4}});
+  ASSERT_EQ(sgEnsureTableExist(Token(), numbers.info(), nullptr, 0), 0u);
+  const uint32_t size = numbers.info()->recordSize, count = 401;  // 400 records a statement
+  RecordBuffer rows(size, count);
+  for (uint32_t k = 0; k < count; ++k) {
+    rows.Put<uint32_t>(k, 4, 1000 + k);
+    rows.Put<double>(k, 16, k + 0.1);
+    rows.Put<int32_t>(k, 24, k % 2 ? 5 : 0);
+  }
+  rows.Put<uint32_t>(count - 1, 4, 1000);
+  const std::string uniqueTime =
+      DatabaseTest::Sql("create unique index `rcd_num_time` on `%s` (`time`)", numbers.info()->name);
+  ASSERT_EQ(sgOperateRecord(Token(), numbers.info(), uniqueTime.c_str()), 0u) << dbGetLastError();
+  EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), numbers.info(), rows.data(), count * size), 1,
+                      "[rcd1705] exec error: "));
+  EXPECT_NE(std::string(dbGetLastError()).find("values (401,1000,"), std::string::npos) << dbGetLastError();
+  EXPECT_EQ(sgGetRecordCount(Token(), numbers.info()), 0u);
+  rows.Put<uint32_t>(count - 1, 4, 2000);
+  ASSERT_EQ(sgBatchSetRecord(Token(), numbers.info(), rows.data(), count * size), 0u) << dbGetLastError();
+  RecordBuffer one(size, 1);
+  ASSERT_EQ(sgGetRecordByIndex(Token(), numbers.info(), 400, one.record(0), size), 0u);
+  rows.Put<uint32_t>(399, 0, 400);  // its id; modify 0, b stored as 1
+  rows.Put<uint32_t>(399, 12, 0);
+  rows.Put<int32_t>(399, 24, 1);
+  EXPECT_EQ(std::memcmp(one.record(0), rows.record(399), size), 0);
   DataTable missing(UniqueTableName("rcd_missing"), {{"a", 3}, {"b", 4}, {"x", 7}, {"c", 12}});
   EXPECT_TRUE(Refused(sgBatchSetRecord(Token(), missing.info(), records.data(), kRecordSize), 1,
                       "[rcd1703] failed to open table: "));
