@@ -96,6 +96,9 @@ class DbConnection {
   // The rest of the open forward-only result is read by MoveNext and the
   // readers in rowsets, each column as the first row's reads took it.
   void ReadInRowsets() { rowset_.Learn(); }
+  // The current row is one of a rowset the driver could not fetch: its reads
+  // fail with the driver's diagnostic.
+  bool RowFailed() const { return row_failed_; }
   int IsEOF() const { return end_flag_; }
   int ColumnCount();
   // `length` is the capacity of `name` on the way in and the name's length out.
