@@ -68,7 +68,7 @@ SQLRETURN BoundRowset::Next(SQLHSTMT statement) {
     const SQLRETURN rc = Odbc().FetchScroll(statement, SQL_FETCH_NEXT, 0);
     if (rc == SQL_NO_DATA) return rc;
     if (!SQL_SUCCEEDED(rc) || fetched_ == 0) {
-      // What the rowset holds is unknown: its first row fails, and is the last.
+      // What the rowset holds is unknown: the failure is its one row.
       ended_ = true;
       return SQL_SUCCEEDED(rc) ? SQL_NO_DATA : rc;
     }

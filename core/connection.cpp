@@ -377,7 +377,7 @@ char* DbConnection::ReadValue(uint16_t column, SQLSMALLINT cType, char* buffer, 
     char* value = rowset_.Value(column, cType, length, indicator);
     if (!value) {
       FormatBounded(error_text_, sizeof error_text_,
-                    "column %u is read otherwise than in the first row", column);
+                    "column %u is not read as in the first row", column);
       AnnounceFailure(error_text_);
     }
     return value;
