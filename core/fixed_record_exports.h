@@ -68,7 +68,7 @@ uint32_t HandOutRows(ExportCall& call, const Statement& select, uint32_t recordS
   DbConnection& db = call.db();
   RowBlock result = ReadRowBlock(db, recordSize, [&](unsigned char* record, uint32_t) {
     readRow(db, record);
-    // Such a row ends the rows, as a failed fetch does.
+    // A row the driver could not fetch ends the rows, as a failed fetch does.
     return !db.RowFailed();
   });
   if (result.status == RowBlock::Status::ReadFailed) FinishRowBlock(result, recordSize);
