@@ -87,6 +87,7 @@ int DbConnection::Open() {
 
 void DbConnection::Close() {
   sqlite_ = -1;
+  rowset_.Reset();
   statement_.Free();
   prepared_.Free();
   replaced_statements_.clear();
@@ -205,6 +206,7 @@ SQLRETURN DbConnection::Bounded(Call call) {
 
 int DbConnection::OpenQuery(const char* sql, const std::vector<std::string>& texts,
                             Cursor cursor) {
+  rowset_.Reset(statement_.get());
   if (statement_) replaced_statements_.push_back(std::move(statement_));
   statement_ = OdbcHandle(SQL_HANDLE_STMT);
   result_columns_ = -1;
@@ -343,12 +345,13 @@ int DbConnection::MoveFirst() {
 }
 
 int DbConnection::MoveNext() {
-  if (!SQL_SUCCEEDED(Odbc().FetchScroll(statement_.get(), SQL_FETCH_NEXT, 0))) {
-    end_flag_ = 1;
-    return 0;
-  }
-  end_flag_ = 0;
-  return 1;
+  if (rowset_.learning()) rowset_.Bind(statement_.get());
+  const SQLRETURN rc = rowset_.bound() ? rowset_.Next(statement_.get())
+                                       : Odbc().FetchScroll(statement_.get(), SQL_FETCH_NEXT, 0);
+  // A row of a rowset the driver could not read is there to fail its reads.
+  row_failed_ = rowset_.bound() && rc == SQL_ERROR;
+  end_flag_ = SQL_SUCCEEDED(rc) || row_failed_ ? 0 : 1;
+  return !end_flag_;
 }
 
 uint32_t DbConnection::CountRows() {
@@ -407,15 +410,37 @@ int DbConnection::DescribeColumn(uint16_t column, char* name, int32_t* type, int
   return SQL_SUCCEEDED(rc) ? 1 : 0;
 }
 
+char* DbConnection::ReadValue(uint16_t column, SQLSMALLINT cType, char* buffer, SQLLEN length,
+                             SQLLEN& indicator) {
+  if (rowset_.bound()) {
+    if (row_failed_) {
+      // The fetch's diagnostic stays on the statement until the next fetch.
+      Check(SQL_ERROR, SQL_HANDLE_STMT, statement_.get());
+      return nullptr;
+    }
+    char* value = rowset_.Value(column, cType, length, indicator);
+    if (!value) {
+      FormatBounded(error_text_, sizeof error_text_,
+                    "column %u is not read as in the first row", column);
+      AnnounceFailure(error_text_);
+    }
+    return value;
+  }
+  if (rowset_.learning()) rowset_.Record(column, cType, length);
+  if (!Check(Odbc().GetData(statement_.get(), column, cType, buffer, length, &indicator),
+             SQL_HANDLE_STMT, statement_.get()))
+    return nullptr;
+  return buffer;
+}
+
 int DbConnection::ReadFixed(uint16_t column, SQLSMALLINT cType, void* target, int32_t size,
                             int32_t valueSize) {
   ClearErrorText();
   if (!ColumnExists(column)) return ReadFailedWithoutDriver(column);
-  unsigned char value[8] = {};
+  char buffer[8] = {};
   SQLLEN indicator = 0;
-  if (!Check(Odbc().GetData(statement_.get(), column, cType, value, valueSize, &indicator),
-             SQL_HANDLE_STMT, statement_.get()))
-    return 0;
+  const char* value = ReadValue(column, cType, buffer, valueSize, indicator);
+  if (!value) return 0;
   if (indicator != SQL_NULL_DATA && size > 0)
     std::memcpy(target, value, static_cast<size_t>(std::min(size, valueSize)));
   return 1;
@@ -432,11 +457,10 @@ int DbConnection::GetDouble(uint16_t column, void* target, int32_t size) {
   if (!OnSqlite()) return ReadFixed(column, SQL_C_DOUBLE, target, size, sizeof(double));
   ClearErrorText();
   if (!ColumnExists(column)) return ReadFailedWithoutDriver(column);
-  char text[64] = {};
+  char buffer[64] = {};
   SQLLEN indicator = 0;
-  if (!Check(Odbc().GetData(statement_.get(), column, SQL_C_CHAR, text, sizeof text, &indicator),
-             SQL_HANDLE_STMT, statement_.get()))
-    return 0;
+  const char* text = ReadValue(column, SQL_C_CHAR, buffer, sizeof buffer, indicator);
+  if (!text) return 0;
   std::optional<double> value;
   if (indicator != SQL_NULL_DATA) value = ParseExactDouble(text);
   // Text that is no number reads as NULL, as the driver's own conversion does.
@@ -457,18 +481,17 @@ int DbConnection::GetString(uint16_t column, char* target, int32_t capacity) {
   // was; the usual field widths fit on the stack.
   char stackBuffer[2048];
   std::unique_ptr<char[]> heapBuffer;
-  char* value = stackBuffer;
-  if (bufferSize > sizeof stackBuffer) {
+  char* buffer = stackBuffer;
+  if (bufferSize > sizeof stackBuffer && !rowset_.bound()) {
     heapBuffer.reset(new (std::nothrow) char[bufferSize]);
     if (!heapBuffer) return 0;
-    value = heapBuffer.get();
+    buffer = heapBuffer.get();
   }
-  value[0] = '\0';
+  buffer[0] = '\0';
   SQLLEN indicator = 0;
-  SQLRETURN rc = Odbc().GetData(statement_.get(), column, SQL_C_CHAR, value,
-                                static_cast<SQLLEN>(bufferSize), &indicator);
   ClearErrorText();
-  if (!Check(rc, SQL_HANDLE_STMT, statement_.get())) return 0;
+  char* value = ReadValue(column, SQL_C_CHAR, buffer, static_cast<SQLLEN>(bufferSize), indicator);
+  if (!value) return 0;
   if (utf8) {
     // A NULL leaves the buffer empty, which converts to an empty text.
     if (indicator == SQL_NULL_DATA) value[0] = '\0';

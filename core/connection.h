@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/bound_rowset.h"
 #include "core/odbc_handle.h"
 #include "core/server_wait.h"
 #include "core/settings.h"
@@ -65,6 +66,7 @@ class DbConnection {
   int Execute(const char* sql, const std::vector<std::string>& texts = {});
   // Releases the current result, which a driver may hold whole, before the next.
   void CloseQuery() {
+    rowset_.Reset();
     statement_.Free();
     result_columns_ = -1;
   }
@@ -99,6 +101,12 @@ class DbConnection {
   uint32_t CountRows();
   int MoveFirst();
   int MoveNext();
+  // The rest of the open forward-only result is read by MoveNext and the
+  // readers in rowsets, each column as the first row's reads took it.
+  void ReadInRowsets() { rowset_.Learn(); }
+  // The current row is one of a rowset the driver could not fetch: its reads
+  // fail with the driver's diagnostic.
+  bool RowFailed() const { return row_failed_; }
   int IsEOF() const { return end_flag_; }
   int ColumnCount();
   // Rows of the open result as the driver counts them; -1 where it does not.
@@ -143,6 +151,10 @@ class DbConnection {
   void ClearErrorText();
   bool ColumnExists(uint16_t column);
   int ReadFailedWithoutDriver(uint16_t column);
+  // The current row's value of `column` as `cType` in `length` bytes: in
+  // the bound rowset, or read into `buffer`. Null on failure, the error text set.
+  char* ReadValue(uint16_t column, SQLSMALLINT cType, char* buffer, SQLLEN length,
+                  SQLLEN& indicator);
   int ReadFixed(uint16_t column, SQLSMALLINT cType, void* target, int32_t size,
                 int32_t valueSize);
 
@@ -162,6 +174,8 @@ class DbConnection {
   // lasts as long, and psqlODBC's cursor option stays on as long.
   std::unique_ptr<ServerWaitLimit> streaming_limit_;
   bool declare_fetch_ = false;
+  BoundRowset rowset_;
+  bool row_failed_ = false;  // the current row of the rowset could not be read
   int end_flag_ = 0;
   int sqlite_ = -1;  // OnSqlite(): -1 not asked yet
   bool announce_ = true;  // false while TableExists connects

@@ -68,8 +68,10 @@ uint32_t HandOutRows(ExportCall& call, const Statement& select, uint32_t recordS
   DbConnection& db = call.db();
   RowBlock result = ReadRowBlock(db, recordSize, [&](unsigned char* record, uint32_t) {
     readRow(db, record);
-    return true;
+    // A row the driver could not fetch ends the rows, as a failed fetch does.
+    return !db.RowFailed();
   });
+  if (result.status == RowBlock::Status::ReadFailed) FinishRowBlock(result, recordSize);
   if (result.status == RowBlock::Status::NoMemory) return call.Fail(Serial::kAllocMemory);
   *records = reinterpret_cast<Record*>(result.block.release());
   *size = result.rows * recordSize;

@@ -26,6 +26,8 @@ struct OdbcApi {
   decltype(&::SQLNumResultCols) NumResultCols = ::SQLNumResultCols;
   decltype(&::SQLDescribeCol) DescribeCol = ::SQLDescribeCol;
   decltype(&::SQLGetData) GetData = ::SQLGetData;
+  decltype(&::SQLBindCol) BindCol = ::SQLBindCol;
+  decltype(&::SQLFreeStmt) FreeStmt = ::SQLFreeStmt;
   decltype(&::SQLGetDiagRec) GetDiagRec = ::SQLGetDiagRec;
   // The tool's catalog reads, compiled statements and transactions.
   decltype(&::SQLPrepare) Prepare = ::SQLPrepare;
@@ -34,7 +36,6 @@ struct OdbcApi {
   decltype(&::SQLStatistics) Statistics = ::SQLStatistics;
   decltype(&::SQLEndTran) EndTran = ::SQLEndTran;
   // Rows the driver inserts itself.
-  decltype(&::SQLBindCol) BindCol = ::SQLBindCol;
   decltype(&::SQLBulkOperations) BulkOperations = ::SQLBulkOperations;
 };
 

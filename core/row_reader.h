@@ -51,6 +51,7 @@ struct RowBlock {
 template <class ReadRow>
 bool AppendRows(DbConnection& db, RowBlock& result, size_t recordSize, ReadRow&& readRow) {
   constexpr uint64_t kFirstRows = 1024;
+  db.ReadInRowsets();
   while (db.MoveNext()) {
     if (result.rows == result.capacity) {
       // The block's size goes out as 32 bits: a larger block cannot be handed out.

@@ -49,6 +49,18 @@ class Converter {
 }  // namespace
 
 bool ToAnsi(const char* source, char* target, int capacity) {
+  // ASCII is the same in every narrow character set: such a text, or the
+  // part of it that fits, is copied as it is.
+  if (source != nullptr && target != nullptr && capacity > 0) {
+    const auto room = static_cast<size_t>(capacity) - 1;
+    size_t length = 0;
+    while (length < room && static_cast<unsigned char>(source[length]) - 1u < 0x7Fu) ++length;
+    if (length == room || source[length] == '\0') {
+      std::memcpy(target, source, length);
+      target[length] = '\0';
+      return true;
+    }
+  }
   return ConvertFromUtf8(source, TargetCharset(), target, capacity);
 }
 

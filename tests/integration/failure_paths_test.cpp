@@ -20,7 +20,8 @@ namespace {
 
 struct FaultCase {
   const char* name;
-  SQLUSMALLINT failingColumn;  // 0: a result block's allocation fails instead; 99: none
+  // 0: a result block's allocation fails instead; 98: the fetch of a rowset; 99: none
+  SQLUSMALLINT failingColumn;
   std::function<uint32_t()> call;
   uint32_t result;
   std::string error;
@@ -35,6 +36,15 @@ SQLRETURN FailingGetData(SQLHSTMT statement, SQLUSMALLINT column, SQLSMALLINT ty
                          SQLPOINTER value, SQLLEN size, SQLLEN* indicator) {
   if (column == failingColumn) return SQL_ERROR;
   return ::SQLGetData(statement, column, type, value, size, indicator);
+}
+
+SQLRETURN FailingFetchScroll(SQLHSTMT statement, SQLSMALLINT orientation, SQLLEN offset) {
+  SQLULEN rows = 1;
+  if (failingColumn == 98 &&
+      SQL_SUCCEEDED(SQLGetStmtAttr(statement, SQL_ATTR_ROW_ARRAY_SIZE, &rows, 0, nullptr)) &&
+      rows > 1)
+    return SQL_ERROR;
+  return ::SQLFetchScroll(statement, orientation, offset);
 }
 
 SQLRETURN CountedConnect(SQLHDBC connection, SQLHWND window, SQLCHAR* in, SQLSMALLINT inLength,
@@ -132,6 +142,8 @@ TEST_P(FailurePathTest, EveryExport) {
        "[rcd504] failed to get field 1"},
       {"sgGetRecord", 0, [&] { return sgGetRecord(Token(), table, &block, &size, nullptr); }, 1,
        "[rcd205] failed to alloc memory"},
+      {"sgGetRecord rowset", 98, [&] { return sgGetRecord(Token(), table, &block, &size, nullptr); },
+       1, "[rcd206] failed to get field 1"},
       {"sgGetRecord huge", 99,
        [&] { return sgGetRecord(Token(), huge.info(), &block, &size, nullptr); }, 1,
        "[rcd205] failed to alloc memory"},
@@ -177,6 +189,7 @@ TEST_P(FailurePathTest, EveryExport) {
     connects = disconnects = 0;
     OdbcOverride odbc;
     odbc->GetData = FailingGetData;
+    odbc->FetchScroll = FailingFetchScroll;
     odbc->DriverConnect = CountedConnect;
     odbc->Connect = CountedSqlConnect;
     odbc->Disconnect = CountedDisconnect;
