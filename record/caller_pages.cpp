@@ -77,7 +77,8 @@ CallerPages::Kept CallerPages::Keep(const char* sql) {
     char name[1024] = {};
     int32_t type = 0, length = sizeof name;
     if (!db_.DescribeColumn(static_cast<uint16_t>(c), name, &type, &length)) return Kept::Failed;
-    columns_ += (c > 2 ? "," : "") + Quoted(name);
+    if (c > 2) columns_ += ',';
+    columns_ += Quoted(name);
   }
   return OpenPage() ? Kept::Yes : Kept::Failed;
 }
