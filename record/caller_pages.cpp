@@ -45,10 +45,8 @@ CallerPages::Kept CallerPages::Keep(const char* sql) {
   // one row more. An explicit "limit" of the select outranks this one.
   const std::string limit = "set sql_select_limit=" + std::to_string(kFirstPageRows + 1);
   if (!db_.Execute(limit.c_str())) return Kept::No;
-  if (!db_.TryOpenQuery(sql, {}, DbConnection::Cursor::ForwardOnly)) {
-    db_.Execute("set sql_select_limit=default");
-    return Kept::No;
-  }
+  // A select that fails here is not run again: the failure is the caller's.
+  if (!db_.OpenQuery(sql, {}, DbConnection::Cursor::ForwardOnly)) return Kept::Failed;
   const int64_t rows = db_.ResultRows();
   if (db_.ColumnCount() == 0 || (rows >= 0 && rows <= kFirstPageRows)) return Kept::Whole;
   db_.CloseQuery();

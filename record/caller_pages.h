@@ -19,14 +19,15 @@ class CallerPages {
 
   enum class Kept {
     // Not kept, with no result open and no error reported: the statement is
-    // read as given (another kind, several statements, not a select, a select
-    // that failed, or one whose columns no table can hold).
+    // read as given (another kind, several statements, not a select, or a
+    // select whose columns no table can hold).
     No,
     // Not kept: the select ran once as given, its whole result is open.
     Whole,
     // Kept; the first page is open, forward-only.
     Yes,
-    // Kept, but the table could not be read; the connection's error text says why.
+    // The select failed, or was kept but could not be read; the connection's
+    // error text says why.
     Failed,
   };
   Kept Keep(const char* sql);
