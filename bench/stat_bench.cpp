@@ -54,24 +54,15 @@ std::string RowValues(const SampleTable& table, uint32_t i) {
 }
 
 bool LoadSqlite(const Target& target, const SampleTable& table) {
-  sqlite3* db = nullptr;
-  bool ok = sqlite3_open(SqliteFile(target).c_str(), &db) == SQLITE_OK;
-  sqlite3_busy_timeout(db, 10000);
-  ok = ok && sqlite3_exec(db, "begin", nullptr, nullptr, nullptr) == SQLITE_OK;
-  sqlite3_stmt* insert = nullptr;
-  std::string sql = "insert into " + Quote(target, table.name) + " values (?, ?, 0, 0, ?, ?, ?, ?, ?, ?, ?, ?)";
-  ok = ok && sqlite3_prepare_v2(db, sql.c_str(), -1, &insert, nullptr) == SQLITE_OK;
-  for (uint32_t i = 0; ok && i < table.rows; ++i) {
-    sqlite3_bind_int64(insert, 1, i + 1);
-    sqlite3_bind_int64(insert, 2, kYearStart + i * table.step);
-    for (int c = 1; c <= kValueColumns; ++c) sqlite3_bind_double(insert, c + 2, (i % 997) * 0.25 + c);
-    ok = sqlite3_step(insert) == SQLITE_DONE;
-    sqlite3_reset(insert);
-  }
-  sqlite3_finalize(insert);
-  ok = ok && sqlite3_exec(db, "commit", nullptr, nullptr, nullptr) == SQLITE_OK;
-  sqlite3_close(db);
-  return ok;
+  const std::string insert =
+      "insert into " + Quote(target, table.name) + " values (?, ?, 0, 0, ?, ?, ?, ?, ?, ?, ?, ?)";
+  return SqliteApiInsert(target, table.name, insert, table.rows,
+                         [&](sqlite3_stmt* statement, uint32_t i, int64_t id) {
+                           sqlite3_bind_int64(statement, 1, id);
+                           sqlite3_bind_int64(statement, 2, kYearStart + i * table.step);
+                           for (int c = 1; c <= kValueColumns; ++c)
+                             sqlite3_bind_double(statement, c + 2, (i % 997) * 0.25 + c);
+                         });
 }
 
 bool LoadWithMultiRowInserts(const Target& target, const SampleTable& table) {
